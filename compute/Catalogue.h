@@ -1,0 +1,104 @@
+#pragma once
+
+#include <cstdint>
+#include <initializer_list>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "compute/kernel/launch.h"
+
+namespace Vellum::Kernels {
+
+/// The pixel types of a kernel's images in order, one byte each: the component count, plus 8 for unsigned integers.
+class PixelTypes {
+public:
+    /// "3f_1f", "4ui". Throws Compute::Exception on anything else.
+    static PixelTypes parse(std::string_view tuple);
+
+    void append(int components, bool isUnsigned);
+    int size() const { return size_; }
+    std::string text() const;
+
+    friend bool operator==(const PixelTypes&, const PixelTypes&) = default;
+
+private:
+    std::uint64_t code_ = 0;
+    int size_ = 0;
+};
+
+/// One kernel with its compiled forms for the instruction sets that were built.
+class CatalogueEntry {
+public:
+    CatalogueEntry(std::string_view family, const KernelDeclaration& declaration);
+
+    std::string_view family() const { return family_; }
+    const KernelDeclaration& declaration() const { return *declaration_; }
+    const std::vector<PixelTypes>& tuples() const { return tuples_; }
+    /// The number of the variant for these pixel types, or -1.
+    int variant(const PixelTypes& types) const;
+
+    /// The form that the present instruction set and the images' strides ask for.
+    LaunchFunction packedForm(int variant, bool unitStride) const;
+    LaunchFunction onePixelForm(int variant) const { return forms_[0][variant].onePixel; }
+
+    /// The size of the parameter block: the kernel's own parameters, then what it may know of each image.
+    int parameterBytes() const { return imageParametersOffset() + declaration_->images.count * int{sizeof(ImageParameters)}; }
+    int imageParametersOffset() const { return (declaration_->parameterBytes + 15) / 16 * 16; }
+
+private:
+    friend class Family;
+    std::string_view family_;
+    const KernelDeclaration* declaration_;
+    std::vector<PixelTypes> tuples_;
+    std::vector<const VariantFunctions*> forms_;  // by instruction set
+};
+
+/// The kernels of one source file. The build makes one object of this class for each family.
+class Family {
+public:
+    /// Tables in the order of the instruction sets, the baseline first.
+    Family(std::initializer_list<const FamilyTable*> tables);
+
+    std::string_view name() const { return name_; }
+    const std::vector<CatalogueEntry>& kernels() const { return kernels_; }
+    /// Null where the family has no such kernel.
+    const CatalogueEntry* find(std::string_view kernel) const;
+
+private:
+    std::string_view name_;
+    std::vector<CatalogueEntry> kernels_;
+};
+
+/// Enters families into the catalogue; those that are there already are left alone. Each library has a function
+/// registerKernels() that does this for its own, and the node's constructor calls them all.
+void registerFamilies(std::initializer_list<const Family*> families);
+/// All families of the catalogue, by name.
+std::vector<const Family*> families();
+/// A kernel of any family of the catalogue, or null.
+const CatalogueEntry* findKernel(std::string_view name);
+
+}  // namespace Vellum::Kernels
+
+namespace Vellum::CodeGen {
+
+/// Which compiled form of a kernel a caller wants on the CPU.
+enum class Flags : int { onePixel = 1, packed = 19 };
+
+enum class InstructionSet { sse2 = 0, avx2 = 1, avx512 = 2 };
+
+/// The widest set that this build has, the machine knows and the limit allows.
+InstructionSet instructionSet();
+/// Restricts the choice, for tests and for finding faults.
+void limitInstructionSet(InstructionSet limit);
+const char* toString(InstructionSet set);
+/// The sets that this build has and the machine knows, whatever the limit.
+std::vector<InstructionSet> availableInstructionSets();
+
+/// Flags 1 and 19 give the same bits, so requests for one-pixel code are served by the packed code, which is many times
+/// as fast, unless this is switched on.
+void serveOnePixelCode(bool enabled);
+bool onePixelCodeServed();
+
+}  // namespace Vellum::CodeGen

@@ -1,0 +1,183 @@
+// The loops round a body: rows cut into edge, inside, edge; packed lanes with one-pixel ends; fixed places for sums.
+#pragma once
+
+#include "access.h"
+
+namespace Vellum::Kernels {
+inline namespace VIEWTINT_ISA {
+
+struct NoSums {};
+
+/// Sums are kept in 16 places per component, pixel x of a piece's row in place (x - x0) mod 16, whatever the register
+/// width: so the same numbers are added in the same order on every instruction set.
+inline constexpr int sumPlaces = 16;
+
+/// The part of a launch in which no declared read leaves an image.
+struct InsideRange {
+    int x0, y0, x1, y1;
+};
+
+/// How far an image is read round a pixel, as x and y ranges.
+template <class D>
+VT_FN void readRange(const ImageParameters& p, int& xMin, int& xMax, int& yMin, int& yMax) {
+    xMin = xMax = yMin = yMax = 0;
+    if constexpr (D::pattern == Pattern::axis) {
+        (p.rangedAxisMask ? yMin : xMin) = p.rangeMin[0];
+        (p.rangedAxisMask ? yMax : xMax) = p.rangeMax[0];
+    } else if constexpr (D::pattern == Pattern::rectangle) {
+        xMin = p.rangeMin[0];
+        yMin = p.rangeMin[1];
+        xMax = p.rangeMax[0];
+        yMax = p.rangeMax[1];
+    }
+}
+
+template <class D>
+VT_FN void narrow(InsideRange& range, const ImageArgument& image, const ImageParameters& parameters) {
+    if constexpr (D::edge != Edge::none && D::pattern != Pattern::random) {
+        int xMin, xMax, yMin, yMax;
+        readRange<D>(parameters, xMin, xMax, yMin, yMax);
+        if (range.x0 < image.x0 - xMin) range.x0 = image.x0 - xMin;
+        if (range.x1 > image.x1 - xMax) range.x1 = image.x1 - xMax;
+        if (range.y0 < image.y0 - yMin) range.y0 = image.y0 - yMin;
+        if (range.y1 > image.y1 - yMax) range.y1 = image.y1 - yMax;
+    }
+}
+
+template <class... D, int... I>
+VT_FN InsideRange insideRange(const Launch& launch, ImageList<D...>, Sequence<I...>) {
+    InsideRange range{launch.x0, launch.y0, launch.x1, launch.y1};
+    (narrow<D>(range, launch.images[I], launch.imageParameters[I]), ...);
+    if (range.x0 > launch.x1) range.x0 = launch.x1;
+    if (range.x1 < range.x0) range.x1 = range.x0;
+    return range;
+}
+
+/// Runs pixels x .. x1 of one row as far as whole registers reach and returns where it stopped. A function of its own:
+/// inlined into every row loop it costs four times the compile time. Parameters and images are copied, so that the
+/// compiler sees that stores to pixels don't change them.
+template <class K, Counts T, class V, Reach R>
+__attribute__((noinline)) int runSpan(const Launch& launch, int x, int x1, int y, int c, bool columnsInside) {
+    constexpr int width = LaneTraits<V>::width;
+    const typename K::Params parameters = *static_cast<const typename K::Params*>(launch.parameters);
+    ImageArgument images[K::imageCount];
+    ImageParameters imageParameters[K::imageCount];
+    for (int i = 0; i < K::imageCount; ++i) {
+        images[i] = launch.images[i];
+        imageParameters[i] = launch.imageParameters[i];
+    }
+    NoSums none;
+    for (; x + width <= x1; x += width)
+        callBody<K, T, V, R>(images, imageParameters, parameters, none, typename K::Images{},
+                             typename MakeSequence<K::imageCount>::Type{}, x, y, c, columnsInside);
+    return x;
+}
+
+template <class K, Counts T, class V, Reach R>
+VT_FN void runRow(const Launch& launch, const InsideRange& inside, int y, int c) {
+    constexpr bool packed = LaneTraits<V>::width > 1;
+    int x = launch.x0;
+    if constexpr (K::Images::anyEdge) {
+        const bool rowInside = y >= inside.y0 && y < inside.y1;
+        if (x < inside.x0) {
+            if constexpr (packed) x = runSpan<K, T, V, Reach::edge>(launch, x, inside.x0, y, c, false);
+            x = runSpan<K, T, float, Reach::edge>(launch, x, inside.x0, y, c, false);
+        }
+        if (rowInside)
+            x = runSpan<K, T, V, R>(launch, x, inside.x1, y, c, true);
+        else if constexpr (packed)
+            x = runSpan<K, T, V, Reach::edge>(launch, x, inside.x1, y, c, true);
+        if constexpr (packed) x = runSpan<K, T, V, Reach::edge>(launch, x, launch.x1, y, c, false);
+    } else {
+        x = runSpan<K, T, V, R>(launch, x, launch.x1, y, c, true);
+    }
+    if (x < launch.x1) runSpan<K, T, float, Reach::edge>(launch, x, launch.x1, y, c, false);
+}
+
+template <class K, Counts T, class V, Reach R>
+void runRows(const Launch& launch) {
+    const InsideRange inside = insideRange(launch, typename K::Images{}, typename MakeSequence<K::imageCount>::Type{});
+    const int c0 = K::perComponent ? launch.c0 : 0;
+    const int c1 = K::perComponent ? launch.c1 : 1;
+    for (int y = launch.y0; y < launch.y1; ++y)
+        for (int c = c0; c < c1; ++c) runRow<K, T, V, R>(launch, inside, y, c);
+}
+
+/// Adds the places of one field, packed ones and single ones, in the order of the places.
+template <class V>
+VT_FN float foldPlaces(const float* packed, const float* single, int field, int fields) {
+    constexpr int width = LaneTraits<V>::width;
+    float total = 0;
+    for (int place = 0; place < sumPlaces; ++place)
+        total += packed[(place / width) * fields * width + field * width + place % width] + single[place * fields + field];
+    return total;
+}
+
+template <class K, Counts T, class V, Reach R>
+void runSums(const Launch& launch) {
+    using Packed = typename K::template Sums<V>;
+    using Single = typename K::template Sums<float>;
+    constexpr int width = LaneTraits<V>::width;
+    constexpr int fields = sizeof(Single) / sizeof(float);
+    constexpr auto sequence = typename MakeSequence<K::imageCount>::Type{};
+    constexpr typename K::Images list{};
+    static_assert(!K::Images::anyEdge, "a reduction reads inside its images");
+
+    const typename K::Params parameters = *static_cast<const typename K::Params*>(launch.parameters);
+    ImageArgument images[K::imageCount];
+    for (int i = 0; i < K::imageCount; ++i) images[i] = launch.images[i];
+    const ImageParameters* imageParameters = launch.imageParameters;
+
+    const int c0 = K::perComponent ? launch.c0 : 0;
+    const int c1 = K::perComponent ? launch.c1 : 1;
+    for (int c = c0; c < c1; ++c) {
+        Packed packed[sumPlaces / width] = {};
+        Single single[sumPlaces] = {};
+        for (int y = launch.y0; y < launch.y1; ++y) {
+            int x = launch.x0;
+            for (; x + sumPlaces <= launch.x1; x += sumPlaces)
+                for (int part = 0; part < sumPlaces / width; ++part)
+                    callBody<K, T, V, R>(images, imageParameters, parameters, packed[part], list, sequence,
+                                         x + part * width, y, c, true);
+            for (; x < launch.x1; ++x)
+                callBody<K, T, float, Reach::inside>(images, imageParameters, parameters,
+                                                     single[(x - launch.x0) % sumPlaces], list, sequence, x, y, c, true);
+        }
+        const float* packedFields = reinterpret_cast<const float*>(packed);
+        const float* singleFields = reinterpret_cast<const float*>(single);
+        for (int field = 0; field < fields; ++field) {
+            const int result = K::perComponent ? field * 4 + c : field;
+            launch.accumulators[result] += foldPlaces<V>(packedFields, singleFields, field, fields);
+        }
+    }
+}
+
+template <class K, Counts T, class V, Reach R>
+void runLaunch(const Launch& launch) {
+    if constexpr (K::reduction)
+        runSums<K, T, V, R>(launch);
+    else
+        runRows<K, T, V, R>(launch);
+}
+
+template <class K>
+void writeDefaults(void* parameters) {
+    *static_cast<typename K::Params*>(parameters) = typename K::Params{};
+}
+
+template <class K>
+void derive(void* parameters, const ImageArgument* images, ImageParameters* imageParameters) {
+    if constexpr (requires(typename K::Params& p) { K::derive(p, images, imageParameters); })
+        K::derive(*static_cast<typename K::Params*>(parameters), images, imageParameters);
+}
+
+template <class K>
+consteval int accumulatorBytes() {
+    if constexpr (K::reduction)
+        return sizeof(typename K::Results);
+    else
+        return 0;
+}
+
+}  // namespace VIEWTINT_ISA
+}  // namespace Vellum::Kernels

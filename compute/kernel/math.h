@@ -1,0 +1,138 @@
+// Elementary functions of the kernel language: the same operations in the same order on every target, so the same bits.
+// Errors are the largest found against double precision over the stated range; the tests measure them again.
+#pragma once
+
+#include "lane.h"
+
+namespace Vellum::Kernels {
+inline namespace VIEWTINT_ISA {
+
+inline constexpr float infinity = __builtin_inff();
+inline constexpr float notANumber = __builtin_nanf("");
+inline constexpr float smallestNormal = 1.17549435e-38f;
+
+/// Limits v to lo .. hi, the upper limit first: with lo > hi the result is lo. NaN stays NaN.
+template <class V>
+VT_FN V clampTo(V v, V lo, V hi) {
+    v = select(v > hi, hi, v);
+    return select(v < lo, lo, v);
+}
+
+/// Exact. NaN stays NaN.
+template <class F>
+VT_FN F abs(F x) {
+    return fromBits(bitsOf(x) & IntOf<F>(0x7fffffff));
+}
+
+/// The largest whole number not above x. Exact; NaN and infinities stay themselves.
+template <class F>
+VT_FN F floor(F x) {
+    auto fractional = abs(x) < F(8388608.f);  // from 2^23 on every float is whole
+    F toward = toFloat(toInt(select(fractional, x, F(0.f))));  // of either sign where it is 0
+    F below = select(toward > x, toward - F(1.f), toward);
+    return select(fractional, select(toward == x, x, below), x);
+}
+
+/// e^x, 1 ulp. Infinity above 88.376 (just below the largest float), 0 below -87.337 (no denormals), NaN for NaN.
+/// Reduced to |r| <= ln(2) / 2, then the Cephes library's polynomial for single precision.
+template <class F>
+VT_FN F exp(F x) {
+    F r = clampTo(x, F(-87.3365448f), F(88.3762627f));
+    F n = floor(r * F(1.44269504f) + F(0.5f));
+    r = r - n * F(0.693359375f);
+    r = r - n * F(-2.12194440e-4f);
+    F y = F(1.9875691500e-4f);
+    y = y * r + F(1.3981999507e-3f);
+    y = y * r + F(8.3334519073e-3f);
+    y = y * r + F(4.1665795894e-2f);
+    y = y * r + F(1.6666665459e-1f);
+    y = y * r + F(5.0000001201e-1f);
+    y = y * r * r + r + F(1.f);
+    // NaN can't be made an integer the same way everywhere; its y is NaN already.
+    F whole = select(n == n, n, F(0.f));
+    y = y * fromBits((toInt(whole) + IntOf<F>(127)) << 23);
+    y = select(x > F(88.3762627f), infinity, y);
+    return select(x < F(-87.3365448f), F(0.f), y);
+}
+
+/// Natural logarithm of a positive normal number, 1 ulp; what else is given comes out finite and meaningless.
+/// The Cephes library's polynomial for single precision.
+template <class F>
+VT_FN F logOfNormal(F x) {
+    auto bits = bitsOf(x);
+    F m = fromBits((bits & IntOf<F>(0x007fffff)) | IntOf<F>(0x3f000000));
+    F e = toFloat((bits >> 23) - IntOf<F>(126));
+    auto low = m < F(0.707106781f);
+    F d = select(low, m + m, m) - F(1.f);
+    e = select(low, e - F(1.f), e);
+    F z = d * d;
+    F y = F(7.0376836292e-2f);
+    y = y * d + F(-1.1514610310e-1f);
+    y = y * d + F(1.1676998740e-1f);
+    y = y * d + F(-1.2420140846e-1f);
+    y = y * d + F(1.4249322787e-1f);
+    y = y * d + F(-1.6668057665e-1f);
+    y = y * d + F(2.0000714765e-1f);
+    y = y * d + F(-2.4999993993e-1f);
+    y = y * d + F(3.3333331174e-1f);
+    y = y * d * z;
+    y = y + e * F(-2.12194440e-4f);
+    y = y - z * F(0.5f);
+    return d + y + e * F(0.693359375f);
+}
+
+/// Natural logarithm, 1 ulp. -infinity for 0 and for denormals, NaN for negative numbers and NaN.
+template <class F>
+VT_FN F log(F x) {
+    F y = logOfNormal(x);
+    y = select(x == F(infinity), infinity, y);
+    y = select(x < F(smallestNormal), -infinity, y);
+    return select(x >= F(0.f), y, notANumber);
+}
+
+/// x^p as exp(p log x), for p > 0; the error is that of the logarithm times p log x: 4 ulp for 1 / 2.4 and 16 ulp for
+/// 2.4 on 0 .. 1. 0 for 0 and for denormals, infinity for infinity, NaN for negative numbers and NaN.
+template <class F>
+VT_FN F pow(F x, float p) {
+    F y = exp(F(p) * logOfNormal(x));
+    y = select(x == F(infinity), infinity, y);
+    y = select(x < F(smallestNormal), F(0.f), y);
+    return select(x >= F(0.f), y, notANumber);
+}
+
+/// Cube root, 1.5 ulp, odd: cbrt(-x) = -cbrt(x). 0 for 0 and for denormals; infinities and NaN stay themselves.
+/// y = 1 / cbrt(x) is guessed from the exponent. With h = 1 - x y^3 the exact values are y (1 - h)^(-1/3) and
+/// x y^2 (1 - h)^(-2/3), of which the first terms are taken: no division is needed.
+template <class F>
+VT_FN F cbrt(F x) {
+    F a = abs(x);
+    F y = fromBits(IntOf<F>(0x54a20000) - toInt(toFloat(bitsOf(a)) * F(1.f / 3)));
+    F h = F(1.f) - a * y * y * y;
+    y = y + y * h * (F(1.f / 3) + h * F(2.f / 9));
+    F root = a * y * y;
+    h = F(1.f) - root * y;
+    root = root + root * h * (F(2.f / 3) + h * F(5.f / 9));
+    root = select(a < F(smallestNormal), F(0.f), root);
+    root = select(a < F(infinity), root, a);
+    return fromBits(bitsOf(root) | (bitsOf(x) & IntOf<F>(static_cast<int>(0x80000000))));
+}
+
+/// sin(pi x), within 2e-7. |x| must stay below 2^23; NaN for NaN and infinities.
+template <class F>
+VT_FN F sinPi(F x) {
+    F n = floor(x + F(0.5f));
+    F r = x - n;
+    F z = r * r;
+    F y = F(-0.00737043094f);
+    y = y * z + F(0.0821458866f);
+    y = y * z + F(-0.599264529f);
+    y = y * z + F(2.55016404f);
+    y = y * z + F(-5.16771278f);
+    y = y * z + F(3.14159265f);
+    y = y * r;
+    F whole = select(abs(n) < F(8388608.f), n, F(0.f));
+    return fromBits(bitsOf(y) ^ ((toInt(whole) & IntOf<F>(1)) << 31));
+}
+
+}  // namespace VIEWTINT_ISA
+}  // namespace Vellum::Kernels

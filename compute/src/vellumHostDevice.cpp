@@ -1,0 +1,209 @@
+#include "compute/HostDevice.h"
+
+#include <algorithm>
+#include <cstring>
+#include <vector>
+
+#include "compute/Kernel.h"
+
+namespace Vellum::Compute::Host {
+
+namespace {
+
+using Vellum::Image::Box;
+using Vellum::Kernels::ImageArgument;
+using Vellum::Kernels::ImageParameters;
+using Vellum::Kernels::KernelDeclaration;
+using Vellum::Kernels::Launch;
+using Vellum::Kernels::LaunchFunction;
+using Vellum::Kernels::mostImages;
+using Vellum::Kernels::Pattern;
+
+/// Working memory kept between uses: about 60 planes of 4096 by 2160, more than a render holds at once.
+constexpr std::size_t memoryKept = std::size_t{2} << 30;
+/// Launches with less work stay on the caller's thread: waking the others takes longer.
+constexpr std::int64_t pixelsWorthThreads = 16384;
+/// Chunks for each thread, so that a core that others use too delays the end little.
+constexpr int chunksPerThread = 4;
+/// Rows that share one private copy of the sums. Fixed, so that a sum doesn't depend on the number of threads.
+constexpr int rowsPerSum = 32;
+/// Columns are handed out in whole cache lines.
+constexpr int columnStep = 16;
+
+/// One kernel call, ready to be cut into pieces.
+class Work {
+public:
+    Work(const KernelCall& call, Vellum::Parallel::Threader& threader);
+    void run();
+
+private:
+    enum class Cut { rows, columns, sumBands };
+
+    bool hasPattern(Pattern pattern, bool writtenOnly) const;
+    void turnStrip();
+    void chooseForm();
+    void chooseCut();
+    Box piece(int index) const;
+    void runPiece(int index, float* accumulators);
+    void runSums();
+
+    const KernelCall& call_;
+    const KernelDeclaration& declaration_;
+    Vellum::Parallel::Threader& threader_;
+    Box box_;
+    ImageArgument images_[mostImages];
+    ImageParameters imageParameters_[mostImages];
+    LaunchFunction form_ = nullptr;
+    Cut cut_ = Cut::rows;
+    int pieces_ = 1;
+};
+
+Work::Work(const KernelCall& call, Vellum::Parallel::Threader& threader)
+    : call_(call), declaration_(call.kernel.entry().declaration()), threader_(threader), box_(call.box) {
+    std::copy(call.images.begin(), call.images.end(), images_);
+    std::memcpy(imageParameters_, call.parameters.data() + call.kernel.entry().imageParametersOffset(),
+                call.images.size() * sizeof(ImageParameters));
+    turnStrip();
+    chooseForm();
+    chooseCut();
+}
+
+bool Work::hasPattern(Pattern pattern, bool writtenOnly) const {
+    for (int i = 0; i < declaration_.images.count; ++i) {
+        const auto& image = declaration_.images.list[i];
+        if (image.pattern == pattern && (image.written || !writtenOnly)) return true;
+    }
+    return false;
+}
+
+/// A strip one pixel wide is run with its axes exchanged, so that lanes and threads go down the strip.
+void Work::turnStrip() {
+    const bool turns = box_.width() == 1 && box_.height() > 1 && hasPattern(Pattern::axis, false) &&
+                       !hasPattern(Pattern::rectangle, false) && !hasPattern(Pattern::random, false);
+    if (!turns) return;
+    std::swap(box_.x0, box_.y0);
+    std::swap(box_.x1, box_.y1);
+    for (int i = 0; i < declaration_.images.count; ++i) {
+        std::swap(images_[i].x0, images_[i].y0);
+        std::swap(images_[i].x1, images_[i].y1);
+        std::swap(images_[i].strideX, images_[i].strideY);
+        imageParameters_[i].rangedAxisMask = ~imageParameters_[i].rangedAxisMask;
+    }
+}
+
+void Work::chooseForm() {
+    const auto& entry = call_.kernel.entry();
+    const bool onePixel =
+        call_.kernel.flags() == Vellum::CodeGen::Flags::onePixel && Vellum::CodeGen::onePixelCodeServed();
+    const bool unitStride = std::all_of(images_, images_ + declaration_.images.count,
+                                        [](const ImageArgument& image) { return image.strideX == 1; });
+    form_ = onePixel ? entry.onePixelForm(call_.kernel.variant())
+                     : entry.packedForm(call_.kernel.variant(), unitStride);
+}
+
+void Work::chooseCut() {
+    if (declaration_.passes == 2) {
+        cut_ = Cut::sumBands;
+        pieces_ = (box_.height() + rowsPerSum - 1) / rowsPerSum;
+        return;
+    }
+    const std::int64_t components = declaration_.perComponent ? call_.c1 - call_.c0 : 1;
+    // A body that writes along an axis walks a whole line at each pixel.
+    const bool small = box_.pixels() * components < pixelsWorthThreads && !hasPattern(Pattern::axis, true);
+    if (small || !Vellum::Parallel::ThreadingEnabled()) return;
+    const int wanted = threader_.threads() * chunksPerThread;
+    const int columnUnits = (box_.width() + columnStep - 1) / columnStep;
+    if (box_.height() < wanted && columnUnits > box_.height()) {
+        cut_ = Cut::columns;
+        pieces_ = std::min(wanted, columnUnits);
+    } else {
+        pieces_ = std::min(wanted, box_.height());
+    }
+}
+
+Box Work::piece(int index) const {
+    Box part = box_;
+    if (cut_ == Cut::sumBands) {
+        part.y0 = box_.y0 + index * rowsPerSum;
+        part.y1 = std::min(part.y0 + rowsPerSum, box_.y1);
+    } else if (cut_ == Cut::rows) {
+        Vellum::Parallel::DivideRange(part.y0, part.y1, index, pieces_);
+    } else {
+        int lo = 0;
+        int hi = (box_.width() + columnStep - 1) / columnStep;
+        Vellum::Parallel::DivideRange(lo, hi, index, pieces_);
+        part.x0 = box_.x0 + lo * columnStep;
+        part.x1 = std::min(box_.x0 + hi * columnStep, box_.x1);
+    }
+    return part;
+}
+
+void Work::runPiece(int index, float* accumulators) {
+    const Box part = piece(index);
+    form_(Launch{part.x0, part.y0, part.x1, part.y1, call_.c0, call_.c1, images_, imageParameters_,
+                 call_.parameters.data(), accumulators});
+}
+
+void Work::runSums() {
+    const std::size_t fields = call_.accumulators.size();
+    std::vector<float> slots(pieces_ * fields, 0.0f);
+    auto band = [&](int index) { runPiece(index, slots.data() + index * fields); };
+    const bool small = box_.pixels() < pixelsWorthThreads || !Vellum::Parallel::ThreadingEnabled();
+    if (small)
+        for (int index = 0; index < pieces_; ++index) band(index);
+    else
+        Vellum::Parallel::forEachIndex(threader_, pieces_, band);
+    for (int index = 0; index < pieces_; ++index)
+        for (std::size_t field = 0; field < fields; ++field)
+            call_.accumulators[field] += slots[index * fields + field];
+}
+
+void Work::run() {
+    if (cut_ == Cut::sumBands)
+        runSums();
+    else if (pieces_ <= 1)
+        runPiece(0, nullptr);
+    else
+        Vellum::Parallel::forEachIndex(threader_, pieces_, [&](int index) { runPiece(index, nullptr); });
+}
+
+}  // namespace
+
+Device::Device()
+    : name_("CPU"), threader_(Vellum::Parallel::MakeThreader(0)), pool_(std::make_shared<MemoryPool>(memoryKept)) {}
+
+Cobalt::Device::MemoryHandle Device::allocate(std::size_t bytes, const Cobalt::Device::MemoryKind&) {
+    return pool_->allocate(bytes);
+}
+
+void Device::upload(Cobalt::Device::MemoryBlock& destination, std::size_t offset, const void* source,
+                    std::size_t bytes) {
+    std::memcpy(static_cast<char*>(destination.address()) + offset, source, bytes);
+}
+
+void Device::download(void* destination, const Cobalt::Device::MemoryBlock& source, std::size_t offset,
+                      std::size_t bytes) {
+    std::memcpy(destination, static_cast<const char*>(source.address()) + offset, bytes);
+}
+
+void Device::run(const KernelCall& call) {
+    Work(call, *threader_).run();
+}
+
+Vellum::Parallel::ThreaderPointer Device::threader() const {
+    return threader_;
+}
+
+void Device::setThreader(Vellum::Parallel::ThreaderPointer threader) {
+    threader_ = std::move(threader);
+}
+
+Device& hostDevice() {
+    return static_cast<Device&>(VellumLibrary::GetCurrentCPUContext()->device());
+}
+
+void setThreads(int threads) {
+    hostDevice().setThreader(Vellum::Parallel::MakeThreader(threads));
+}
+
+}  // namespace Vellum::Compute::Host

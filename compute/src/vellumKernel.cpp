@@ -1,0 +1,277 @@
+#include "compute/Kernel.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <limits>
+
+#include "compute/Exception.h"
+
+namespace Vellum::Compute {
+
+const Vellum::Kernels::CatalogueEntry& ProgramSource::entry() const {
+    const auto* entry = entry_.load(std::memory_order_acquire);
+    if (entry) return *entry;
+    entry = family_->find(kernel_);
+    if (!entry) fail(std::string("There is no kernel \"") + kernel_ + "\".");
+    entry_.store(entry, std::memory_order_release);
+    return *entry;
+}
+
+}  // namespace Vellum::Compute
+
+namespace Vellum::JIT {
+
+namespace {
+
+using Vellum::CodeGen::MarshalledParam;
+using Vellum::Compute::fail;
+using Vellum::Image::Box;
+using Vellum::Kernels::Edge;
+using Vellum::Kernels::ImageArgument;
+using Vellum::Kernels::ImageDeclaration;
+using Vellum::Kernels::ImageParameters;
+using Vellum::Kernels::KernelDeclaration;
+using Vellum::Kernels::mostImages;
+using Vellum::Kernels::Pattern;
+using Vellum::Kernels::ScalarDeclaration;
+using Vellum::Kernels::ScalarDeclarations;
+using Vellum::Kernels::ScalarType;
+
+constexpr std::string_view edgeColourPrefix = "constEdgeColor";
+
+std::string named(const KernelDeclaration& kernel) {
+    return std::string("Kernel \"") + kernel.name + "\"";
+}
+
+Box boxOf(const ImageArgument& image) {
+    return {image.x0, image.y0, image.x1, image.y1};
+}
+
+Vellum::Kernels::PixelTypes typesOf(std::span<const Vellum::Image::Image* const> images) {
+    Vellum::Kernels::PixelTypes types;
+    for (const Vellum::Image::Image* image : images)
+        types.append(static_cast<int>(image->components()),
+                     image->info().type == Vellum::Pixel::DataEnum::unsigned32);
+    return types;
+}
+
+[[noreturn]] void noVariant(const Vellum::Kernels::CatalogueEntry& entry, const Vellum::Kernels::PixelTypes& types) {
+    std::string known;
+    for (const auto& tuple : entry.tuples()) known += (known.empty() ? "" : ", ") + tuple.text();
+    fail(named(entry.declaration()) + " has no variant for pixel types " + types.text() + "; there are " + known + ".");
+}
+
+ImageArgument argumentOf(const Vellum::Image::Image& image, const KernelDeclaration& kernel) {
+    const auto& layout = image.tile().layout;
+    for (const auto stride : {layout.x.elements, layout.y.elements, layout.component.elements})
+        if (stride > std::numeric_limits<std::int32_t>::max() || stride < std::numeric_limits<std::int32_t>::min())
+            fail(named(kernel) + " was given an image of " + toString(image.box()) + ", which is too large.");
+    const Box& box = image.box();
+    return {image.data(),
+            box.x0,
+            box.y0,
+            box.x1,
+            box.y1,
+            static_cast<int>(layout.x.elements),
+            static_cast<int>(layout.y.elements),
+            static_cast<int>(layout.component.elements),
+            0};
+}
+
+const ScalarDeclaration* find(const ScalarDeclarations& scalars, std::string_view name) {
+    for (int i = 0; i < scalars.count; ++i)
+        if (name == scalars.list[i].name) return &scalars.list[i];
+    return nullptr;
+}
+
+MarshalledParam marshalled(const ScalarDeclaration& scalar, bool inAccumulator) {
+    return {scalar.offset, scalar.vectorWidth, scalar.arrayLength, scalar.type, inAccumulator};
+}
+
+/// The number of the image whose outside colour the name means, or -1.
+int imageOfEdgeColour(const KernelDeclaration& kernel, std::string_view name) {
+    if (!name.starts_with(edgeColourPrefix)) return -1;
+    name.remove_prefix(edgeColourPrefix.size());
+    for (int i = 0; i < kernel.images.count; ++i)
+        if (kernel.images.list[i].edge == Edge::constant && name == kernel.images.list[i].name) return i;
+    return -1;
+}
+
+const char* nameOf(ScalarType type) {
+    switch (type) {
+        case ScalarType::real: return "float";
+        case ScalarType::integer: return "int";
+        case ScalarType::boolean: return "bool";
+    }
+    return "unknown";
+}
+
+/// The pixels of an image that a kernel touches without an edge rule, for a range of iteration pixels.
+Box touched(const ImageDeclaration& image, const ImageParameters& parameters, const Box& range) {
+    Box box = range;
+    if (image.pattern == Pattern::axis) {
+        const bool alongY = parameters.rangedAxisMask != 0;
+        (alongY ? box.y0 : box.x0) += parameters.rangeMin[0];
+        (alongY ? box.y1 : box.x1) += parameters.rangeMax[0];
+    } else if (image.pattern == Pattern::rectangle) {
+        box.x0 += parameters.rangeMin[0];
+        box.y0 += parameters.rangeMin[1];
+        box.x1 += parameters.rangeMax[0];
+        box.y1 += parameters.rangeMax[1];
+    }
+    return box;
+}
+
+bool sameGeometry(const ImageArgument& a, const ImageArgument& b) {
+    return boxOf(a) == boxOf(b) && a.strideX == b.strideX && a.strideY == b.strideY && a.strideC == b.strideC;
+}
+
+}  // namespace
+
+KernelPointer Kernel::Make(const Vellum::Kernels::CatalogueEntry& entry,
+                           std::span<const Vellum::Image::Image* const> images, Vellum::CodeGen::Flags flags) {
+    if (flags != Vellum::CodeGen::Flags::onePixel && flags != Vellum::CodeGen::Flags::packed)
+        fail(named(entry.declaration()) + " was asked for with flags " + std::to_string(static_cast<int>(flags)) +
+             "; there are 1 (one pixel at a time) and 19 (packed).");
+    const int wanted = entry.declaration().images.count;
+    if (static_cast<int>(images.size()) != wanted)
+        fail(named(entry.declaration()) + " takes " + std::to_string(wanted) + " images, not " +
+             std::to_string(images.size()) + ".");
+    const auto types = typesOf(images);
+    const int variant = entry.variant(types);
+    if (variant < 0) noVariant(entry, types);
+    return new Kernel(entry, variant, flags);
+}
+
+KernelPointer Kernel::Make(Vellum::Compute::Context&, const Vellum::Compute::ProgramSource& source,
+                           std::span<const Vellum::Image::Image* const> images, const ParamName&,
+                           Vellum::CodeGen::Flags flags, std::string*, std::string*) {
+    return Make(source.entry(), images, flags);
+}
+
+KernelExecutionContext::KernelExecutionContext(KernelPointer kernel) : kernel_(std::move(kernel)) {
+    const auto& entry = kernel_->entry();
+    if (entry.parameterBytes() > mostParameterBytes)
+        fail(named(declaration()) + " has too large a parameter block.");
+    declaration().writeDefaults(parameters_);
+    std::memset(imageParameters(), 0, declaration().images.count * sizeof(ImageParameters));
+}
+
+ImageParameters* KernelExecutionContext::imageParameters() {
+    return reinterpret_cast<ImageParameters*>(parameters_ + kernel_->entry().imageParametersOffset());
+}
+
+void KernelExecutionContext::setImageParamBindings(std::span<const Vellum::Image::Image* const> images) {
+    if (static_cast<int>(images.size()) != declaration().images.count)
+        fail(named(declaration()) + " takes " + std::to_string(declaration().images.count) + " images, not " +
+             std::to_string(images.size()) + ".");
+    imageCount_ = static_cast<int>(images.size());
+    for (int i = 0; i < imageCount_; ++i) {
+        if (images[i]->empty())
+            fail(named(declaration()) + " was given an empty image as \"" + declaration().images.list[i].name + "\".");
+        images_[i] = argumentOf(*images[i], declaration());
+        components_[i] = static_cast<int>(images[i]->components());
+    }
+    dirty_ = true;  // derived values may depend on the boxes
+}
+
+MarshalledParam KernelExecutionContext::getMarshalledParamThrow(const ParamName& name) const {
+    const KernelDeclaration& kernel = declaration();
+    if (const auto* scalar = find(kernel.scalars, name.name)) return marshalled(*scalar, false);
+    if (const auto* result = find(kernel.accumulators, name.name)) return marshalled(*result, true);
+    if (const int image = imageOfEdgeColour(kernel, name.name); image >= 0) {
+        const auto offset = kernel_->entry().imageParametersOffset() + image * int{sizeof(ImageParameters)} +
+                            int{offsetof(ImageParameters, constEdgeColor)};
+        return {offset, 4, 1, ScalarType::real, false};
+    }
+    std::string known;
+    for (int i = 0; i < kernel.scalars.count; ++i) known += (i ? ", " : "") + std::string(kernel.scalars.list[i].name);
+    fail(named(kernel) + " has no parameter \"" + std::string(name.name) + "\"; " +
+         (known.empty() ? "it has none." : "there are " + known + "."));
+}
+
+void KernelExecutionContext::badType(const ParamName& name, const MarshalledParam& param) const {
+    const int elements = param.count * param.arrayLength;
+    fail(named(declaration()) + ": parameter \"" + std::string(name.name) + "\" is " + nameOf(param.type) +
+         (elements > 1 ? " x " + std::to_string(elements) : "") + " and was used as another type.");
+}
+
+void KernelExecutionContext::writeScalar(const ParamName& name, ScalarType type, int elements, const void* bytes,
+                                         int size) {
+    const MarshalledParam param = getMarshalledParamThrow(name);
+    if (param.type != type || param.count * param.arrayLength != elements || param.inAccumulator) badType(name, param);
+    std::byte* place = parameters_ + param.offset;
+    if (std::memcmp(place, bytes, size) == 0) return;
+    std::memcpy(place, bytes, size);
+    dirty_ = true;
+}
+
+void KernelExecutionContext::readScalar(const ParamName& name, ScalarType type, int elements, void* bytes,
+                                        int size) const {
+    const MarshalledParam param = getMarshalledParamThrow(name);
+    if (param.type != type || param.count * param.arrayLength != elements) badType(name, param);
+    const auto* block = param.inAccumulator ? reinterpret_cast<const std::byte*>(accumulators_.data()) : parameters_;
+    std::memcpy(bytes, block + param.offset, size);
+}
+
+/// The image whose box and components the default range covers.
+int KernelExecutionContext::boundIndexOfRange() const {
+    for (int i = imageCount_ - 1; i >= 0; --i)
+        if (declaration().images.list[i].written) return i;
+    return imageCount_ - 1;
+}
+
+/// A body trusts its range: every pixel that it touches without an edge rule must be there, and nothing that it reads
+/// beside its own pixel may be written in the same call.
+void KernelExecutionContext::checkReach(const Box& box, int c0, int c1) {
+    const KernelDeclaration& kernel = declaration();
+    for (int i = 0; i < imageCount_; ++i) {
+        const ImageDeclaration& image = kernel.images.list[i];
+        const auto imageName = std::string(" image \"") + image.name + "\"";
+        if (boxOf(images_[i]).empty()) fail(named(kernel) + imageName + " has no pixels.");
+        if (kernel.perComponent && (c0 < 0 || c1 > components_[i]))
+            fail(named(kernel) + " runs over components " + std::to_string(c0) + " to " + std::to_string(c1 - 1) + ", but" +
+                 imageName + " has " + std::to_string(components_[i]) + ".");
+        if (image.pattern != Pattern::random && image.edge == Edge::none) {
+            const Box needed = touched(image, imageParameters()[i], box);
+            if (!boxOf(images_[i]).contains(needed))
+                fail(named(kernel) + " touches " + toString(needed) + ", but" + imageName + " covers " +
+                     toString(boxOf(images_[i])) + ".");
+        }
+        if (image.written) continue;
+        for (int j = 0; j < imageCount_; ++j) {
+            if (!kernel.images.list[j].written || images_[j].data != images_[i].data) continue;
+            if (image.pattern != Pattern::point || !sameGeometry(images_[i], images_[j]))
+                fail(named(kernel) + " can't write into the image that it reads as \"" + image.name + "\".");
+        }
+    }
+}
+
+void KernelExecutionContext::iterate(Vellum::Compute::Device& device, const IterationController& controller) {
+    if (imageCount_ == 0) fail(named(declaration()) + " was started without images.");
+    const int ranging = boundIndexOfRange();
+    Box box{controller.x0, controller.y0, controller.x1, controller.y1};
+    const bool wholeImage = box == Box{} && controller.c0 == 0 && controller.c1 == 0;
+    if (wholeImage) box = boxOf(images_[ranging]);
+    if (box.empty()) return;
+    const bool allComponents = controller.c0 == 0 && controller.c1 == 0;
+    const int c0 = controller.c0;
+    const int c1 = allComponents ? components_[ranging] : controller.c1;
+    if (c1 <= c0) return;
+
+    if (dirty_) {
+        declaration().derive(parameters_, images_.data(), imageParameters());
+        dirty_ = false;
+    }
+    checkReach(box, c0, c1);
+    accumulators_.fill(0.0f);
+    device.run({*kernel_,
+                box,
+                c0,
+                c1,
+                {images_.data(), static_cast<std::size_t>(imageCount_)},
+                {parameters_, static_cast<std::size_t>(kernel_->entry().parameterBytes())},
+                {accumulators_.data(), static_cast<std::size_t>(declaration().accumulatorBytes) / sizeof(float)}});
+}
+
+}  // namespace Vellum::JIT

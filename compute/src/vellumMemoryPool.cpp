@@ -1,0 +1,118 @@
+#include "compute/MemoryPool.h"
+
+#include <sys/mman.h>
+
+#include <algorithm>
+#include <cstdlib>
+
+#include "compute/Exception.h"
+
+namespace Vellum::Compute::Host {
+
+namespace {
+
+constexpr std::size_t cacheLine = 64;
+constexpr std::size_t hugePage = std::size_t{2} << 20;
+
+/// Sizes are rounded up to steps of at most an eighth, so that images of nearly one size share their blocks.
+std::size_t roundUp(std::size_t bytes) {
+    std::size_t step = 4096;
+    while (step * 16 < bytes) step *= 2;
+    return (bytes + step - 1) / step * step;
+}
+
+void* takeFromSystem(std::size_t bytes) {
+    const std::size_t alignment = bytes >= hugePage ? hugePage : cacheLine;
+    void* address = nullptr;
+    if (posix_memalign(&address, alignment, bytes) != 0) return nullptr;
+    if (alignment == hugePage) madvise(address, bytes, MADV_HUGEPAGE);
+    return address;
+}
+
+}  // namespace
+
+/// Gives its memory back to the pool that it came from. It holds a share of the pool: an image may outlive its device.
+class MemoryPool::Block : public Cobalt::Device::MemoryBlock {
+public:
+    Block(void* address, std::size_t bytes, std::shared_ptr<MemoryPool> pool)
+        : MemoryBlock(address, bytes), pool_(std::move(pool)) {}
+    ~Block() override { pool_->release(address(), bytes()); }
+
+private:
+    std::shared_ptr<MemoryPool> pool_;
+};
+
+MemoryPool::~MemoryPool() {
+    trimTo(0);
+}
+
+Cobalt::Device::MemoryHandle MemoryPool::allocate(std::size_t bytes) {
+    const std::size_t size = roundUp(std::max<std::size_t>(bytes, 1));
+    void* address = nullptr;
+    {
+        const std::scoped_lock lock(mutex_);
+        if (auto found = kept_.find(size); found != kept_.end()) {
+            address = found->second.back();
+            found->second.pop_back();
+            if (found->second.empty()) kept_.erase(found);
+            bytesKept_ -= size;
+        }
+    }
+    if (!address) address = takeFromSystem(size);
+    if (!address) {
+        trim();
+        address = takeFromSystem(size);
+    }
+    if (!address)
+        Cobalt::Base::raise(MemoryException("There is not enough memory: " + std::to_string(bytes >> 20) +
+                                            " MiB for one image could not be had."));
+    {
+        const std::scoped_lock lock(mutex_);
+        bytesInUse_ += size;
+    }
+    return new Block(address, size, shared_from_this());
+}
+
+void MemoryPool::release(void* address, std::size_t bytes) {
+    const std::scoped_lock lock(mutex_);
+    bytesInUse_ -= bytes;
+    if (bytesKept_ + bytes > budget_) {
+        std::free(address);
+        return;
+    }
+    kept_[bytes].push_back(address);
+    bytesKept_ += bytes;
+}
+
+void MemoryPool::trimTo(std::size_t bytes) {
+    while (bytesKept_ > bytes) {
+        const auto largest = std::prev(kept_.end());
+        std::free(largest->second.back());
+        largest->second.pop_back();
+        bytesKept_ -= largest->first;
+        if (largest->second.empty()) kept_.erase(largest);
+    }
+}
+
+void MemoryPool::trim() {
+    const std::scoped_lock lock(mutex_);
+    trimTo(0);
+}
+
+void MemoryPool::setBudget(std::size_t bytes) {
+    const std::scoped_lock lock(mutex_);
+    budget_ = bytes;
+    trimTo(budget_);
+}
+
+std::size_t MemoryPool::bytesInUse() const {
+    const std::scoped_lock lock(mutex_);
+    return bytesInUse_;
+}
+
+std::size_t MemoryPool::bytesKept() const {
+    const std::scoped_lock lock(mutex_);
+    return bytesKept_;
+}
+
+}  // namespace Vellum::Compute::Host
