@@ -1,0 +1,51 @@
+// Colour arithmetic that several kernels share: each formula stands once.
+#pragma once
+
+#include "compute/kernel/kernel.h"
+
+namespace Vellum::Kernels {
+inline namespace VIEWTINT_ISA {
+
+/// Where the cube root of CIE 1976 Lab gives way to a straight line.
+inline constexpr float labKnee = 6.f / 29;
+
+template <class V>
+struct Triple {
+    V a, b, c;
+};
+
+template <class V>
+VT_FN Triple<V> multiplyMatrix(const float (&m)[9], V x, V y, V z) {
+    return {((x * m[0]) + (y * m[1])) + (z * m[2]),   //
+            ((x * m[3]) + (y * m[4])) + (z * m[5]),   //
+            ((x * m[6]) + (y * m[7])) + (z * m[8])};
+}
+
+/// The lightness curve of CIE 1976 Lab: the cube root, and its tangent below knee^3. NaN stays NaN.
+template <class V>
+VT_FN V labCurve(V v, float knee) {
+    return select(v > knee * knee * knee, cbrt(v), v / (3 * (knee * knee)) + (2 * knee) / 3);
+}
+
+template <class V>
+VT_FN V inverseLabCurve(V u, float knee) {
+    return select(u > knee, u * u * u, (u + (-2 * knee) / 3) * 3.f * knee * knee);
+}
+
+/// Scaled Lab of XYZ with the white point divided out. Black gives exactly 0 in all three.
+template <class V>
+VT_FN Triple<V> labOfXyz(V x, V y, V z, float knee) {
+    const V fy = labCurve(y, knee);
+    const V fx = labCurve(x, knee);
+    const V fz = labCurve(z, knee);
+    return {fy * 1.16f - 0.16f, (fx - fy) * 5.f, (fy - fz) + (fy - fz)};
+}
+
+template <class V>
+VT_FN Triple<V> xyzOfLab(V lightness, V a, V b, float knee) {
+    const V l = (lightness + 0.16f) / 1.16f;
+    return {inverseLabCurve(l + a / 5.f, knee), inverseLabCurve(l, knee), inverseLabCurve(l + b / -2.f, knee)};
+}
+
+}  // namespace VIEWTINT_ISA
+}  // namespace Vellum::Kernels

@@ -1,0 +1,17 @@
+#include "Common/Common.h"
+#include "compute/Catalogue.h"
+
+namespace Vellum::Kernels {
+extern const Family pointwise;
+extern const Family colour;
+extern const Family statistics;
+}  // namespace Vellum::Kernels
+
+namespace Vellum::Common {
+
+void registerKernels() {
+    using namespace Vellum::Kernels;
+    registerFamilies({&pointwise, &colour, &statistics});
+}
+
+}  // namespace Vellum::Common
