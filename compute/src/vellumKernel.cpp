@@ -31,7 +31,6 @@ using Vellum::Kernels::ImageArgument;
 using Vellum::Kernels::ImageDeclaration;
 using Vellum::Kernels::ImageParameters;
 using Vellum::Kernels::KernelDeclaration;
-using Vellum::Kernels::mostImages;
 using Vellum::Kernels::Pattern;
 using Vellum::Kernels::ScalarDeclaration;
 using Vellum::Kernels::ScalarDeclarations;
@@ -227,15 +226,15 @@ void KernelExecutionContext::checkReach(const Box& box, int c0, int c1) {
     const KernelDeclaration& kernel = declaration();
     for (int i = 0; i < imageCount_; ++i) {
         const ImageDeclaration& image = kernel.images.list[i];
-        const auto imageName = std::string(" image \"") + image.name + "\"";
-        if (boxOf(images_[i]).empty()) fail(named(kernel) + imageName + " has no pixels.");
+        const auto imageName = [&] { return std::string(" image \"") + image.name + "\""; };
+        if (boxOf(images_[i]).empty()) fail(named(kernel) + imageName() + " has no pixels.");
         if (kernel.perComponent && (c0 < 0 || c1 > components_[i]))
             fail(named(kernel) + " runs over components " + std::to_string(c0) + " to " + std::to_string(c1 - 1) + ", but" +
-                 imageName + " has " + std::to_string(components_[i]) + ".");
+                 imageName() + " has " + std::to_string(components_[i]) + ".");
         if (image.pattern != Pattern::random && image.edge == Edge::none) {
             const Box needed = touched(image, imageParameters()[i], box);
             if (!boxOf(images_[i]).contains(needed))
-                fail(named(kernel) + " touches " + toString(needed) + ", but" + imageName + " covers " +
+                fail(named(kernel) + " touches " + toString(needed) + ", but" + imageName() + " covers " +
                      toString(boxOf(images_[i])) + ".");
         }
         if (image.written) continue;

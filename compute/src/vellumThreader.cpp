@@ -15,6 +15,30 @@ namespace {
 std::atomic<bool> threadingEnabled{true};
 constexpr int mostThreads = 1024;
 
+#if VIEWTINT_THREAD_SANITIZER
+extern "C" void __tsan_acquire(void* address);
+extern "C" void __tsan_release(void* address);
+
+/// Debian's oneTBB isn't compiled for ThreadSanitizer, which therefore can't see that the caller's writes come before
+/// the tasks and the tasks' writes before the caller goes on. This tells it.
+class HandOver {
+public:
+    HandOver() { __tsan_release(&fork_); }
+    ~HandOver() { __tsan_acquire(&join_); }
+    void taskBegins() { __tsan_acquire(&fork_); }
+    void taskEnds() { __tsan_release(&join_); }
+
+private:
+    char fork_ = 0;
+    char join_ = 0;
+};
+#else
+struct HandOver {
+    void taskBegins() {}
+    void taskEnds() {}
+};
+#endif
+
 /// Work is handed out index by index: a static split waits for the slower half whenever another program takes a core.
 class TbbThreader : public Threader {
 public:
@@ -30,11 +54,14 @@ public:
             for (int index = 0; index < count; ++index) function(index, argument);
             return;
         }
+        [[maybe_unused]] HandOver handOver;
         arena_.execute([&] {
             tbb::parallel_for(
                 tbb::blocked_range<int>(0, count, 1),
                 [&](const tbb::blocked_range<int>& part) {
+                    handOver.taskBegins();
                     for (int index = part.begin(); index < part.end(); ++index) function(index, argument);
+                    handOver.taskEnds();
                 },
                 tbb::simple_partitioner());
         });
