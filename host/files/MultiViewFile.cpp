@@ -1,0 +1,247 @@
+#include "host/files/MultiViewFile.h"
+
+#include <ImfChannelList.h>
+#include <ImfStandardAttributes.h>
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <utility>
+
+#include "host/files/ChannelNames.h"
+#include "host/files/HalfFloat.h"
+#include "host/files/MultiViewFileContents.h"
+
+namespace ViewTint::Host {
+
+namespace {
+
+constexpr const char* onlyView = "main";
+
+bool contains(const std::vector<std::string>& names, const std::string& name) {
+    return std::ranges::find(names, name) != names.end();
+}
+
+/// The views that a part's header speaks of; empty when it speaks of none.
+std::vector<std::string> viewsInHeader(const Imf::Header& header) {
+    if (header.hasView()) return {header.view()};
+    if (Imf::hasMultiView(header)) return Imf::multiView(header);
+    return {};
+}
+
+std::uint32_t toUint(float value) {
+    constexpr double largest = std::numeric_limits<std::uint32_t>::max();
+    if (!(value > 0.0f)) return 0;  // NaN as well
+    return static_cast<std::uint32_t>(std::min(std::nearbyint(static_cast<double>(value)), largest));
+}
+
+template <class Stored>
+void loadRow(const char* row, std::int64_t count, float* destination) {
+    const Stored* values = reinterpret_cast<const Stored*>(row);
+    for (std::int64_t i = 0; i < count; ++i)
+        destination[i] = static_cast<float>(values[i]);
+}
+
+template <class Stored, class Convert>
+void storeRow(const float* source, std::int64_t count, char* row, Convert convert) {
+    Stored* values = reinterpret_cast<Stored*>(row);
+    for (std::int64_t i = 0; i < count; ++i)
+        values[i] = convert(source[i]);
+}
+
+void loadRow(Imf::PixelType type, const char* row, std::int64_t count, float* destination) {
+    switch (type) {
+        case Imf::HALF:
+            return loadRow<half>(row, count, destination);
+        case Imf::FLOAT:
+            return loadRow<float>(row, count, destination);
+        default:
+            return loadRow<std::uint32_t>(row, count, destination);
+    }
+}
+
+void storeRow(Imf::PixelType type, const float* source, std::int64_t count, char* row) {
+    switch (type) {
+        case Imf::HALF:
+            return storeRow<half>(source, count, row, toHalf);
+        case Imf::FLOAT:
+            std::memcpy(row, source, static_cast<std::size_t>(count) * sizeof(float));
+            return;
+        default:
+            return storeRow<std::uint32_t>(source, count, row, toUint);
+    }
+}
+
+/// The byte offset of plane pixel (x, y) in a channel whose data window is `window`; the top row comes first.
+std::size_t offsetOf(const Box& window, std::size_t pixelBytes, std::int32_t x, std::int32_t y) {
+    const std::int64_t row = window.y1 - 1 - std::int64_t{y};
+    return static_cast<std::size_t>(row * window.width() + (x - window.x0)) * pixelBytes;
+}
+
+}  // namespace
+
+std::size_t bytesOf(Imf::PixelType type) {
+    return type == Imf::HALF ? 2 : 4;
+}
+
+FileStamp FileStamp::of(const std::filesystem::path& path) {
+    return {std::filesystem::file_size(path), std::filesystem::last_write_time(path)};
+}
+
+void MultiViewFile::Contents::nameChannels() {
+    for (const StoredPart& part : parts) {
+        for (const std::string& view : viewsInHeader(part.header)) {
+            if (!contains(views, view)) views.push_back(view);
+        }
+    }
+    if (views.empty()) views.push_back(onlyView);
+
+    std::vector<std::string> begunViews;  // those of which an earlier part held the main layer
+    for (StoredPart& part : parts) {
+        const bool partOfOneView = part.header.hasView() || !Imf::hasMultiView(part.header);
+        const std::string partView = part.header.hasView() ? part.header.view() : views.front();
+        const std::string layer = part.header.hasName() ? layerOfPart(part.header.name(), partView) : "";
+        for (StoredChannel& channel : part.channels) {
+            if (!partOfOneView) {
+                const ViewChannel split = splitViewName(channel.fileName, viewsInHeader(part.header));
+                channel.view = split.view;
+                channel.name = split.channel;
+            } else {
+                channel.view = partView;
+                channel.name = channel.fileName;
+            }
+            // A view's further parts may leave out the layer in the channels' names, since the part's name has it.
+            const bool bare = channel.name.find('.') == std::string::npos;
+            if (partOfOneView && bare && !layer.empty()) {
+                channel.secondName = layer + "." + channel.name;
+                if (contains(begunViews, partView)) std::swap(channel.name, channel.secondName);
+            }
+            // Two channels under one name: the later one is shown as the file has it.
+            const Location earlier = find(channel.view, channel.name);
+            if (earlier.channel != nullptr && earlier.channel != &channel) channel.name = channel.fileName;
+        }
+        if (partOfOneView) begunViews.push_back(partView);
+    }
+}
+
+MultiViewFile::Contents::Location MultiViewFile::Contents::find(const std::string& view,
+                                                                const std::string& channel) const {
+    for (const auto name : {&StoredChannel::name, &StoredChannel::secondName}) {
+        for (const StoredPart& part : parts) {
+            for (const StoredChannel& candidate : part.channels) {
+                if (candidate.view == view && candidate.*name == channel) return {&part, &candidate};
+            }
+        }
+    }
+    return {};
+}
+
+void MultiViewFile::Contents::requireView(const std::string& view) const {
+    if (contains(views, view)) return;
+    throw FileError(fmt::format("'{}' has no view '{}'; its views are: {}.", path.string(), view, listNames(views)));
+}
+
+MultiViewFile::Contents::Location MultiViewFile::Contents::get(const std::string& view,
+                                                               const std::string& channel) const {
+    requireView(view);
+    const Location found = find(view, channel);
+    if (found.channel == nullptr) {
+        throw FileError(fmt::format("'{}': the view '{}' has no channel '{}'.", path.string(), view, channel));
+    }
+    return found;
+}
+
+Box MultiViewFile::Contents::planeBox(const StoredPart& part) const {
+    const Imath::Box2i& window = part.window();
+    return {window.min.x - display.min.x, display.max.y - window.max.y, window.max.x - display.min.x + 1,
+            display.max.y - window.min.y + 1};
+}
+
+MultiViewFile::MultiViewFile(std::unique_ptr<Contents> contents) : contents_(std::move(contents)) {}
+MultiViewFile::MultiViewFile(MultiViewFile&&) noexcept = default;
+MultiViewFile& MultiViewFile::operator=(MultiViewFile&&) noexcept = default;
+MultiViewFile::~MultiViewFile() = default;
+
+const std::filesystem::path& MultiViewFile::path() const {
+    return contents_->path;
+}
+
+const std::vector<std::string>& MultiViewFile::views() const {
+    return contents_->views;
+}
+
+std::vector<std::string> MultiViewFile::channels(const std::string& view) const {
+    contents_->requireView(view);
+    std::vector<std::string> names;
+    for (const StoredPart& part : contents_->parts) {
+        for (const StoredChannel& channel : part.channels) {
+            if (channel.view == view) names.push_back(channel.name);
+        }
+    }
+    return names;
+}
+
+bool MultiViewFile::hasChannel(const std::string& view, const std::string& channel) const {
+    return contents_->find(view, channel).channel != nullptr;
+}
+
+int MultiViewFile::width() const {
+    return contents_->display.max.x - contents_->display.min.x + 1;
+}
+
+int MultiViewFile::height() const {
+    return contents_->display.max.y - contents_->display.min.y + 1;
+}
+
+Box MultiViewFile::dataBox(const std::string& view) const {
+    contents_->requireView(view);
+    Box all;
+    for (const StoredPart& part : contents_->parts) {
+        const bool inView =
+            std::ranges::any_of(part.channels, [&](const StoredChannel& channel) { return channel.view == view; });
+        if (!inView) continue;
+        const Box box = contents_->planeBox(part);
+        all = all.empty() ? box
+                          : Box{std::min(all.x0, box.x0), std::min(all.y0, box.y0), std::max(all.x1, box.x1),
+                                std::max(all.y1, box.y1)};
+    }
+    return all;
+}
+
+void MultiViewFile::read(const std::string& view, const std::string& channel, const Box& box, float* destination,
+                         std::ptrdiff_t rowStride) const {
+    const auto [part, stored] = contents_->get(view, channel);
+    const Box window = contents_->planeBox(*part);
+    const Box common = intersect(box, window);
+    const std::size_t pixelBytes = bytesOf(stored->type);
+    for (std::int32_t y = box.y0; y < box.y1; ++y) {
+        float* row = destination + std::ptrdiff_t{y - box.y0} * rowStride;
+        if (common.empty() || y < common.y0 || y >= common.y1) {
+            std::fill_n(row, std::max(box.width(), 0), 0.0f);
+            continue;
+        }
+        std::fill(row, row + (common.x0 - box.x0), 0.0f);
+        loadRow(stored->type, stored->pixels.data() + offsetOf(window, pixelBytes, common.x0, y), common.width(),
+                row + (common.x0 - box.x0));
+        std::fill(row + (common.x1 - box.x0), row + box.width(), 0.0f);
+    }
+}
+
+void MultiViewFile::replace(const std::string& view, const std::string& channel, const Box& box, const float* source,
+                            std::ptrdiff_t rowStride) {
+    const auto location = contents_->get(view, channel);
+    auto* part = const_cast<StoredPart*>(location.part);
+    auto* stored = const_cast<StoredChannel*>(location.channel);
+    const Box window = contents_->planeBox(*part);
+    const Box common = intersect(box, window);
+    const std::size_t pixelBytes = bytesOf(stored->type);
+    for (std::int32_t y = common.y0; y < common.y1 && !common.empty(); ++y) {
+        const float* row = source + std::ptrdiff_t{y - box.y0} * rowStride + (common.x0 - box.x0);
+        storeRow(stored->type, row, common.width(), stored->pixels.data() + offsetOf(window, pixelBytes, common.x0, y));
+    }
+    part->replaced = true;
+}
+
+}  // namespace ViewTint::Host

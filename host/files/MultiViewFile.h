@@ -1,0 +1,100 @@
+#pragma once
+
+#include <cstddef>
+#include <filesystem>
+#include <memory>
+#include <span>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "compute/Box.h"
+
+namespace ViewTint::Host {
+
+using Vellum::Image::Box;
+
+/// Something is wrong with a file: one sentence for the person at the keyboard, naming the file.
+class FileError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+/// Sets how many threads the file library uses for compression; 0 means the calling thread alone.
+void setFileThreads(int count);
+
+/// A multi-view OpenEXR picture in memory, every channel in the type that the file has.
+///
+/// Both ways of storing views are understood: all views in one part (`multiView` attribute; channels of the
+/// default view bare, those of others as `right.R`, `disparityL.right.x`) and a part for each view (`view`
+/// attribute). Channels are named here without their view: `R`, `disparityL.x`, `mask_occlusion.alpha`. Where a view
+/// has several parts, the name of a later part stands for the layer of channels without one: `x` in the part
+/// `disparityL.right` is `disparityL.x`.
+///
+/// Coordinates are those of the compositing plane: the display window's lower left corner is (0, 0), rows count
+/// upward. Files count rows downward; this class turns them over, both ways.
+class MultiViewFile {
+public:
+    /// Reads headers and pixels. Throws FileError: no such file, not an OpenEXR picture, truncated or damaged; deep
+    /// pixels, subsampled channels and several resolution levels are refused.
+    static MultiViewFile open(const std::filesystem::path& path);
+
+    MultiViewFile(MultiViewFile&&) noexcept;
+    MultiViewFile& operator=(MultiViewFile&&) noexcept;
+    ~MultiViewFile();
+
+    const std::filesystem::path& path() const;
+
+    /// Names of the views in the file's order, the default view first. A file without views has one, "main".
+    const std::vector<std::string>& views() const;
+    /// Names of a view's channels without the view's name. Throws FileError for an unknown view.
+    std::vector<std::string> channels(const std::string& view) const;
+    bool hasChannel(const std::string& view, const std::string& channel) const;
+
+    /// Width and height of the display window.
+    int width() const;
+    int height() const;
+    /// The data window of a view's channels (of several parts: their union).
+    Box dataBox(const std::string& view) const;
+
+    /// Copies a channel as float. `destination` is pixel (box.x0, box.y0), the lowest row first, `rowStride` in
+    /// floats. Pixels outside the data window become 0.
+    void read(const std::string& view, const std::string& channel, const Box& box, float* destination,
+              std::ptrdiff_t rowStride) const;
+
+    /// Overwrites a channel inside its data window; the values are converted to the channel's own type. In half
+    /// precision finite values beyond its range become the largest half, 65504, and not infinity; integers are
+    /// rounded to the nearest and clamped, NaN becomes 0.
+    void replace(const std::string& view, const std::string& channel, const Box& box, const float* source,
+                 std::ptrdiff_t rowStride);
+
+    /// Writes the picture with every attribute, channel, part, compression and pixel type that came in. Parts in
+    /// which nothing was replaced are copied without decoding; in others a lossy compression works anew on every
+    /// channel of the part. Written beside the target under a temporary name, synced and renamed: the target is
+    /// either the whole new file or what it was before. May overwrite the file that was opened. Throws FileError.
+    void save(const std::filesystem::path& path) const;
+
+private:
+    struct Contents;
+    explicit MultiViewFile(std::unique_ptr<Contents> contents);
+    std::unique_ptr<Contents> contents_;
+};
+
+/// A view to be written to a new file: named planes of one size, each with its lowest row first.
+struct NewView {
+    struct Plane {
+        std::string channel;  ///< without the view's name: "R", "disparityL.x"
+        std::vector<float> pixels;
+    };
+    std::string name;
+    std::vector<Plane> planes;
+};
+
+enum class PixelStorage { half, single };
+
+/// Writes views of one size as a new multi-view OpenEXR file in one part. Colour and masks are stored as `storage`;
+/// disparity always in single precision. Throws FileError.
+void writeMultiView(const std::filesystem::path& path, int width, int height, std::span<const NewView> views,
+                    PixelStorage storage);
+
+}  // namespace ViewTint::Host

@@ -1,0 +1,73 @@
+#pragma once
+
+#include <ImathBox.h>
+#include <ImfHeader.h>
+#include <ImfPixelType.h>
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "host/files/MultiViewFile.h"
+
+namespace ViewTint::Host {
+
+/// A channel in its own type, rows from the top of the picture downward as the file has them.
+struct StoredChannel {
+    std::string fileName;  ///< as the part's header has it
+    std::string view;
+    std::string name;        ///< as MultiViewFile shows it
+    std::string secondName;  ///< also understood in lookups; may be empty
+    Imf::PixelType type = Imf::HALF;
+    std::vector<char> pixels;
+};
+
+struct StoredPart {
+    Imf::Header header;
+    std::vector<StoredChannel> channels;
+    bool replaced = false;
+
+    const Imath::Box2i& window() const { return header.dataWindow(); }
+    std::int64_t width() const { return std::int64_t{window().max.x} - window().min.x + 1; }
+    std::int64_t height() const { return std::int64_t{window().max.y} - window().min.y + 1; }
+    bool tiled() const { return header.hasTileDescription(); }
+};
+
+/// What a file was when it was read, to notice that it has changed since.
+struct FileStamp {
+    std::uintmax_t size = 0;
+    std::filesystem::file_time_type time;
+
+    static FileStamp of(const std::filesystem::path& path);
+    friend bool operator==(const FileStamp&, const FileStamp&) = default;
+};
+
+struct MultiViewFile::Contents {
+    struct Location {
+        const StoredPart* part = nullptr;
+        const StoredChannel* channel = nullptr;
+    };
+
+    std::filesystem::path path;
+    FileStamp stamp;
+    std::vector<std::string> views;
+    Imath::Box2i display;
+    std::vector<StoredPart> parts;
+
+    /// Takes the views and the channels' names from the headers of `parts`.
+    void nameChannels();
+
+    /// The channel, or null pointers where the view hasn't got it.
+    Location find(const std::string& view, const std::string& channel) const;
+    /// As find. Throws FileError.
+    Location get(const std::string& view, const std::string& channel) const;
+    void requireView(const std::string& view) const;
+
+    /// A part's data window in plane coordinates: rows upward from the display window's lower left corner.
+    Box planeBox(const StoredPart& part) const;
+};
+
+std::size_t bytesOf(Imf::PixelType type);
+
+}  // namespace ViewTint::Host

@@ -1,0 +1,272 @@
+#include <Iex.h>
+#include <ImfChannelList.h>
+#include <ImfFloatAttribute.h>
+#include <ImfFrameBuffer.h>
+#include <ImfInputPart.h>
+#include <ImfMultiPartInputFile.h>
+#include <ImfMultiPartOutputFile.h>
+#include <ImfOutputFile.h>
+#include <ImfOutputPart.h>
+#include <ImfPartType.h>
+#include <ImfStdIO.h>
+#include <ImfTestFile.h>
+#include <ImfThreading.h>
+#include <ImfTiledInputPart.h>
+#include <ImfTiledOutputFile.h>
+#include <ImfTiledOutputPart.h>
+#include <ImfVersion.h>
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <new>
+#include <string_view>
+#include <type_traits>
+
+#include "host/files/AtomicFile.h"
+#include "host/files/ExrStream.h"
+#include "host/files/MultiViewFile.h"
+#include "host/files/MultiViewFileContents.h"
+
+namespace ViewTint::Host {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// ---- reading ---------------------------------------------------------------------------------------------------
+
+void checkReadable(const fs::path& path) {
+    std::error_code ignored;
+    const fs::file_status status = fs::status(path, ignored);
+    if (!fs::exists(status)) {
+        throw FileError(
+            fmt::format("Cannot read '{}': there is no such file; check its name and folder.", path.string()));
+    }
+    if (fs::is_directory(status)) {
+        throw FileError(fmt::format("Cannot read '{}': it is a folder; give the name of a picture.", path.string()));
+    }
+    if (::access(path.c_str(), R_OK) != 0) {
+        throw FileError(fmt::format("Cannot read '{}': no permission; change the file's mode.", path.string()));
+    }
+    if (!Imf::isOpenExrFile(path.c_str())) {
+        throw FileError(
+            fmt::format("Cannot read '{}': it is not an OpenEXR picture; separate pictures can be packed "
+                        "into one first.",
+                        path.string()));
+    }
+}
+
+FileError incomplete(const fs::path& path, const std::string& detail) {
+    return FileError(fmt::format("Cannot read '{}': it is truncated or damaged{}; write or copy it again.",
+                                 path.string(), detail.empty() ? "" : " (" + detail + ")"));
+}
+
+FileError unsupported(const fs::path& path, const std::string& what, const std::string& remedy) {
+    return FileError(fmt::format("Cannot read '{}': it has {}; {}.", path.string(), what, remedy));
+}
+
+void checkSupported(const fs::path& path, const Imf::Header& header) {
+    if (header.hasType() && !Imf::isImage(header.type())) {
+        throw unsupported(path, "deep pixels", "flatten the picture first");
+    }
+    if (header.hasTileDescription() && header.tileDescription().mode != Imf::ONE_LEVEL) {
+        throw unsupported(path, "several resolution levels", "write it with one level");
+    }
+    for (auto channel = header.channels().begin(); channel != header.channels().end(); ++channel) {
+        if (channel.channel().xSampling != 1 || channel.channel().ySampling != 1) {
+            throw unsupported(path, fmt::format("the subsampled channel '{}'", channel.name()),
+                              "write it with a value for every pixel");
+        }
+    }
+}
+
+/// A damaged header may promise any size. The best compression packs an all-black picture 21000-fold.
+void checkPlausibleSize(const fs::path& path, std::int64_t pixels, const Imf::Header& header, std::uintmax_t fileSize) {
+    constexpr std::uint64_t alwaysAllowed = std::uint64_t{1} << 30;
+    constexpr std::uint64_t largestRatio = 50000;
+    std::uint64_t bytes = 0;
+    for (auto channel = header.channels().begin(); channel != header.channels().end(); ++channel) {
+        bytes += static_cast<std::uint64_t>(pixels) * bytesOf(channel.channel().type);
+    }
+    if (bytes > alwaysAllowed && bytes / largestRatio > fileSize) throw incomplete(path, "impossible size");
+}
+
+/// The library refuses parts of unlike display windows as it refuses damaged files; only its words differ.
+bool tellsUnlikeSizes(const std::exception& error) {
+    const std::string_view text = error.what();
+    return text.find("non-conforming shared attributes") != text.npos && text.find("displayWindow") != text.npos;
+}
+
+/// The frame buffer over a part's channels; used for reading and for writing.
+Imf::FrameBuffer frameBufferOf(const StoredPart& part) {
+    Imf::FrameBuffer buffer;
+    for (const StoredChannel& channel : part.channels) {
+        const std::size_t pixelBytes = bytesOf(channel.type);
+        buffer.insert(channel.fileName, Imf::Slice::Make(channel.type, channel.pixels.data(), part.window(), pixelBytes,
+                                                         pixelBytes * static_cast<std::size_t>(part.width())));
+    }
+    return buffer;
+}
+
+void readTiles(Imf::MultiPartInputFile& file, int index, const StoredPart& part) {
+    Imf::TiledInputPart input(file, index);
+    input.setFrameBuffer(frameBufferOf(part));
+    input.readTiles(0, input.numXTiles() - 1, 0, input.numYTiles() - 1);
+}
+
+void readScanLines(Imf::MultiPartInputFile& file, int index, const StoredPart& part) {
+    Imf::InputPart input(file, index);
+    input.setFrameBuffer(frameBufferOf(part));
+    input.readPixels(part.window().min.y, part.window().max.y);
+}
+
+StoredPart readPart(Imf::MultiPartInputFile& file, int index, const fs::path& path, std::uintmax_t fileSize) {
+    StoredPart part;
+    part.header = file.header(index);
+    checkSupported(path, part.header);
+    const std::int64_t pixels = part.width() * part.height();
+    checkPlausibleSize(path, pixels, part.header, fileSize);
+    if (!file.partComplete(index)) throw incomplete(path, "");
+
+    const Imf::ChannelList& list = part.header.channels();
+    for (auto channel = list.begin(); channel != list.end(); ++channel) {
+        StoredChannel stored;
+        stored.fileName = channel.name();
+        stored.type = channel.channel().type;
+        stored.pixels.resize(static_cast<std::size_t>(pixels) * bytesOf(stored.type));
+        part.channels.push_back(std::move(stored));
+    }
+    part.tiled() ? readTiles(file, index, part) : readScanLines(file, index, part);
+    return part;
+}
+
+/// Reading a one-part file adds a `type` attribute to its header in memory; true if the file itself has one.
+bool onePartHeaderHasType(const fs::path& path) {
+    Imf::StdIFStream stream(path.c_str());
+    char magicAndVersion[8];
+    stream.read(magicAndVersion, sizeof magicAndVersion);
+    int version = static_cast<unsigned char>(magicAndVersion[5]) << 8 | static_cast<unsigned char>(magicAndVersion[4]);
+    Imf::Header header;
+    header.readFrom(stream, version);
+    return header.hasType();
+}
+
+// ---- writing ---------------------------------------------------------------------------------------------------
+
+/// The level of a DWA compression is kept in an attribute that older libraries wrote; the header's setting is not.
+void restoreCompressionLevel(Imf::Header& header) {
+    const auto* level = header.findTypedAttribute<Imf::FloatAttribute>("dwaCompressionLevel");
+    if (level != nullptr) header.dwaCompressionLevel() = level->value();
+}
+
+/// Writes a part through an output object for lines or for tiles, from memory or, undecoded, from `source`.
+template <class Output>
+void writePart(Output&& output, const StoredPart& part, Imf::MultiPartInputFile* source, int index) {
+    constexpr bool tiles = requires {
+        output.numXTiles();
+    };
+    if (!part.replaced) {
+        std::conditional_t<tiles, Imf::TiledInputPart, Imf::InputPart> input(*source, index);
+        output.copyPixels(input);
+        return;
+    }
+    output.setFrameBuffer(frameBufferOf(part));
+    if constexpr (tiles) {
+        output.writeTiles(0, output.numXTiles() - 1, 0, output.numYTiles() - 1);
+    } else {
+        output.writePixels(static_cast<int>(part.height()));
+    }
+}
+
+/// A file of one part need not say its part's type, which a part object of the library insists on.
+void writeOnlyPart(ExrStream& stream, const Imf::Header& header, const StoredPart& part,
+                   Imf::MultiPartInputFile* source) {
+    if (part.tiled()) {
+        writePart(Imf::TiledOutputFile(stream, header), part, source, 0);
+    } else {
+        writePart(Imf::OutputFile(stream, header), part, source, 0);
+    }
+}
+
+void writeAllParts(ExrStream& stream, const std::vector<Imf::Header>& headers, const std::vector<StoredPart>& parts,
+                   Imf::MultiPartInputFile* source) {
+    Imf::MultiPartOutputFile file(stream, headers.data(), static_cast<int>(headers.size()));
+    for (int index = 0; index < file.parts(); ++index) {
+        const StoredPart& part = parts[static_cast<std::size_t>(index)];
+        if (part.tiled()) {
+            writePart(Imf::TiledOutputPart(file, index), part, source, index);
+        } else {
+            writePart(Imf::OutputPart(file, index), part, source, index);
+        }
+    }
+}
+
+}  // namespace
+
+void setFileThreads(int count) {
+    Imf::setGlobalThreadCount(count);
+}
+
+MultiViewFile MultiViewFile::open(const fs::path& path) {
+    checkReadable(path);
+    auto contents = std::make_unique<Contents>();
+    contents->path = path;
+    try {
+        contents->stamp = FileStamp::of(path);
+        Imf::MultiPartInputFile file(path.c_str(), Imf::globalThreadCount(), /*reconstructChunkOffsetTable=*/false);
+        for (int index = 0; index < file.parts(); ++index) {
+            contents->parts.push_back(readPart(file, index, path, contents->stamp.size));
+        }
+        if (!Imf::isMultiPart(file.version()) && !onePartHeaderHasType(path)) contents->parts[0].header.erase("type");
+    } catch (const FileError&) {
+        throw;
+    } catch (const std::bad_alloc&) {
+        throw FileError(
+            fmt::format("Cannot read '{}': there is not enough memory for a picture of this size.", path.string()));
+    } catch (const std::exception& error) {
+        if (tellsUnlikeSizes(error)) {
+            throw FileError(fmt::format("Cannot read '{}': its parts differ in size; write all views with one size.",
+                                        path.string()));
+        }
+        throw incomplete(path, error.what());
+    }
+    contents->display = contents->parts.front().header.displayWindow();
+    contents->nameChannels();
+    return MultiViewFile(std::move(contents));
+}
+
+void MultiViewFile::save(const fs::path& path) const {
+    AtomicFile target(path);
+    ExrStream stream(target.temporaryPath(), path);
+    try {
+        std::unique_ptr<Imf::MultiPartInputFile> source;
+        if (!std::ranges::all_of(contents_->parts, &StoredPart::replaced)) {
+            if (FileStamp::of(contents_->path) != contents_->stamp) {
+                throw FileError(fmt::format("Cannot write '{}': '{}' was changed meanwhile; run again.", path.string(),
+                                            contents_->path.string()));
+            }
+            source = std::make_unique<Imf::MultiPartInputFile>(contents_->path.c_str());
+        }
+        std::vector<Imf::Header> headers;
+        for (const StoredPart& part : contents_->parts) {
+            headers.push_back(part.header);
+            restoreCompressionLevel(headers.back());
+        }
+        if (headers.size() == 1) {
+            writeOnlyPart(stream, headers.front(), contents_->parts.front(), source.get());
+        } else {
+            writeAllParts(stream, headers, contents_->parts, source.get());
+        }
+    } catch (const Iex::BaseExc& error) {
+        throw FileError(fmt::format("Cannot write '{}': {}.", path.string(), error.what()));
+    } catch (const fs::filesystem_error& error) {
+        throw FileError(fmt::format("Cannot write '{}': '{}' cannot be read again ({}).", path.string(),
+                                    contents_->path.string(), error.code().message()));
+    }
+    stream.finish();
+    target.commit();
+}
+
+}  // namespace ViewTint::Host

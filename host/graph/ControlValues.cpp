@@ -1,0 +1,178 @@
+#include "host/graph/ControlValues.h"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <algorithm>
+#include <cctype>
+#include <charconv>
+#include <cmath>
+#include <limits>
+#include <numeric>
+#include <optional>
+#include <utility>
+
+#include "base/Ensure.h"
+#include "host/graph/SettingError.h"
+
+namespace ViewTint::Host {
+
+using Fresco::Image::KnobDeclaration;
+using Fresco::Image::KnobKind;
+
+namespace {
+
+std::string lowered(std::string_view text) {
+    std::string lower(text);
+    std::ranges::transform(lower, lower.begin(), [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return lower;
+}
+
+/// How many letters must be changed, added or left out to turn one word into the other.
+std::size_t editDistance(const std::string& a, const std::string& b) {
+    std::vector<std::size_t> row(b.size() + 1);
+    std::iota(row.begin(), row.end(), std::size_t{0});
+    for (std::size_t i = 1; i <= a.size(); ++i) {
+        std::size_t diagonal = std::exchange(row[0], i);
+        for (std::size_t j = 1; j <= b.size(); ++j) {
+            const std::size_t replaced = diagonal + (a[i - 1] != b[j - 1]);
+            diagonal = std::exchange(row[j], std::min({replaced, row[j] + 1, row[j - 1] + 1}));
+        }
+    }
+    return row.back();
+}
+
+/// The three names most like `wanted`; one that contains the other counts as very like.
+std::vector<std::string> nearestNames(std::span<const KnobDeclaration> knobs, std::string_view wanted) {
+    const std::string target = lowered(wanted);
+    std::vector<std::pair<std::size_t, std::string>> ranked;
+    for (const KnobDeclaration& knob : knobs) {
+        if (!knob.holdsValue()) continue;
+        const std::string name = lowered(knob.name);
+        const bool within =
+            !target.empty() && (name.find(target) != std::string::npos || target.find(name) != std::string::npos);
+        ranked.emplace_back(within ? 1 : editDistance(name, target), knob.name);
+    }
+    std::ranges::stable_sort(ranked, {}, &std::pair<std::size_t, std::string>::first);
+    std::vector<std::string> names;
+    for (std::size_t i = 0; i < std::min<std::size_t>(3, ranked.size()); ++i)
+        names.push_back(ranked[i].second);
+    return names;
+}
+
+/// The number that makes up the whole text, or nothing. Locale-free.
+template <class Number>
+std::optional<double> parseNumber(std::string_view text) {
+    Number number{};
+    if (text.starts_with('+')) text.remove_prefix(1);
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    if (error != std::errc() || end != text.data() + text.size() || !std::isfinite(static_cast<double>(number)))
+        return {};
+    return static_cast<double>(number);
+}
+
+std::optional<double> parseSwitch(const std::string& text) {
+    const std::string word = lowered(text);
+    for (const char* on : {"on", "yes", "true", "1"}) {
+        if (word == on) return 1.0;
+    }
+    for (const char* off : {"off", "no", "false", "0"}) {
+        if (word == off) return 0.0;
+    }
+    return {};
+}
+
+std::optional<double> parseChoice(const KnobDeclaration& knob, const std::string& text) {
+    for (std::size_t i = 0; i < knob.choices.size(); ++i) {
+        if (lowered(knob.choices[i]) == lowered(text)) return static_cast<double>(i);
+    }
+    const auto number = parseNumber<int>(text);
+    const auto count = static_cast<double>(knob.choices.size());
+    return number && *number >= 0 && *number < count ? number : std::nullopt;
+}
+
+std::string describeChoices(const KnobDeclaration& knob) {
+    std::string text;
+    for (std::size_t i = 0; i < knob.choices.size(); ++i) {
+        text += fmt::format("{}\"{}\" ({})", i == 0 ? "" : ", ", knob.choices[i], i);
+    }
+    return text;
+}
+
+[[noreturn]] void refuse(const KnobDeclaration& knob, const std::string& text, const std::string& wanted) {
+    throw SettingError(fmt::format("'{}' is no value for the control {}: {}.", text, knob.name, wanted));
+}
+
+double parseValue(const KnobDeclaration& knob, const std::string& text) {
+    switch (knob.kind) {
+        case KnobKind::boolean:
+            if (const auto value = parseSwitch(text)) return *value;
+            refuse(knob, text, "it is switched on or off");
+        case KnobKind::enumeration:
+            if (const auto value = parseChoice(knob, text)) return *value;
+            refuse(knob, text, "choose " + describeChoices(knob));
+        case KnobKind::integer:
+            if (const auto value = parseNumber<int>(text)) return *value;
+            refuse(knob, text, "it needs a whole number");
+        default:
+            if (const auto value = parseNumber<float>(text)) return *value;
+            refuse(knob, text, "it needs a number");
+    }
+}
+
+}  // namespace
+
+ControlValues::ControlValues(std::string className) : className_(std::move(className)) {
+    const auto* description = Fresco::Image::Op::Description::find(className_);
+    ENSURE(description, "no operator class {} is linked", className_);
+    sample_ = description->make(nullptr);
+    sample_->knobs(knobs_);
+}
+
+const KnobDeclaration& ControlValues::knobOf(std::string_view name) const {
+    const KnobDeclaration* knob = name.empty() ? nullptr : knobs_.find(name);
+    if (knob == nullptr) {
+        throw SettingError(fmt::format("There is no control '{}'; the nearest are {}.", name,
+                                       fmt::join(nearestNames(declarations(), name), ", ")));
+    }
+    if (!knob->holdsValue())
+        throw SettingError(fmt::format("The control {} only shows something; leave it out.", name));
+    return *knob;
+}
+
+void ControlValues::set(std::string_view name, const std::string& text) {
+    const KnobDeclaration& knob = knobOf(name);
+    if (knob.kind == KnobKind::view) {
+        given_.push_back({&knob, 0.0, text});
+        return;
+    }
+    const double value = parseValue(knob, text);
+    const bool limited = knob.hasRange && (knob.flags & Fresco::Image::keepInRange) != 0;
+    if (limited && (value < knob.minimum || value > knob.maximum)) {
+        throw SettingError(fmt::format("{} is out of range for the control {}: it goes from {:g} to {:g}.", text, name,
+                                       knob.minimum, knob.maximum));
+    }
+    given_.push_back({&knob, value, ""});
+}
+
+std::vector<ControlValues::Value> ControlValues::resolve(std::span<const std::string> views) const {
+    std::vector<Value> values;
+    for (const Given& given : given_) {
+        double number = given.number;
+        if (given.knob->kind == KnobKind::view) {
+            const auto named = std::ranges::find(views, given.view);
+            const auto parsed = parseNumber<int>(given.view);
+            if (named != views.end()) {
+                number = static_cast<double>(named - views.begin()) + 1;
+            } else if (parsed && *parsed >= 1 && *parsed <= static_cast<double>(views.size())) {
+                number = *parsed;
+            } else {
+                refuse(*given.knob, given.view, fmt::format("the views are {}", fmt::join(views, ", ")));
+            }
+        }
+        values.push_back({given.knob->name, number});
+    }
+    return values;
+}
+
+}  // namespace ViewTint::Host

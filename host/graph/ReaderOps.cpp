@@ -1,0 +1,75 @@
+#include "host/graph/ReaderOps.h"
+
+#include <algorithm>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+namespace ViewTint::Host {
+
+using Fresco::Image::Box;
+using Fresco::Image::ImagePlane;
+
+namespace {
+
+void clear(ImagePlane& plane) {
+    const auto count = static_cast<std::size_t>(plane.box().pixels()) * plane.components();
+    std::fill_n(plane.writableBuffer().data(), count, 0.0f);
+}
+
+/// Puts rows without gaps into one component of a packed plane.
+void scatter(const std::vector<float>& pixels, ImagePlane& plane, int component) {
+    float* out = plane.at(plane.box().x0, plane.box().y0, component);
+    for (const float value : pixels) {
+        *out = value;
+        out += plane.pixelStride();
+    }
+}
+
+}  // namespace
+
+FileReadOp::FileReadOp(std::shared_ptr<const MultiViewFile> file, std::string view, const ChannelRoles& roles)
+    : Iop(nullptr), file_(std::move(file)), view_(std::move(view)), roles_(roles) {}
+
+void FileReadOp::_validate(bool) {
+    info_ = {};
+    info_.box = file_->dataBox(view_);
+    info_.format = {file_->width(), file_->height()};
+    for (const ChannelRoles::Role& role : roles_.all()) {
+        if (file_->hasChannel(view_, role.fileChannel)) info_.channels.insert(role.channel);
+    }
+}
+
+void FileReadOp::fetchPlane(ImagePlane& plane) {
+    clear(plane);
+    const Box& box = plane.box();
+    int component = -1;
+    for (const Fresco::Image::Channel channel : plane.channels()) {
+        ++component;
+        if (!info().channels.contains(channel)) continue;
+        const std::string& name = roles_.find(channel)->fileChannel;
+        if (!plane.packed()) {
+            file_->read(view_, name, box, plane.at(box.x0, box.y0, component), plane.rowStride());
+        } else {
+            std::vector<float> pixels(static_cast<std::size_t>(box.pixels()));
+            file_->read(view_, name, box, pixels.data(), box.width());
+            scatter(pixels, plane, component);
+        }
+    }
+}
+
+void FileReadOp::append(Fresco::Image::Hash& hash) {
+    std::error_code ignored;
+    hash.append(file_->path().native());
+    hash.append(std::filesystem::file_size(file_->path(), ignored));
+    hash.append(std::filesystem::last_write_time(file_->path(), ignored).time_since_epoch().count());
+    hash.append(view_);
+    for (const ChannelRoles::Role& role : roles_.all())
+        hash.append(role.fileChannel);
+}
+
+void EmptyFrameOp::fetchPlane(ImagePlane& plane) {
+    clear(plane);
+}
+
+}  // namespace ViewTint::Host

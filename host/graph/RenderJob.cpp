@@ -1,0 +1,240 @@
+#include "host/graph/RenderJob.h"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <algorithm>
+#include <cmath>
+#include <map>
+#include <set>
+#include <system_error>
+#include <utility>
+
+#include "base/Exception.h"
+#include "host/files/AtomicFile.h"
+#include "host/graph/ReaderOps.h"
+#include "host/graph/SettingError.h"
+
+namespace ViewTint::Host {
+
+namespace fs = std::filesystem;
+using Fresco::Image::Op;
+using Fresco::Image::OutputContext;
+
+namespace {
+
+constexpr int smallestSize = 2;  // pixels: operators compare neighbours
+
+/// The views of the picture that is rendered, known to the whole process for the life of the object.
+class ProjectViews : public Fresco::Image::Project {
+public:
+    explicit ProjectViews(const std::vector<std::string>& fileViews) : names_(fileViews) {
+        const auto rank = [](const std::string& name) { return name == "left" ? 0 : name == "right" ? 1 : 2; };
+        std::ranges::stable_sort(names_, {}, rank);
+        previous_ = setCurrent(this);
+    }
+    ~ProjectViews() override { setCurrent(previous_); }
+
+    int viewcount() const override { return static_cast<int>(names_.size()) + 1; }
+    int lookup_view(std::string_view name) const override {
+        const auto found = std::ranges::find(names_, name);
+        return found == names_.end() ? -1 : static_cast<int>(found - names_.begin()) + 1;
+    }
+
+    const std::vector<std::string>& names() const { return names_; }
+    /// The name of a view's number, or null.
+    const std::string* name(int view) const {
+        return view >= 1 && view < viewcount() ? &names_[static_cast<std::size_t>(view - 1)] : nullptr;
+    }
+
+private:
+    std::vector<std::string> names_;
+    Project* previous_ = nullptr;
+};
+
+bool isSameFile(const fs::path& a, const fs::path& b) {
+    std::error_code failed;
+    if (fs::equivalent(a, b, failed) && !failed) return true;
+    return fs::weakly_canonical(a, failed) == fs::weakly_canonical(b, failed);
+}
+
+void checkViewSize(const MultiViewFile& picture, const std::string& view) {
+    const Box box = picture.dataBox(view);
+    const int width = std::min(box.width(), picture.width());
+    const int height = std::min(box.height(), picture.height());
+    if (width >= smallestSize && height >= smallestSize) return;
+    throw RenderError(fmt::format("'{}': the view '{}' is {} by {} pixels; at least {} by {} are needed.",
+                                  picture.path().string(), view, width, height, smallestSize, smallestSize));
+}
+
+/// Unlike data windows are well where something was cut off. Pictures of unlike sizes that were put into one file show
+/// in windows that both begin at the display window's upper left corner.
+void checkEqualSize(const MultiViewFile& picture, const std::string& a, const std::string& b) {
+    const Box boxA = picture.dataBox(a);
+    const Box boxB = picture.dataBox(b);
+    const auto atCorner = [&](const Box& box) { return box.x0 == 0 && box.y1 == picture.height(); };
+    const bool equal = boxA.width() == boxB.width() && boxA.height() == boxB.height();
+    if (equal || !atCorner(boxA) || !atCorner(boxB)) return;
+    throw RenderError(fmt::format(
+        "'{}': the views '{}' ({} by {} pixels) and '{}' ({} by {} pixels) differ in size; give both the same size.",
+        picture.path().string(), a, boxA.width(), boxA.height(), b, boxB.width(), boxB.height()));
+}
+
+}  // namespace
+
+/// The operators of one frame: readers, made as they are asked for, and the node.
+class RenderJob::Graph {
+public:
+    Graph(RenderJob& job, int frame, std::shared_ptr<MultiViewFile> picture)
+        : job_(job),
+          frame_(frame),
+          picture_(std::move(picture)),
+          views_(picture_->views()),
+          node_(
+              job.controls_.className(),
+              [this](int input, const OutputContext& context) { return input == 0 ? source(context) : mask(context); },
+              job.services_) {
+        for (const ControlValues::Value& value : job.controls_.resolve(views_.names())) {
+            node_.setControl(value.name, value.number);
+        }
+    }
+
+    int viewCount() const { return views_.viewcount() - 1; }
+
+    /// Renders a view if the node changes it, into the picture. True if it does.
+    bool render(int view) {
+        const bool accepted = node_.enter({static_cast<double>(frame_), view});
+        checkViews();
+        if (!accepted) fail(view);
+        if (node_.op().outChannels().empty()) return false;
+        checkChosenChannels();
+        Fresco::Image::ImagePlane plane(node_.op().info().box, false, node_.op().outChannels());
+        node_.op().fetchPlane(plane);
+        job_.throwIfAborted();
+        if (!node_.errors().empty() || !plane.buffer()) fail(view);
+        store(plane, *views_.name(view));
+        return true;
+    }
+
+private:
+    Op* source(const OutputContext& context) {
+        const int frame = static_cast<int>(std::lround(context.frame));
+        const std::string* view = views_.name(context.view);
+        if (view == nullptr) return &black_;
+        if (frame == frame_) usedViews_.insert(*view);
+        auto& reader = readers_[{frame, *view}];
+        if (!reader) reader = makeReader(frame, *view);
+        return reader.get();
+    }
+
+    std::unique_ptr<Fresco::Image::Iop> makeReader(int frame, const std::string& view) {
+        const auto file = frame == frame_ ? picture_ : job_.frames_.frame(frame);
+        if (!file) {
+            FileReadOp like(picture_, view, job_.roles_);
+            like.validate(true);
+            return std::make_unique<EmptyFrameOp>(like.info());
+        }
+        return std::make_unique<FileReadOp>(file, view, job_.roles_);
+    }
+
+    Op* mask(const OutputContext& context) {
+        if (!job_.mask_) return nullptr;
+        const std::vector<std::string>& views = job_.mask_->views();
+        const std::string* wanted = views_.name(context.view);
+        const bool has = wanted != nullptr && std::ranges::find(views, *wanted) != views.end();
+        maskReader_ = std::make_unique<FileReadOp>(job_.mask_, has ? *wanted : views.front(), job_.roles_);
+        return maskReader_.get();
+    }
+
+    void checkViews() const {
+        for (const std::string& view : usedViews_) {
+            checkViewSize(*picture_, view);
+            checkEqualSize(*picture_, *usedViews_.begin(), view);
+        }
+    }
+
+    /// A role that falls back to its usual channel may be absent; one that the user chose may not.
+    void checkChosenChannels() const {
+        for (const ChannelRoles::Role& role : job_.roles_.all()) {
+            const bool exists = std::ranges::any_of(
+                usedViews_, [&](const std::string& view) { return picture_->hasChannel(view, role.fileChannel); });
+            if (role.chosen && !exists) {
+                throw RenderError(
+                    fmt::format("'{}' has no channel '{}', which was chosen for {}; its channels are: {}.",
+                                picture_->path().string(), role.fileChannel, role.name,
+                                fmt::join(picture_->channels(*usedViews_.begin()), ", ")));
+            }
+        }
+    }
+
+    /// Of several errors the first tells the cause.
+    [[noreturn]] void fail(int view) const {
+        const std::vector<std::string> errors = node_.errors();
+        if (!errors.empty()) throw RenderError(errors.front());
+        throw RenderError(fmt::format("'{}': {} delivered no pixels for the view '{}'.", picture_->path().string(),
+                                      node_.op().displayName(), *views_.name(view)));
+    }
+
+    void store(const Fresco::Image::ImagePlane& plane, const std::string& view) {
+        const Box& box = plane.box();
+        int component = 0;
+        for (const Fresco::Image::Channel channel : plane.channels()) {
+            const ChannelRoles::Role* role = job_.roles_.find(channel);
+            if (role && picture_->hasChannel(view, role->fileChannel)) {
+                picture_->replace(view, role->fileChannel, box, plane.at(box.x0, box.y0, component), plane.rowStride());
+            }
+            ++component;
+        }
+    }
+
+    RenderJob& job_;
+    int frame_;
+    std::shared_ptr<MultiViewFile> picture_;
+    ProjectViews views_;
+    BlackOp black_;
+    std::map<std::pair<int, std::string>, std::unique_ptr<Fresco::Image::Iop>> readers_;
+    std::unique_ptr<FileReadOp> maskReader_;
+    std::set<std::string> usedViews_;  ///< those that the node asks for at the frame itself
+    OperatorNode node_;
+};
+
+RenderJob::RenderJob(FrameSource& frames, ControlValues controls, ChannelRoles roles, RenderServices services)
+    : frames_(frames), controls_(std::move(controls)), roles_(std::move(roles)), services_(std::move(services)) {}
+
+void RenderJob::throwIfAborted() const {
+    if (services_.aborted()) throw RenderInterrupted();
+}
+
+std::shared_ptr<MultiViewFile> RenderJob::render(int frame) {
+    throwIfAborted();
+    auto picture = frames_.frame(frame);
+    if (!picture) throw RenderError(fmt::format("There is no picture for frame {}.", frame));
+    if (picture->views().size() < 2) {
+        throw RenderError(fmt::format("'{}' has only one view, '{}'; a left and a right view are needed.",
+                                      picture->path().string(), picture->views().front()));
+    }
+    try {
+        Graph graph(*this, frame, picture);
+        for (int view = 1; view <= graph.viewCount(); ++view)
+            graph.render(view);
+    } catch (const Cobalt::Base::InterruptedException&) {
+        throw RenderInterrupted();
+    } catch (const Cobalt::Base::Exception& failure) {
+        throw RenderError(userMessage(failure));
+    }
+    return picture;
+}
+
+void RenderJob::render(int frame, const fs::path& output) {
+    const auto picture = frames_.frame(frame);
+    if (picture && isSameFile(picture->path(), output)) {
+        throw FileError(
+            fmt::format("Cannot write '{}': it is the picture that is read; give another name.", output.string()));
+    }
+    checkWritable(output);
+    const auto corrected = render(frame);
+    throwIfAborted();
+    corrected->save(output);
+}
+
+}  // namespace ViewTint::Host

@@ -1,0 +1,63 @@
+#pragma once
+
+#include <exception>
+#include <filesystem>
+#include <memory>
+#include <stdexcept>
+#include <string>
+
+#include "host/graph/ChannelRoles.h"
+#include "host/graph/ControlValues.h"
+#include "host/graph/FrameSource.h"
+#include "host/graph/OperatorNode.h"
+
+namespace ViewTint::Host {
+
+/// The class name of the colour matching node.
+inline constexpr const char* viewTintClass = "Q_ViewTint2_1";
+
+/// A render has failed: the operator's own sentence, or one about the picture.
+class RenderError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+/// The user has ended the render. Nothing was written.
+class RenderInterrupted : public std::exception {
+public:
+    const char* what() const noexcept override { return "the render was interrupted"; }
+};
+
+/// Runs one operator on frames of a shot and puts the channels that it changes into the picture.
+///
+/// Views are numbered from 1, the view named "left" first, the one named "right" second, others in the file's order.
+/// The list of views belongs to the process, so one frame at a time may be rendered in it.
+class RenderJob {
+public:
+    /// `frames` must outlive the job.
+    RenderJob(FrameSource& frames, ControlValues controls, ChannelRoles roles, RenderServices services = {});
+
+    /// Connects a picture to the operator's second input: of its views the one asked for or else the first.
+    void setMask(std::shared_ptr<const MultiViewFile> mask) { mask_ = std::move(mask); }
+
+    /// Renders a frame. Returns its picture with red, green, blue and, where it has one, alpha of the corrected view
+    /// replaced. Throws RenderError, RenderInterrupted, SettingError, FileError.
+    std::shared_ptr<MultiViewFile> render(int frame);
+
+    /// Renders a frame into a new file. That it can be written, and isn't the picture that is read, is tested before
+    /// the work; a failure leaves nothing behind.
+    void render(int frame, const std::filesystem::path& output);
+
+private:
+    class Graph;
+
+    void throwIfAborted() const;
+
+    FrameSource& frames_;
+    ControlValues controls_;
+    ChannelRoles roles_;
+    RenderServices services_;
+    std::shared_ptr<const MultiViewFile> mask_;
+};
+
+}  // namespace ViewTint::Host
