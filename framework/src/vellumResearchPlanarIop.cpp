@@ -1,0 +1,24 @@
+#include "framework/ResearchVellumPlanarIop.h"
+
+#include "framework/SextantProgress.h"
+
+namespace Cobalt::Research {
+
+void ResearchVellumPlanarIop::renderStripe(Fresco::Image::ImagePlane& plane) {
+    Cobalt::Sextant::abortCheck(*this);
+    renderPlane(plane);
+}
+
+void ResearchVellumPlanarIop::fraction(float done) {
+    const float shown = mapped(done);
+    if (shown >= 1.0f)
+        progressDismiss();
+    else
+        progressFraction(shown, 0);
+}
+
+void ResearchVellumPlanarIop::message(const char* text) {
+    progressMessage(text);
+}
+
+}  // namespace Cobalt::Research

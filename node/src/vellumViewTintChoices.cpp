@@ -1,0 +1,109 @@
+#include "node/ViewTintChoices.h"
+
+#include <algorithm>
+#include <atomic>
+
+#include <fmt/format.h>
+
+#include "Common/Common.h"
+#include "ToneAligner/ToneAligner.h"
+
+namespace Cobalt::Research {
+
+using Fresco::Image::Channel;
+using Fresco::Image::ChannelSet;
+using Vellum::Image::Box;
+using Vellum::Image::Image;
+
+ChannelSet maskChannels(int mode) {
+    switch (mode) {
+        case 1:
+        case 2:
+        case 5:
+        case 6:
+            return ChannelSet::fromMask(Fresco::Image::alphaMask);
+        case 3:
+        case 4:
+            return ChannelSet::fromMask(Fresco::Image::rgbMask);
+        default:
+            return {};
+    }
+}
+
+bool maskIsLuminance(int mode) {
+    return mode == 3 || mode == 4;
+}
+
+bool maskIsInverted(int mode) {
+    return mode == 2 || mode == 4 || mode == 6;
+}
+
+int smoothingRadius(float correctionScale, int width) {
+    const float radius = 20.0f * correctionScale * (static_cast<float>(width) * 0.00048828125f);
+    // Limited before the truncation as well: a float beyond the range of int has no truncation.
+    return std::clamp(static_cast<int>(std::clamp(radius, 0.0f, 40.0f)) + 2, 2, 40);
+}
+
+int matcherMode(int matchingMode, int samples) {
+    if (matchingMode == 0) return Vellum::Tone::ToneAligner::basic;
+    return samples == 1 ? Vellum::Tone::ToneAligner::oneBlockSize : Vellum::Tone::ToneAligner::severalBlockSizes;
+}
+
+Channel occlusionChannel() {
+    static std::atomic<Channel> cached{Fresco::Image::noChannel};
+    Channel channel = cached.load(std::memory_order_relaxed);
+    if (channel < Fresco::Image::firstNamedChannel) {
+        channel = Fresco::Image::getChannel("mask_occlusion.alpha", true);
+        cached.store(channel, std::memory_order_relaxed);
+    }
+    return channel;
+}
+
+ChannelSet colourChannels() {
+    return ChannelSet::fromMask(Fresco::Image::rgbaMask);
+}
+
+ChannelSet disparityChannels() {
+    return ChannelSet::fromMask(Fresco::Image::disparityMask);
+}
+
+void combineOcclusionFrames(const std::vector<Image>& frames, Image& out) {
+    out = frames.front().makeLike(*frames.front().device());
+    out.copyFrom(frames.front());
+    for (std::size_t i = 1; i < frames.size(); ++i) {
+        const Box common = intersect(out.box(), frames[i].box());
+        if (common.empty()) continue;
+        if (common == out.box()) {
+            Vellum::Common::max(frames[i], out, out);
+            continue;
+        }
+        // Beyond the frame the maximum is taken with the value itself.
+        Image widened = out.makeLike(*out.device());
+        widened.copyFrom(out);
+        Vellum::Common::copy(frames[i], common, widened, common.x0, common.y0);
+        Vellum::Common::max(widened, out, out);
+    }
+}
+
+Image fitImageToBox(const Image& source, const Box& box) {
+    const Vellum::Image::Info wanted{box, 1, Vellum::Pixel::DataEnum::float32};
+    if (source.info() == wanted) return source;
+    Image fitted(wanted, *source.device());
+    Vellum::Common::clear(fitted);
+    Vellum::Common::copy(source, source.box(), fitted, source.box().x0, source.box().y0);
+    return fitted;
+}
+
+std::string missingInputMessage(const std::string& inputName, const std::string& what) {
+    return fmt::format("Input {} missing {}", inputName, what);
+}
+
+std::string missingUpstreamMessage(const std::string& inputName, const std::string& what, const std::string& node) {
+    return fmt::format("Input {} missing {}. Please add an upstream {} node.", inputName, what, node);
+}
+
+std::string missingChannelMessage(const std::string& name) {
+    return fmt::format("Channel selected as {} is missing. Please connect the correct input.", name);
+}
+
+}  // namespace Cobalt::Research

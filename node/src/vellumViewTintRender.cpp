@@ -1,0 +1,150 @@
+#include "Common/Common.h"
+#include "ToneAligner/ToneAligner.h"
+#include "compute/BufferManagement/BufferManager.h"
+#include "node/ViewTintChoices.h"
+#include "node/ViewTintPlugin.h"
+
+namespace Cobalt::Research {
+
+namespace {
+
+using Cobalt::Sextant::abortCheck;
+using Vellum::Utils::BufferManagement::BufferManager;
+
+constexpr auto float32 = Vellum::Pixel::DataEnum::float32;
+
+}  // namespace
+
+/// Counts the stages of a render.
+class ViewTintPlugin::Steps {
+public:
+    explicit Steps(Cobalt::Base::Progress& progress) : progress_(progress) {}
+
+    void message(const char* text) { progress_.message(text); }
+    void report() {
+        progress_.fraction(stepsDone_ / stepCount_);
+        stepsDone_ += 1.0f;
+    }
+
+private:
+    Cobalt::Base::Progress& progress_;
+    float stepCount_ = 7.0f;
+    float stepsDone_ = 0.0f;
+};
+
+void ViewTintPlugin::renderStripe(Fresco::Image::ImagePlane& plane) {
+    Cobalt::Sextant::SextantProgress progress(this);
+    Steps steps(progress);
+    matchInputOffset = matchWhat + 1;
+    try {
+        render(plane, steps);
+    } catch (const Cobalt::Base::InterruptedException&) {
+        // The host knows that it aborted.
+    } catch (const Cobalt::Base::Exception& failure) {
+        error(userMessage(failure));
+    } catch (...) {
+        error("Exception while running kernel on device");
+    }
+}
+
+void ViewTintPlugin::render(Fresco::Image::ImagePlane& plane, Steps& steps) {
+    const std::array<int, 2> fullSize = sourceFormat();
+    if (!inputsUsable(inputNumber(0, 1), inputNumber(0, 2))) {
+        abortCheck(*this);
+        error(Cobalt::Sextant::missingViewsMessage("Source"));
+        return;
+    }
+    steps.message("Adjusting colours");
+    abortCheck(*this);
+    steps.report();
+    steps.message("Fetching images");
+
+    Image occlusion;
+    if (!fetchOcclusionMask(occlusion)) return;
+    BufferManager bufferManager(renderContext()->device(), hostDevice());
+    Image leftView, rightView, disparity;
+    if (!fetchSourceViews(leftView, rightView) || !fetchDisparity(disparity)) return;
+    if (matchingMode != 0) {
+        Cobalt::Base::raise(
+            Cobalt::Base::NotImplemented("Local Matching isn't available in this version. Set matchingMode to Basic."));
+    }
+
+    Image projected({disparity.box(), 4, float32}, *disparity.device());
+    Image edgeMask(occlusion.info(), *occlusion.device());
+    {
+        const Vellum::Compute::AutoContextThreadBinder binder(renderContext());
+        // "Basic" doesn't look at disparity edges.
+        Vellum::Common::clear(edgeMask);
+        rebuildOtherView(leftView, rightView, projected);
+    }
+
+    Image mask;
+    if (!fetchMask(mask, projected)) {
+        abortCheck(*this);
+        return;
+    }
+    disparity = Image();
+
+    const Image target = matchWhat == 0 ? leftView : rightView;
+    abortCheck(*this);
+    steps.report();
+    Image corrected({target.box(), 4, float32}, *target.device());
+    steps.report();
+
+    Vellum::Tone::ToneAligner aligner(bufferManager, kernelFlags());
+    setUp(aligner, fullSize, corrected.box().width());
+    steps.report();
+
+    const auto process = [&] { aligner.process(target, projected, mask, occlusion, edgeMask, corrected); };
+    try {
+        process();
+    } catch (...) {
+        abortCheck(*this);
+        bufferManager.switchToFallback(true);
+        process();
+    }
+
+    abortCheck(*this);
+    steps.report();
+    writeImageToPlane(plane, corrected, colourChannels());
+    steps.report();
+    steps.report();
+}
+
+std::array<int, 2> ViewTintPlugin::sourceFormat() const {
+    const auto* source = dynamic_cast<const Fresco::Image::Iop*>(input(0));
+    if (!source) return {0, 0};
+    return {source->info().format.width, source->info().format.height};
+}
+
+/// The other view is compared as it stands, not carried along the disparity.
+void ViewTintPlugin::rebuildOtherView(const Image& leftView, const Image& rightView, Image& projected) const {
+    const Image& other = matchWhat == 0 ? rightView : leftView;
+    const Vellum::Image::Box& box = projected.box();
+    if (!other.box().contains(box)) Vellum::Common::clear(projected);
+    Vellum::Common::copy(other, box, projected, box.x0, box.y0);
+}
+
+void ViewTintPlugin::setUp(Vellum::Tone::ToneAligner& aligner, const std::array<int, 2>& fullSize, int width) const {
+    aligner.setBlockSize(blockSize);
+    aligner.setFillOcclusions(occlusionCorrection == 0 || occlusionCorrection == 1);
+    aligner.setColourTolerance(colourTolerance);
+    aligner.setSupportSize(supportSize);
+    aligner.setSamples(samples);
+    aligner.setIntervalType(intervalType);
+    aligner.setMaxBlockSize(maxBlockSize);
+    aligner.setCorrectionType(correctionType);
+    aligner.setFillEmptyBlocks(true);
+    aligner.setAdjustEdges(adjustEdges);
+    aligner.setEdgeDetect(edgeDetect);
+    aligner.setFeatherSize(featherSize);
+    aligner.setOutputOcclusionsToAlpha(outputOcclusionsToAlpha);
+    aligner.setNoiseLevel(noiseLevel);
+    aligner.setPreviewCorrection(previewCorrection);
+    aligner.setCorrectionLimit(correctionLimit);
+    aligner.setWrapSize(fullSize);
+    aligner.setSmoothingRadius(smoothingRadius(correctionScale, width));
+    aligner.setMode(matcherMode(matchingMode, samples));
+}
+
+}  // namespace Cobalt::Research

@@ -1,0 +1,57 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include "node/ViewTintChoices.h"
+#include "node/ViewTintPlugin.h"
+#include "tests/framework/TestHost.h"
+
+namespace ViewTint::Tests {
+
+/// The node with what only it and its host see.
+class TestedNode : public Cobalt::Research::ViewTintPlugin {
+public:
+    using VellumSettings::gpuContext;
+    using VellumSettings::hostContext;
+    using VellumSettings::useGPUIfAvailable;
+    using ViewTintPlugin::fetchDisparity;
+    using ViewTintPlugin::fetchMask;
+    using ViewTintPlugin::fetchOcclusionMask;
+    using ViewTintPlugin::fetchSourceViews;
+    using ViewTintPlugin::ViewTintPlugin;
+};
+
+/// A node on a stereo project: two views with everything that a render needs, four neighbour frames, no mask.
+class NodeTest : public testing::Test {
+protected:
+    NodeTest() {
+        for (TestSource* source : {&base, &left, &right})
+            source->withColour(0.2f, 0.4f, 0.6f, 0.5f).withDisparity();
+        for (TestSource* source : {&base, &left, &right})
+            source->withUndeclared(occlusion, constant(0.0f));
+        for (TestSource& frame : frames)
+            frame.withUndeclared(occlusion, constant(0.0f));
+        op.matchingMode = 0;
+        op.matchInputOffset = 1;
+        host.makeKnobs(op);
+        connect();
+    }
+
+    /// Connects as many splits as the node asks for; input 1 is `maskSource`.
+    void connect(Op* maskSource = nullptr) {
+        std::vector<Op*> splits{&base, &left, &right};
+        for (int i = 3; i < op.split_input(0); ++i)
+            splits.push_back(&frames[i - 3]);
+        host.splits = {splits, {maskSource}};
+    }
+
+    const Box box{0, 0, 6, 4};
+    const Channel occlusion = Cobalt::Research::occlusionChannel();
+    TestProject project{{"left", "right"}};
+    TestNode host;
+    TestSource base{box}, left{box}, right{box};
+    TestSource frames[4] = {TestSource(box), TestSource(box), TestSource(box), TestSource(box)};
+    TestedNode op{&host};
+};
+
+}  // namespace ViewTint::Tests
