@@ -1,0 +1,35 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "host/files/MultiViewFile.h"
+
+namespace ViewTint::Cli {
+
+/// What a multi-view file holds, without its pixels.
+struct FileLayout {
+    struct Channel {
+        std::string name;  ///< without the view's name
+        std::string type;  ///< "half", "float" or "uint"
+    };
+    struct View {
+        std::string name;
+        Host::Box dataBox;  ///< rows upward from the display window's lower left corner
+        std::vector<Channel> channels;
+    };
+    int width = 0;  ///< of the display window
+    int height = 0;
+    int parts = 0;
+    std::string compression;  ///< of the first part
+    std::vector<View> views;
+};
+
+/// Reads the whole file, so that a damaged one is noticed. Throws FileError.
+FileLayout readLayout(const std::filesystem::path& path);
+
+/// What a render that corrects `view` would miss in this file, a phrase for each thing; empty when it can start.
+std::vector<std::string> missingForRender(const FileLayout& layout, const FileLayout::View& view);
+
+}  // namespace ViewTint::Cli

@@ -1,0 +1,23 @@
+#pragma once
+
+#include <atomic>
+#include <exception>
+
+namespace ViewTint::Cli {
+
+/// The user has pressed Ctrl-C. Thrown by work that looks now and then; files under way are taken back.
+class Interrupted : public std::exception {
+public:
+    const char* what() const noexcept override { return "interrupted"; }
+};
+
+/// From now on SIGINT and SIGTERM set the flag below instead of ending the program.
+void catchInterrupts();
+
+/// True once the user wants to stop. Lock-free; may be read from any thread.
+const std::atomic<bool>& interruptFlag();
+
+/// Throws Interrupted once the flag is set. Cheap enough for every row of a picture.
+void checkpoint();
+
+}  // namespace ViewTint::Cli

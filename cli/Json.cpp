@@ -1,0 +1,78 @@
+#include "cli/Json.h"
+
+#include <cmath>
+
+#include <fmt/format.h>
+
+namespace ViewTint::Cli {
+
+namespace {
+
+std::string indented(const std::string& text) {
+    std::string result;
+    for (char letter : text) {
+        result += letter;
+        if (letter == '\n') result += "  ";
+    }
+    return result;
+}
+
+}  // namespace
+
+Json Json::text(std::string_view value) {
+    std::string quoted = "\"";
+    for (char letter : value) {
+        if (letter == '"' || letter == '\\')
+            quoted += {'\\', letter};
+        else if (static_cast<unsigned char>(letter) < 0x20)
+            quoted += fmt::format("\\u{:04x}", int(letter));
+        else
+            quoted += letter;
+    }
+    return Json(quoted + '"');
+}
+
+Json Json::number(double value) {
+    if (std::isnan(value)) return Json("null");
+    if (std::isinf(value)) return text(value > 0.0 ? "inf" : "-inf");
+    return Json(fmt::format("{}", value));
+}
+
+Json Json::integer(long long value) {
+    return Json(fmt::format("{}", value));
+}
+
+Json Json::boolean(bool value) {
+    return Json(value ? "true" : "false");
+}
+
+Json Json::join(char open, char close, const std::vector<std::string>& items) {
+    std::string result(1, open);
+    for (std::size_t i = 0; i < items.size(); ++i)
+        result += (i == 0 ? "\n  " : ",\n  ") + indented(items[i]);
+    if (!items.empty()) result += '\n';
+    return Json(result + close);
+}
+
+Json Json::array(const std::vector<Json>& items) {
+    std::vector<std::string> texts;
+    for (const Json& item : items)
+        texts.push_back(item.str());
+    return join('[', ']', texts);
+}
+
+Json Json::array(const std::vector<std::string>& texts) {
+    std::vector<Json> items;
+    for (const std::string& value : texts)
+        items.push_back(text(value));
+    return array(items);
+}
+
+Json Json::object(const std::vector<std::pair<std::string, Json>>& members) {
+    std::vector<std::string> texts;
+    for (const auto& [name, value] : members)
+        texts.push_back(text(name).str() + ": " + value.str());
+    return join('{', '}', texts);
+}
+
+}  // namespace ViewTint::Cli

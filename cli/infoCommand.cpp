@@ -1,0 +1,131 @@
+#include "cli/infoCommand.h"
+
+#include <algorithm>
+#include <cstring>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+#include <CLI/CLI.hpp>
+
+#include "cli/CallError.h"
+#include "cli/FileLayout.h"
+#include "cli/Json.h"
+
+namespace ViewTint::Cli {
+
+namespace {
+
+struct Layer {
+    std::string name;  ///< empty for channels without one
+    std::vector<FileLayout::Channel> channels;
+};
+
+/// R, G, B, A first, others by name.
+bool comesFirst(const FileLayout::Channel& a, const FileLayout::Channel& b) {
+    const auto rank = [](const std::string& name) {
+        const char* place = name.size() == 1 ? std::strchr("RGBA", name[0]) : nullptr;
+        return std::make_pair(place ? std::strlen(place) : 0, name);
+    };
+    const auto [rankA, nameA] = rank(a.name);
+    const auto [rankB, nameB] = rank(b.name);
+    return rankA != rankB ? rankA > rankB : nameA < nameB;
+}
+
+std::vector<Layer> layersOf(const FileLayout::View& view) {
+    std::vector<Layer> layers;
+    for (const FileLayout::Channel& channel : view.channels) {
+        const std::size_t dot = channel.name.rfind('.');
+        const std::string name = dot == std::string::npos ? "" : channel.name.substr(0, dot);
+        auto layer = std::find_if(layers.begin(), layers.end(), [&](const Layer& known) { return known.name == name; });
+        if (layer == layers.end()) layer = layers.insert(name.empty() ? layers.begin() : layers.end(), Layer{name, {}});
+        layer->channels.push_back(
+            {dot == std::string::npos ? channel.name : channel.name.substr(dot + 1), channel.type});
+    }
+    for (Layer& layer : layers)
+        std::sort(layer.channels.begin(), layer.channels.end(), comesFirst);
+    return layers;
+}
+
+/// "R G B A  half", or each channel with its type where they differ.
+std::string describe(const Layer& layer) {
+    const bool oneType =
+        std::all_of(layer.channels.begin(), layer.channels.end(),
+                    [&](const FileLayout::Channel& channel) { return channel.type == layer.channels.front().type; });
+    std::vector<std::string> words;
+    for (const FileLayout::Channel& channel : layer.channels)
+        words.push_back(oneType ? channel.name : fmt::format("{} ({})", channel.name, channel.type));
+    return oneType ? fmt::format("{}  {}", fmt::join(words, " "), layer.channels.front().type)
+                   : fmt::format("{}", fmt::join(words, " "));
+}
+
+void printText(const std::string& path, const FileLayout& layout) {
+    fmt::print("{}: {} x {} pixels, {} {}, {} {}, {}\n", path, layout.width, layout.height, layout.views.size(),
+               layout.views.size() == 1 ? "view" : "views", layout.parts, layout.parts == 1 ? "part" : "parts",
+               layout.compression);
+    for (const FileLayout::View& view : layout.views) {
+        fmt::print("view {}: data window {}\n", view.name, toString(view.dataBox));
+        for (const Layer& layer : layersOf(view))
+            fmt::print("  {:<16} {}\n", layer.name.empty() ? "colour" : layer.name, describe(layer));
+        const std::vector<std::string> missing = missingForRender(layout, view);
+        if (missing.empty()) fmt::print("  nothing is missing to correct this view\n");
+        for (const std::string& thing : missing)
+            fmt::print("  missing to correct this view: {}\n", thing);
+    }
+}
+
+Json toJson(const FileLayout& layout, const FileLayout::View& view) {
+    std::vector<Json> channels;
+    for (const FileLayout::Channel& channel : view.channels)
+        channels.push_back(Json::object({{"name", Json::text(channel.name)}, {"type", Json::text(channel.type)}}));
+    const Host::Box& box = view.dataBox;
+    return Json::object({{"name", Json::text(view.name)},
+                         {"data_window", Json::object({{"x0", Json::integer(box.x0)},
+                                                       {"y0", Json::integer(box.y0)},
+                                                       {"x1", Json::integer(box.x1)},
+                                                       {"y1", Json::integer(box.y1)}})},
+                         {"channels", Json::array(channels)},
+                         {"missing_for_render", Json::array(missingForRender(layout, view))}});
+}
+
+void printJson(const std::string& path, const FileLayout& layout) {
+    std::vector<Json> views;
+    for (const FileLayout::View& view : layout.views)
+        views.push_back(toJson(layout, view));
+    const Json document = Json::object({{"file", Json::text(path)},
+                                        {"width", Json::integer(layout.width)},
+                                        {"height", Json::integer(layout.height)},
+                                        {"parts", Json::integer(layout.parts)},
+                                        {"compression", Json::text(layout.compression)},
+                                        {"views", Json::array(views)}});
+    fmt::print("{}\n", document.str());
+}
+
+}  // namespace
+
+void addInfoCommand(CLI::App& app, CommandContext& context) {
+    struct Options {
+        std::string file;
+        bool json = false;
+    };
+    CLI::App* command = app.add_subcommand("info", "Shows what an OpenEXR file holds and what it lacks for a render");
+    const auto options = std::make_shared<Options>();
+    command->add_option("FILE", options->file, "Multi-view OpenEXR file")
+        ->required()
+        ->check(existingFile)
+        ->type_name("FILE");
+    command->add_flag("--json", options->json, "Print JSON");
+    command->callback([&context, options] {
+        context.work = [options] {
+            const FileLayout layout = readLayout(options->file);
+            options->json ? printJson(options->file, layout) : printText(options->file, layout);
+            return exitFine;
+        };
+    });
+}
+
+}  // namespace ViewTint::Cli

@@ -1,0 +1,115 @@
+#include <exception>
+#include <new>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <OpenImageIO/imageio.h>
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+#include <tbb/global_control.h>
+#include <CLI/CLI.hpp>
+
+#include "cli/CallError.h"
+#include "cli/CommandContext.h"
+#include "cli/Interruption.h"
+#include "cli/compareCommand.h"
+#include "cli/infoCommand.h"
+#include "cli/packCommand.h"
+#include "cli/renderCommand.h"
+#include "host/files/MultiViewFile.h"
+
+namespace ViewTint::Cli {
+
+namespace {
+
+void complain(const std::string& sentence) {
+    const bool finished = !sentence.empty() && (sentence.back() == '.' || sentence.back() == '!');
+    fmt::print(stderr, "viewtint: {}{}\n", sentence, finished ? "" : ".");
+}
+
+/// The name of the subcommand on the command line, with a space before it; empty without one.
+std::string chosenCommand(const CLI::App& app) {
+    const auto chosen = app.get_subcommands();
+    return chosen.empty() ? "" : " " + chosen.front()->get_name();
+}
+
+/// What is wrong with the call, as a sentence without its full stop.
+std::string explain(const CLI::App& app, const CLI::ParseError& error) {
+    if (app.get_subcommands().empty() && error.get_name() == "RequiredError") {
+        std::vector<std::string> commands;
+        for (const CLI::App* command : app.get_subcommands([](const CLI::App*) { return true; }))
+            commands.push_back(command->get_name());
+        const auto unknown = app.remaining();
+        return fmt::format("{}; the commands are {}",
+                           unknown.empty() ? "a command is missing" : fmt::format("unknown command '{}'", unknown[0]),
+                           fmt::join(commands, ", "));
+    }
+    std::string sentence = error.what();
+    while (!sentence.empty() && (sentence.back() == '\n' || sentence.back() == '.'))
+        sentence.pop_back();
+    return sentence;
+}
+
+/// Reads the command line. Returns an exit code where nothing is left to do.
+std::optional<int> parse(CLI::App& app, int argc, char** argv) {
+    try {
+        app.parse(argc, argv);
+        return std::nullopt;
+    } catch (const CLI::Success& wanted) {  // --help, --version
+        return app.exit(wanted);
+    } catch (const CLI::ParseError& error) {
+        complain(fmt::format("{}; see 'viewtint{} --help'.", explain(app, error), chosenCommand(app)));
+        return exitWrongCall;
+    }
+}
+
+int runWork(const CommandContext& context) {
+    std::optional<tbb::global_control> threadLimit;
+    if (context.threads > 0) {
+        threadLimit.emplace(tbb::global_control::max_allowed_parallelism, std::size_t(context.threads));
+        OIIO::attribute("threads", context.threads);
+        Host::setFileThreads(context.threads);
+    }
+    return context.work();
+}
+
+int run(int argc, char** argv) {
+    CLI::App app("Corrects colour differences between the two views of a stereo picture.", "viewtint");
+    app.set_version_flag("--version", "viewtint " VIEWTINT_VERSION);
+    app.require_subcommand(1);
+    app.fallthrough();
+    CommandContext context;
+    app.add_option("--threads", context.threads, "How many threads to use (default: as many as the machine has)")
+        ->check(CLI::Range(1, 1024))
+        ->type_name("N");
+    addRenderCommand(app, context);
+    addInfoCommand(app, context);
+    addPackCommand(app, context);
+    addCompareCommand(app, context);
+
+    if (const auto ended = parse(app, argc, argv)) return *ended;
+    catchInterrupts();
+    try {
+        return runWork(context);
+    } catch (const Interrupted&) {
+        complain("interrupted; unfinished files were taken back.");
+        return exitInterrupted;
+    } catch (const CallError& error) {
+        complain(error.what());
+        return exitWrongCall;
+    } catch (const std::bad_alloc&) {
+        complain("there is not enough memory for these pictures.");
+    } catch (const std::exception& error) {
+        complain(error.what());
+    }
+    return exitFailed;
+}
+
+}  // namespace
+
+}  // namespace ViewTint::Cli
+
+int main(int argc, char** argv) {
+    return ViewTint::Cli::run(argc, argv);
+}
