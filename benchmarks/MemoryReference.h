@@ -27,7 +27,8 @@ public:
 /// Runs `work` as a benchmark on `threads` threads and reports
 ///   ns_per_pixel    time of one 1080p picture's pixel
 ///   times_memcpy    time against moving `planes` planes with memcpy on the same threads
-/// `planes` counts each one-component plane once for reading and once for writing. Times are wall-clock, the best run's.
+/// `planes` counts each one-component plane once for reading and once for writing. Times are wall-clock, the best
+/// run's.
 template <class Work>
 void measure(benchmark::State& state, int threads, double planes, Work&& work) {
     const Threads scope(threads);

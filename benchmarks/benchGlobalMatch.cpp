@@ -93,7 +93,8 @@ void wholeCallOnEightByEight(benchmark::State& state) {
     const Image a = randomImage(1, 1, {0, 0, 8, 8});
     const Image b = randomImage(1, 2, {0, 0, 8, 8});
     Image o = makeImage(a.box(), 1);
-    for (auto _ : state) Vellum::Common::max(a, b, o, packed);
+    for (auto _ : state)
+        Vellum::Common::max(a, b, o, packed);
 }
 
 }  // namespace

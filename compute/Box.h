@@ -17,9 +17,7 @@ struct Box {
     constexpr std::int32_t width() const { return x1 - x0; }
     constexpr std::int32_t height() const { return y1 - y0; }
     constexpr bool empty() const { return x1 <= x0 || y1 <= y0; }
-    constexpr std::int64_t pixels() const {
-        return empty() ? 0 : std::int64_t{width()} * std::int64_t{height()};
-    }
+    constexpr std::int64_t pixels() const { return empty() ? 0 : std::int64_t{width()} * std::int64_t{height()}; }
     constexpr bool contains(const Box& other) const {
         return other.empty() || (x0 <= other.x0 && y0 <= other.y0 && other.x1 <= x1 && other.y1 <= y1);
     }

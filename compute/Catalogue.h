@@ -44,7 +44,9 @@ public:
     LaunchFunction onePixelForm(int variant) const { return forms_[0][variant].onePixel; }
 
     /// The size of the parameter block: the kernel's own parameters, then what it may know of each image.
-    int parameterBytes() const { return imageParametersOffset() + declaration_->images.count * int{sizeof(ImageParameters)}; }
+    int parameterBytes() const {
+        return imageParametersOffset() + declaration_->images.count * int{sizeof(ImageParameters)};
+    }
     int imageParametersOffset() const { return (declaration_->parameterBytes + 15) / 16 * 16; }
 
 private:

@@ -38,7 +38,9 @@ public:
     void* address() const { return address_; }
     std::size_t bytes() const { return bytes_; }
 
-    friend void intrusive_ptr_add_ref(const MemoryBlock* block) { block->shares_.fetch_add(1, std::memory_order_relaxed); }
+    friend void intrusive_ptr_add_ref(const MemoryBlock* block) {
+        block->shares_.fetch_add(1, std::memory_order_relaxed);
+    }
     friend void intrusive_ptr_release(const MemoryBlock* block) {
         if (block->shares_.fetch_sub(1, std::memory_order_acq_rel) == 1) delete block;
     }
@@ -96,7 +98,9 @@ public:
     /// The first device. A context has at least one.
     Device& device() const { return *devices_.front(); }
 
-    friend void intrusive_ptr_add_ref(const Context* context) { context->shares_.fetch_add(1, std::memory_order_relaxed); }
+    friend void intrusive_ptr_add_ref(const Context* context) {
+        context->shares_.fetch_add(1, std::memory_order_relaxed);
+    }
     friend void intrusive_ptr_release(const Context* context) {
         if (context->shares_.fetch_sub(1, std::memory_order_acq_rel) == 1) delete context;
     }

@@ -18,7 +18,8 @@ using Cobalt::Device::MemoryKind;
 
 /// How storage is laid out.
 struct LayoutSpec {
-    std::uint32_t arrangement = 1;   ///< 1: any; 2: the components of a pixel side by side; 3: strides stated by the caller
+    std::uint32_t arrangement =
+        1;  ///< 1: any; 2: the components of a pixel side by side; 3: strides stated by the caller
     std::uint32_t rowAlignment = 1;  ///< for arrangement 2, in elements
     std::uint32_t extra = 0;         ///< always 0
 

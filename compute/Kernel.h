@@ -20,7 +20,8 @@ namespace Vellum::Compute {
 /// The identity of one kernel: a static of the code that starts it. The kernel is looked up at the first use.
 class ProgramSource {
 public:
-    constexpr ProgramSource(const Vellum::Kernels::Family& family, const char* kernel) : family_(&family), kernel_(kernel) {}
+    constexpr ProgramSource(const Vellum::Kernels::Family& family, const char* kernel)
+        : family_(&family), kernel_(kernel) {}
 
     const char* kernel() const { return kernel_; }
     /// Throws Exception where the family has no such kernel.
@@ -144,8 +145,8 @@ public:
     /// Throws Compute::Exception: the scalar is not of the caller's type.
     [[noreturn]] void badType(const ParamName& name, const Vellum::CodeGen::MarshalledParam& param) const;
 
-    /// Sets a scalar: float, int, bool or std::array of float or int. Only a value whose bytes differ marks the block as
-    /// changed.
+    /// Sets a scalar: float, int, bool or std::array of float or int. Only a value whose bytes differ marks the block
+    /// as changed.
     template <class T>
     void set(const ParamName& name, const T& value);
     /// Reads a scalar or, after iterate(), an accumulator.
@@ -164,7 +165,8 @@ private:
 
     const Vellum::Kernels::KernelDeclaration& declaration() const { return kernel_->entry().declaration(); }
     Vellum::Kernels::ImageParameters* imageParameters();
-    void writeScalar(const ParamName& name, Vellum::Kernels::ScalarType type, int elements, const void* bytes, int size);
+    void writeScalar(const ParamName& name, Vellum::Kernels::ScalarType type, int elements, const void* bytes,
+                     int size);
     void readScalar(const ParamName& name, Vellum::Kernels::ScalarType type, int elements, void* bytes, int size) const;
     int boundIndexOfRange() const;
     void checkReach(const Vellum::Image::Box& box, int c0, int c1);

@@ -8,6 +8,8 @@ namespace Vellum::Pixel {
 enum class DataEnum : std::uint32_t { none = 0, unsigned32 = 6, float32 = 8 };
 
 /// Bytes of one component.
-constexpr std::uint32_t DataSize(DataEnum type) { return type == DataEnum::none ? 0 : 4; }
+constexpr std::uint32_t DataSize(DataEnum type) {
+    return type == DataEnum::none ? 0 : 4;
+}
 
 }  // namespace Vellum::Pixel

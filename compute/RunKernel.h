@@ -13,8 +13,8 @@ struct Scalar {
 template <class T>
 Scalar(const char*, const T&) -> Scalar<T>;
 
-/// What every wrapper does: takes the device from the last image, chooses the variant, binds, sets the scalars and runs.
-/// `read` is called with the context afterwards, for accumulators.
+/// What every wrapper does: takes the device from the last image, chooses the variant, binds, sets the scalars and
+/// runs. `read` is called with the context afterwards, for accumulators.
 template <class Read, class... T>
 void runKernelThen(const ProgramSource& source, std::initializer_list<const Vellum::Image::Image*> images, int flags,
                    const Vellum::JIT::IterationController& range, Read&& read, const Scalar<T>&... scalars) {
@@ -31,7 +31,8 @@ void runKernelThen(const ProgramSource& source, std::initializer_list<const Vell
 template <class... T>
 void runKernel(const ProgramSource& source, std::initializer_list<const Vellum::Image::Image*> images, int flags,
                const Vellum::JIT::IterationController& range, const Scalar<T>&... scalars) {
-    runKernelThen(source, images, flags, range, [](auto&) {}, scalars...);
+    runKernelThen(
+        source, images, flags, range, [](auto&) {}, scalars...);
 }
 
 }  // namespace Vellum::Compute

@@ -22,7 +22,9 @@ public:
     /// finished. The first exception reaches the caller.
     virtual void run(Function function, int count, void* argument) = 0;
 
-    friend void intrusive_ptr_add_ref(const Threader* threader) { threader->shares_.fetch_add(1, std::memory_order_relaxed); }
+    friend void intrusive_ptr_add_ref(const Threader* threader) {
+        threader->shares_.fetch_add(1, std::memory_order_relaxed);
+    }
     friend void intrusive_ptr_release(const Threader* threader) {
         if (threader->shares_.fetch_sub(1, std::memory_order_acq_rel) == 1) delete threader;
     }

@@ -47,9 +47,9 @@ struct labToXyzKernel : WholePixel<In<"A">, Out<"O">> {
     }
 };
 
-#define COLOUR(K) \
+#define COLOUR(K)                          \
     K(colourMatrixKernel, VT_COLOUR_PAIRS) \
-    K(xyzToLabKernel, VT_COLOUR_PAIRS) \
+    K(xyzToLabKernel, VT_COLOUR_PAIRS)     \
     K(labToXyzKernel, VT_COLOUR_PAIRS)
 
 VT_FAMILY(colour, COLOUR)

@@ -16,8 +16,8 @@ struct Triple {
 
 template <class V>
 VT_FN Triple<V> multiplyMatrix(const float (&m)[9], V x, V y, V z) {
-    return {((x * m[0]) + (y * m[1])) + (z * m[2]),   //
-            ((x * m[3]) + (y * m[4])) + (z * m[5]),   //
+    return {((x * m[0]) + (y * m[1])) + (z * m[2]),  //
+            ((x * m[3]) + (y * m[4])) + (z * m[5]),  //
             ((x * m[6]) + (y * m[7])) + (z * m[8])};
 }
 

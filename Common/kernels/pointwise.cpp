@@ -49,7 +49,8 @@ struct fillConstantKernel : WholePixel<Out<"O">> {
     };
     static constexpr ScalarDeclarations scalars{1, {VT_SCALAR(value)}};
     VT_FN void body(const Params& p, auto O) {
-        for (int c = 0; c < O.count; ++c) O.put(c, O.lane(p.value[c]));
+        for (int c = 0; c < O.count; ++c)
+            O.put(c, O.lane(p.value[c]));
     }
 };
 
@@ -86,7 +87,8 @@ struct maskMixKernel : WholePixel<In<"A">, In<"B">, In<"M">, Out<"O">> {
     VT_FN void body(const Params&, auto A, auto B, auto M, auto O) {
         auto m = M();
         constexpr int both = A.count < O.count ? A.count : O.count;
-        for (int c = 0; c < both; ++c) O.put(c, (1.f - m) * B(c) + m * A(c));
+        for (int c = 0; c < both; ++c)
+            O.put(c, (1.f - m) * B(c) + m * A(c));
     }
 };
 
@@ -102,27 +104,29 @@ struct weightedComponentSumKernel : WholePixel<In<"A">, Out<"O">> {
     static constexpr ScalarDeclarations derived{1, {VT_SCALAR(used)}};
     static void derive(Params& p, const ImageArgument*, ImageParameters*) {
         const float total = p.weights[0] + p.weights[1] + p.weights[2] + p.weights[3];
-        for (int c = 0; c < 4; ++c) p.used[c] = p.normalise ? p.weights[c] / total : p.weights[c];
+        for (int c = 0; c < 4; ++c)
+            p.used[c] = p.normalise ? p.weights[c] / total : p.weights[c];
     }
     VT_FN void body(const Params& p, auto A, auto O) {
         auto sum = O.lane(0);
-        for (int c = 0; c < A.count; ++c) sum += A(c) * p.used[c];
+        for (int c = 0; c < A.count; ++c)
+            sum += A(c) * p.used[c];
         O = sum;
     }
 };
 
 #define VT_MIX(X, K) VT_MIX_OF(X, K, "1") VT_MIX_OF(X, K, "2") VT_MIX_OF(X, K, "3") VT_MIX_OF(X, K, "4")
 #define VT_MIX_OF(X, K, n) VT_PAIRS_FROM(X, K, n "f_" n "f_1")
-#define POINTWISE(K) \
-    K(copyKernel, VT_SAME_2) \
-    K(copyChannelKernel, VT_PAIRS) \
-    K(copyChannelRangeKernel, VT_PAIRS) \
+#define POINTWISE(K)                       \
+    K(copyKernel, VT_SAME_2)               \
+    K(copyChannelKernel, VT_PAIRS)         \
+    K(copyChannelRangeKernel, VT_PAIRS)    \
     K(clearKernel, VT_SAME_1_AND_UNSIGNED) \
-    K(fillConstantKernel, VT_SAME_1) \
-    K(invertKernel, VT_SAME_2) \
-    K(maxKernel, VT_SAME_3) \
-    K(thresholdKernel, VT_SAME_2) \
-    K(maskMixKernel, VT_MIX) \
+    K(fillConstantKernel, VT_SAME_1)       \
+    K(invertKernel, VT_SAME_2)             \
+    K(maxKernel, VT_SAME_3)                \
+    K(thresholdKernel, VT_SAME_2)          \
+    K(maskMixKernel, VT_MIX)               \
     K(weightedComponentSumKernel, VT_TO_ONE)
 
 VT_FAMILY(pointwise, POINTWISE)

@@ -44,7 +44,7 @@ struct maskedSquaredDeviationKernel : PerComponentSum<In<"M">, In<"A">> {
     }
 };
 
-#define STATISTICS(K) \
+#define STATISTICS(K)             \
     K(maskedSumKernel, VT_SAME_2) \
     K(maskedSquaredDeviationKernel, VT_SAME_2)
 

@@ -65,8 +65,8 @@ void copy(const Image& source, const Box& box, Image& output, int targetX, int t
 }
 
 void copyChannel(const Image& source, Image& output, int sourceChannel, int destChannel) {
-    runKernel(copyChannelSource, {&source, &output}, onePixel, {},
-              Compute::Scalar{"sourceChannel", sourceChannel}, Compute::Scalar{"destChannel", destChannel});
+    runKernel(copyChannelSource, {&source, &output}, onePixel, {}, Compute::Scalar{"sourceChannel", sourceChannel},
+              Compute::Scalar{"destChannel", destChannel});
 }
 
 void copyChannel(const Image& source, const Box& box, Image& output, int targetX, int targetY, int sourceChannel,

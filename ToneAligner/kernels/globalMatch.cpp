@@ -21,7 +21,8 @@ struct linearMapKernel : WholePixel<In<"A">, Out<"O">> {
     };
     static constexpr ScalarDeclarations scalars{2, {VT_SCALAR(offsets), VT_SCALAR(gains)}};
     VT_FN void body(const Params& p, auto A, auto O) {
-        for (int c = 0; c < 3; ++c) O.put(c, mapValue(A(c), p.gains[c], p.offsets[c]));
+        for (int c = 0; c < 3; ++c)
+            O.put(c, mapValue(A(c), p.gains[c], p.offsets[c]));
     }
 };
 
@@ -117,11 +118,11 @@ struct applyGlobalMatchKernel : WholePixel<In<"L">, In<"A">, In<"M">, Out<"O">> 
 #define VT_LAB_DEVIATION(X, K) X(K, "3f_1f")
 #define VT_APPLY(X, K) X(K, "3f_4f_1f_4f")
 #define VT_ONE_COMPONENT(X, K) X(K, "1f_1f_1f")
-#define GLOBAL_MATCH(K) \
-    K(linearMapKernel, VT_COLOUR_PAIRS) \
+#define GLOBAL_MATCH(K)                      \
+    K(linearMapKernel, VT_COLOUR_PAIRS)      \
     K(countedPixelsKernel, VT_ONE_COMPONENT) \
-    K(labSumKernel, VT_LAB_SUM) \
-    K(labDeviationKernel, VT_LAB_DEVIATION) \
+    K(labSumKernel, VT_LAB_SUM)              \
+    K(labDeviationKernel, VT_LAB_DEVIATION)  \
     K(applyGlobalMatchKernel, VT_APPLY)
 
 VT_FAMILY(globalMatch, GLOBAL_MATCH)

@@ -58,9 +58,11 @@ LabStatistics labStatistics(const Image& mask, const Image& lab, int kernelFlags
     LabStatistics statistics;
     const auto sums = Common::maskedSum(mask, lab, kernelFlags);
     Common::Float4 mean{};
-    for (int c = 0; c < 3; ++c) mean[c] = statistics.mean[c] = perPixel(sums.sum[c], sums.count[c]);
+    for (int c = 0; c < 3; ++c)
+        mean[c] = statistics.mean[c] = perPixel(sums.sum[c], sums.count[c]);
     const auto deviations = Common::maskedSquaredDeviation(mask, lab, mean, kernelFlags);
-    for (int c = 0; c < 3; ++c) statistics.variance[c] = perPixel(deviations.sum[c], deviations.count[c]);
+    for (int c = 0; c < 3; ++c)
+        statistics.variance[c] = perPixel(deviations.sum[c], deviations.count[c]);
     return statistics;
 }
 
@@ -84,7 +86,8 @@ LabStatistics toLabWithStatistics(const Image& rgb, const Image& counted, Image&
         [&](const JIT::KernelExecutionContext& context) {
             const auto sum = context.get<std::array<float, 3>>({"sum"});
             const auto count = context.get<float>({"count"});
-            for (int c = 0; c < 3; ++c) statistics.mean[c] = perPixel(sum[c], count);
+            for (int c = 0; c < 3; ++c)
+                statistics.mean[c] = perPixel(sum[c], count);
         },
         Scalar{"matrix", rgbToXyzMatrix});
     Compute::runKernelThen(
@@ -92,7 +95,8 @@ LabStatistics toLabWithStatistics(const Image& rgb, const Image& counted, Image&
         [&](const JIT::KernelExecutionContext& context) {
             const auto sum = context.get<std::array<float, 3>>({"sum"});
             const auto count = context.get<float>({"count"});
-            for (int c = 0; c < 3; ++c) statistics.variance[c] = perPixel(sum[c], count);
+            for (int c = 0; c < 3; ++c)
+                statistics.variance[c] = perPixel(sum[c], count);
         },
         Scalar{"mean", statistics.mean});
     return statistics;

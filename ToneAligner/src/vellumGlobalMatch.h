@@ -27,9 +27,8 @@ GlobalMap globalMap(const LabStatistics& a, const LabStatistics& b);
 /// `mask` has as many components as `lab`, each masking its own.
 LabStatistics labStatistics(const Vellum::Image::Image& mask, const Vellum::Image::Image& lab, int kernelFlags);
 /// Maps Lab picture A so that its statistics under mask A become those of B under mask B.
-void computeGlobalMatch(const Vellum::Image::Image& a, const Vellum::Image::Image& maskA,
-                        const Vellum::Image::Image& b, const Vellum::Image::Image& maskB, Vellum::Image::Image& result,
-                        int kernelFlags);
+void computeGlobalMatch(const Vellum::Image::Image& a, const Vellum::Image::Image& maskA, const Vellum::Image::Image& b,
+                        const Vellum::Image::Image& maskB, Vellum::Image::Image& result, int kernelFlags);
 
 // ---- the same arithmetic in fewer passes
 

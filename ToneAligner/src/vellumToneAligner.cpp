@@ -87,7 +87,8 @@ void ToneAligner::processBasic(const Views& views) {
     Common::max(views.occlusion.image(), counted.image(), counted.image(), kernelFlags_);
     Common::threshold(counted.image(), counted.image(), maskTolerance, true, kernelFlags_);
     Common::invert(counted.image(), counted.image(), kernelFlags_);
-    for (int c = 0; c < 3; ++c) Common::copyChannel(counted.image(), countedPerComponent.image(), 0, c);
+    for (int c = 0; c < 3; ++c)
+        Common::copyChannel(counted.image(), countedPerComponent.image(), 0, c);
 
     computeGlobalMatch(sourceLab.image(), countedPerComponent.image(), rebuiltLab.image(), countedPerComponent.image(),
                        rebuiltLab.image(), kernelFlags_);

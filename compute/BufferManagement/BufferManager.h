@@ -8,8 +8,8 @@
 
 namespace Vellum::Utils::BufferManagement {
 
-using Vellum::Image::bufferMemory;
 using Vellum::Image::Box;
+using Vellum::Image::bufferMemory;
 using Vellum::Image::DeviceBase;
 using Vellum::Image::Image;
 using Vellum::Image::Info;

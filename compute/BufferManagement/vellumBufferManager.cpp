@@ -11,7 +11,8 @@ namespace {
 template <class Taken>
 std::string freshName(Taken&& taken) {
     std::string name;
-    do name = std::to_string(static_cast<unsigned>(std::rand()));
+    do
+        name = std::to_string(static_cast<unsigned>(std::rand()));
     while (taken(name));
     return name;
 }
@@ -20,17 +21,18 @@ std::vector<Image> makeAll(const std::vector<Box>& boxes, std::uint32_t componen
                            const LayoutSpec& spec, unsigned flags, const MemoryKind& kind, DeviceBase& device) {
     std::vector<Image> images;
     images.reserve(boxes.size());
-    for (const Box& box : boxes) images.emplace_back(Info{box, components, type}, device, spec, flags, kind);
+    for (const Box& box : boxes)
+        images.emplace_back(Info{box, components, type}, device, spec, flags, kind);
     return images;
 }
 
 void distribute(std::vector<Image>& images, DeviceBase& device) {
-    for (Image& image : images) image = image.distributeTo(device);
+    for (Image& image : images)
+        image = image.distributeTo(device);
 }
 
 Image viewOrEmpty(const Image& image, const Box& box) {
-    const bool fits =
-        !image.empty() && box.width() <= image.box().width() && box.height() <= image.box().height();
+    const bool fits = !image.empty() && box.width() <= image.box().width() && box.height() <= image.box().height();
     return fits ? image.subView(box) : Image();
 }
 
@@ -90,7 +92,8 @@ std::vector<Image> BufferManager::tupleView(const std::string& name, const Box& 
     const auto found = tuples_.find(name);
     if (found == tuples_.end()) return emptyTuple_;
     std::vector<Image> views;
-    for (const Image& image : found->second) views.push_back(viewOrEmpty(image, box));
+    for (const Image& image : found->second)
+        views.push_back(viewOrEmpty(image, box));
     return views;
 }
 
@@ -143,8 +146,10 @@ void BufferManager::releaseTuple(const std::string& name) {
 void BufferManager::moveToFallback(bool warn) {
     if (warn) std::cout << "Warning: not enough memory on GPU, switching to CPU." << std::endl;
     currentDevice_ = fallbackDevice_;
-    for (auto& [name, image] : images_) image = image.distributeTo(*currentDevice_);
-    for (auto& [name, tuple] : tuples_) distribute(tuple, *currentDevice_);
+    for (auto& [name, image] : images_)
+        image = image.distributeTo(*currentDevice_);
+    for (auto& [name, tuple] : tuples_)
+        distribute(tuple, *currentDevice_);
 }
 
 void BufferManager::switchToFallback(bool warn) {

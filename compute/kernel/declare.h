@@ -7,8 +7,8 @@
 //     };
 #pragma once
 
-#include "launch.h"
 #include "lane.h"
+#include "launch.h"
 
 namespace Vellum::Kernels {
 inline namespace VIEWTINT_ISA {
@@ -18,7 +18,8 @@ template <int N>
 struct Name {
     char text[N];
     constexpr Name(const char (&source)[N]) {
-        for (int i = 0; i < N; ++i) text[i] = source[i];
+        for (int i = 0; i < N; ++i)
+            text[i] = source[i];
     }
 };
 
@@ -44,7 +45,8 @@ template <class... Declarations>
 struct ImageList {
     static constexpr int size = sizeof...(Declarations);
     /// Reads outside an image's box are answered for at least one image: rows are cut into edge, inside, edge.
-    static constexpr bool anyEdge = ((Declarations::edge != Edge::none && Declarations::pattern != Pattern::random) || ...);
+    static constexpr bool anyEdge =
+        ((Declarations::edge != Edge::none && Declarations::pattern != Pattern::random) || ...);
 };
 
 struct NoParams {};
@@ -116,8 +118,12 @@ template <class T>
 consteval ScalarDeclaration declareScalar(const char* name, int offset) {
     constexpr int length = Element<T>::length;
     constexpr bool isVector = length <= 4;
-    return {name, scalarTypeOf<typename Element<T>::Type>, isVector ? length : 1, isVector ? 1 : length,
-            static_cast<int>(sizeof(T)), offset};
+    return {name,
+            scalarTypeOf<typename Element<T>::Type>,
+            isVector ? length : 1,
+            isVector ? 1 : length,
+            static_cast<int>(sizeof(T)),
+            offset};
 }
 
 template <class K>

@@ -100,7 +100,8 @@ void runRows(const Launch& launch) {
     const int c0 = K::perComponent ? launch.c0 : 0;
     const int c1 = K::perComponent ? launch.c1 : 1;
     for (int y = launch.y0; y < launch.y1; ++y)
-        for (int c = c0; c < c1; ++c) runRow<K, T, V, R>(launch, inside, y, c);
+        for (int c = c0; c < c1; ++c)
+            runRow<K, T, V, R>(launch, inside, y, c);
 }
 
 /// Adds the places of one field, packed ones and single ones, in the order of the places.
@@ -109,7 +110,8 @@ VT_FN float foldPlaces(const float* packed, const float* single, int field, int 
     constexpr int width = LaneTraits<V>::width;
     float total = 0;
     for (int place = 0; place < sumPlaces; ++place)
-        total += packed[(place / width) * fields * width + field * width + place % width] + single[place * fields + field];
+        total +=
+            packed[(place / width) * fields * width + field * width + place % width] + single[place * fields + field];
     return total;
 }
 
@@ -125,7 +127,8 @@ void runSums(const Launch& launch) {
 
     const typename K::Params parameters = *static_cast<const typename K::Params*>(launch.parameters);
     ImageArgument images[K::imageCount];
-    for (int i = 0; i < K::imageCount; ++i) images[i] = launch.images[i];
+    for (int i = 0; i < K::imageCount; ++i)
+        images[i] = launch.images[i];
     const ImageParameters* imageParameters = launch.imageParameters;
 
     const int c0 = K::perComponent ? launch.c0 : 0;
@@ -141,7 +144,8 @@ void runSums(const Launch& launch) {
                                          x + part * width, y, c, true);
             for (; x < launch.x1; ++x)
                 callBody<K, T, float, Reach::inside>(images, imageParameters, parameters,
-                                                     single[(x - launch.x0) % sumPlaces], list, sequence, x, y, c, true);
+                                                     single[(x - launch.x0) % sumPlaces], list, sequence, x, y, c,
+                                                     true);
         }
         const float* packedFields = reinterpret_cast<const float*>(packed);
         const float* singleFields = reinterpret_cast<const float*>(single);
@@ -167,7 +171,7 @@ void writeDefaults(void* parameters) {
 
 template <class K>
 void derive(void* parameters, const ImageArgument* images, ImageParameters* imageParameters) {
-    if constexpr (requires(typename K::Params& p) { K::derive(p, images, imageParameters); })
+    if constexpr (requires(typename K::Params & p) { K::derive(p, images, imageParameters); })
         K::derive(*static_cast<typename K::Params*>(parameters), images, imageParameters);
 }
 

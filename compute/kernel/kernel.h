@@ -15,7 +15,8 @@
 #define VT_SAME_3(X, K) X(K, "1f_1f_1f") X(K, "2f_2f_2f") X(K, "3f_3f_3f") X(K, "4f_4f_4f")
 #define VT_TO_ONE(X, K) X(K, "1f_1f") X(K, "2f_1f") X(K, "3f_1f") X(K, "4f_1f")
 #define VT_PAIRS_FROM(X, K, n) X(K, n "f_1f") X(K, n "f_2f") X(K, n "f_3f") X(K, n "f_4f")
-#define VT_PAIRS(X, K) VT_PAIRS_FROM(X, K, "1") VT_PAIRS_FROM(X, K, "2") VT_PAIRS_FROM(X, K, "3") VT_PAIRS_FROM(X, K, "4")
+#define VT_PAIRS(X, K) \
+    VT_PAIRS_FROM(X, K, "1") VT_PAIRS_FROM(X, K, "2") VT_PAIRS_FROM(X, K, "3") VT_PAIRS_FROM(X, K, "4")
 #define VT_COLOUR_PAIRS(X, K) X(K, "3f_3f") X(K, "3f_4f") X(K, "4f_3f") X(K, "4f_4f")
 
 // ---- tables
@@ -26,18 +27,26 @@
 
 #if VIEWTINT_BASELINE
 // The baseline object also holds the declarations, the one-pixel forms and the packed forms for any stride.
-#define VT_FORMS(K, tuple) \
-    Vellum::Kernels::VariantFunctions{VT_FORM(K, tuple, Vellum::Kernels::Lanes, unit), \
+#define VT_FORMS(K, tuple)                                                               \
+    Vellum::Kernels::VariantFunctions{VT_FORM(K, tuple, Vellum::Kernels::Lanes, unit),   \
                                       VT_FORM(K, tuple, Vellum::Kernels::Lanes, inside), \
                                       VT_FORM(K, tuple, float, inside)},
 #define VT_DECLARATION(K) &K##Declaration
-#define VT_DECLARE(K, TUPLES) \
-    static constexpr const char* K##Tuples[] = {TUPLES(VT_TUPLE_TEXT, K)}; \
-    static constexpr Vellum::Kernels::KernelDeclaration K##Declaration{ \
-        #K, K::perComponent, K::reduction ? 2 : 1, sizeof(K::Params), Vellum::Kernels::accumulatorBytes<K>(), \
-        Vellum::Kernels::declareImages(K::Images{}), Vellum::Kernels::scalarsOf<K>(), \
-        Vellum::Kernels::derivedOf<K>(), Vellum::Kernels::accumulatorsOf<K>(), &Vellum::Kernels::writeDefaults<K>, \
-        &Vellum::Kernels::derive<K>, K##Tuples, sizeof K##Tuples / sizeof *K##Tuples};
+#define VT_DECLARE(K, TUPLES)                                                                                       \
+    static constexpr const char* K##Tuples[] = {TUPLES(VT_TUPLE_TEXT, K)};                                          \
+    static constexpr Vellum::Kernels::KernelDeclaration K##Declaration{#K,                                          \
+                                                                       K::perComponent,                             \
+                                                                       K::reduction ? 2 : 1,                        \
+                                                                       sizeof(K::Params),                           \
+                                                                       Vellum::Kernels::accumulatorBytes<K>(),      \
+                                                                       Vellum::Kernels::declareImages(K::Images{}), \
+                                                                       Vellum::Kernels::scalarsOf<K>(),             \
+                                                                       Vellum::Kernels::derivedOf<K>(),             \
+                                                                       Vellum::Kernels::accumulatorsOf<K>(),        \
+                                                                       &Vellum::Kernels::writeDefaults<K>,          \
+                                                                       &Vellum::Kernels::derive<K>,                 \
+                                                                       K##Tuples,                                   \
+                                                                       sizeof K##Tuples / sizeof *K##Tuples};
 #else
 #define VT_FORMS(K, tuple) \
     Vellum::Kernels::VariantFunctions{VT_FORM(K, tuple, Vellum::Kernels::Lanes, unit), nullptr, nullptr},
@@ -45,15 +54,14 @@
 #define VT_DECLARE(K, TUPLES)
 #endif
 
-#define VT_VARIANTS(K, TUPLES) \
-    static constexpr Vellum::Kernels::VariantFunctions K##Variants[] = {TUPLES(VT_FORMS, K)};
+#define VT_VARIANTS(K, TUPLES) static constexpr Vellum::Kernels::VariantFunctions K##Variants[] = {TUPLES(VT_FORMS, K)};
 #define VT_ENTRY(K, TUPLES) Vellum::Kernels::KernelEntry{VT_DECLARATION(K), K##Variants},
 
 /// Exports the kernels of a family, given as a list macro: #define LIST(K) K(copyKernel, VT_SAME_2) K(...)
-#define VT_FAMILY(family, LIST) \
-    LIST(VT_DECLARE) \
-    LIST(VT_VARIANTS) \
+#define VT_FAMILY(family, LIST)                                                         \
+    LIST(VT_DECLARE)                                                                    \
+    LIST(VT_VARIANTS)                                                                   \
     static constexpr Vellum::Kernels::KernelEntry family##Entries[] = {LIST(VT_ENTRY)}; \
-    extern const Vellum::Kernels::FamilyTable VT_PASTE(family##_, VIEWTINT_ISA); \
-    constinit const Vellum::Kernels::FamilyTable VT_PASTE(family##_, VIEWTINT_ISA){ \
+    extern const Vellum::Kernels::FamilyTable VT_PASTE(family##_, VIEWTINT_ISA);        \
+    constinit const Vellum::Kernels::FamilyTable VT_PASTE(family##_, VIEWTINT_ISA){     \
         #family, sizeof family##Entries / sizeof *family##Entries, family##Entries};

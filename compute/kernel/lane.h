@@ -27,13 +27,27 @@ struct MakeSequence<0, I...> {
 
 // ---- one pixel at a time
 
-VT_FN float select(bool mask, float a, float b) { return mask ? a : b; }
-VT_FN int select(bool mask, int a, int b) { return mask ? a : b; }
-VT_FN int bitsOf(float a) { return __builtin_bit_cast(int, a); }
-VT_FN float fromBits(int a) { return __builtin_bit_cast(float, a); }
-VT_FN float toFloat(int a) { return static_cast<float>(a); }
-VT_FN float sqrt(float a) { return __builtin_sqrtf(a); }
-VT_FN bool any(bool mask) { return mask; }
+VT_FN float select(bool mask, float a, float b) {
+    return mask ? a : b;
+}
+VT_FN int select(bool mask, int a, int b) {
+    return mask ? a : b;
+}
+VT_FN int bitsOf(float a) {
+    return __builtin_bit_cast(int, a);
+}
+VT_FN float fromBits(int a) {
+    return __builtin_bit_cast(float, a);
+}
+VT_FN float toFloat(int a) {
+    return static_cast<float>(a);
+}
+VT_FN float sqrt(float a) {
+    return __builtin_sqrtf(a);
+}
+VT_FN bool any(bool mask) {
+    return mask;
+}
 
 // ---- a register of pixels: the compilers' own vector types
 
@@ -135,13 +149,21 @@ struct Lanes {
     friend VT_INLINE Ints bitsOf(Lanes a) { return {(IntRegister)a.v}; }
 };
 
-VT_FN Lanes fromBits(Ints a) { return {(FloatRegister)a.v}; }
-VT_FN Lanes toFloat(Ints a) { return {__builtin_convertvector(a.v, FloatRegister)}; }
+VT_FN Lanes fromBits(Ints a) {
+    return {(FloatRegister)a.v};
+}
+VT_FN Lanes toFloat(Ints a) {
+    return {__builtin_convertvector(a.v, FloatRegister)};
+}
 
 /// Toward zero. The value must lie within the range of int: clamp before converting, since what comes out beyond it
 /// differs from target to target.
-VT_FN int toInt(float a) { return static_cast<int>(a); }
-VT_FN Ints toInt(Lanes a) { return {__builtin_convertvector(a.v, IntRegister)}; }
+VT_FN int toInt(float a) {
+    return static_cast<int>(a);
+}
+VT_FN Ints toInt(Lanes a) {
+    return {__builtin_convertvector(a.v, IntRegister)};
+}
 
 // ---- what a body needs to know of its lane type
 
@@ -180,7 +202,9 @@ VT_FN V load(const float* p, long stride) {
         return lanes;
     }
 }
-VT_FN void store(float v, float* p, long) { *p = v; }
+VT_FN void store(float v, float* p, long) {
+    *p = v;
+}
 VT_FN void store(Lanes v, float* p, long stride) {
     if (stride == 1)
         __builtin_memcpy(p, &v.v, sizeof v.v);
@@ -188,8 +212,12 @@ VT_FN void store(Lanes v, float* p, long stride) {
         storeEach(v.v, p, stride, EachLane{});
 }
 /// p[index] in each lane.
-VT_FN float gather(const float* p, int index) { return p[index]; }
-VT_FN Lanes gather(const float* p, Ints index) { return {gatherEach(p, index.v, EachLane{})}; }
+VT_FN float gather(const float* p, int index) {
+    return p[index];
+}
+VT_FN Lanes gather(const float* p, Ints index) {
+    return {gatherEach(p, index.v, EachLane{})};
+}
 
 }  // namespace VIEWTINT_ISA
 }  // namespace Vellum::Kernels

@@ -27,7 +27,7 @@ VT_FN F abs(F x) {
 /// The largest whole number not above x. Exact; NaN and infinities stay themselves.
 template <class F>
 VT_FN F floor(F x) {
-    auto fractional = abs(x) < F(8388608.f);  // from 2^23 on every float is whole
+    auto fractional = abs(x) < F(8388608.f);                   // from 2^23 on every float is whole
     F toward = toFloat(toInt(select(fractional, x, F(0.f))));  // of either sign where it is 0
     F below = select(toward > x, toward - F(1.f), toward);
     return select(fractional, select(toward == x, x, below), x);

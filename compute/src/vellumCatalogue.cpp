@@ -52,7 +52,8 @@ std::string PixelTypes::text() const {
 
 CatalogueEntry::CatalogueEntry(std::string_view family, const KernelDeclaration& declaration)
     : family_(family), declaration_(&declaration) {
-    for (int i = 0; i < declaration.tupleCount; ++i) tuples_.push_back(PixelTypes::parse(declaration.tuples[i]));
+    for (int i = 0; i < declaration.tupleCount; ++i)
+        tuples_.push_back(PixelTypes::parse(declaration.tuples[i]));
 }
 
 int CatalogueEntry::variant(const PixelTypes& types) const {
@@ -70,15 +71,15 @@ Family::Family(std::initializer_list<const FamilyTable*> tables) {
     name_ = baseline.family;
     for (int k = 0; k < baseline.kernelCount; ++k) {
         CatalogueEntry entry(name_, *baseline.kernels[k].declaration);
-        for (const FamilyTable* table : tables) entry.forms_.push_back(table->kernels[k].variants);
+        for (const FamilyTable* table : tables)
+            entry.forms_.push_back(table->kernels[k].variants);
         kernels_.push_back(std::move(entry));
     }
 }
 
 const CatalogueEntry* Family::find(std::string_view kernel) const {
-    const auto found = std::find_if(kernels_.begin(), kernels_.end(), [&](const CatalogueEntry& entry) {
-        return entry.declaration().name == kernel;
-    });
+    const auto found = std::find_if(kernels_.begin(), kernels_.end(),
+                                    [&](const CatalogueEntry& entry) { return entry.declaration().name == kernel; });
     return found == kernels_.end() ? nullptr : &*found;
 }
 
@@ -138,16 +139,20 @@ void limitInstructionSet(InstructionSet newLimit) {
 
 const char* toString(InstructionSet set) {
     switch (set) {
-        case InstructionSet::sse2: return "SSE2";
-        case InstructionSet::avx2: return "AVX2";
-        case InstructionSet::avx512: return "AVX-512";
+        case InstructionSet::sse2:
+            return "SSE2";
+        case InstructionSet::avx2:
+            return "AVX2";
+        case InstructionSet::avx512:
+            return "AVX-512";
     }
     return "unknown";
 }
 
 std::vector<InstructionSet> availableInstructionSets() {
     std::vector<InstructionSet> sets;
-    for (int set = 0; set <= static_cast<int>(available()); ++set) sets.push_back(static_cast<InstructionSet>(set));
+    for (int set = 0; set <= static_cast<int>(available()); ++set)
+        sets.push_back(static_cast<InstructionSet>(set));
     return sets;
 }
 

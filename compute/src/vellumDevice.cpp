@@ -21,7 +21,8 @@ const MemoryKind& textureMemory() {
 namespace Vellum::Compute {
 
 Context::Context(std::vector<std::unique_ptr<Device>> devices) : devices_(std::move(devices)) {
-    for (const auto& device : devices_) device->context_ = this;
+    for (const auto& device : devices_)
+        device->context_ = this;
 }
 
 Device& deviceOf(const Vellum::Image::Image& image) {

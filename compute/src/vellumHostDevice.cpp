@@ -97,8 +97,8 @@ void Work::chooseForm() {
         call_.kernel.flags() == Vellum::CodeGen::Flags::onePixel && Vellum::CodeGen::onePixelCodeServed();
     const bool unitStride = std::all_of(images_, images_ + declaration_.images.count,
                                         [](const ImageArgument& image) { return image.strideX == 1; });
-    form_ = onePixel ? entry.onePixelForm(call_.kernel.variant())
-                     : entry.packedForm(call_.kernel.variant(), unitStride);
+    form_ =
+        onePixel ? entry.onePixelForm(call_.kernel.variant()) : entry.packedForm(call_.kernel.variant(), unitStride);
 }
 
 void Work::chooseCut() {
@@ -150,7 +150,8 @@ void Work::runSums() {
     auto band = [&](int index) { runPiece(index, slots.data() + index * fields); };
     const bool small = box_.pixels() < pixelsWorthThreads || !Vellum::Parallel::ThreadingEnabled();
     if (small)
-        for (int index = 0; index < pieces_; ++index) band(index);
+        for (int index = 0; index < pieces_; ++index)
+            band(index);
     else
         Vellum::Parallel::forEachIndex(threader_, pieces_, band);
     for (int index = 0; index < pieces_; ++index)

@@ -81,7 +81,8 @@ void forEachRow(const Layout& layout, Row&& row) {
     const int height = std::max(layout.box.height(), 0);
     auto rows = [&](int from, int to) {
         for (std::uint32_t c = 0; c < layout.components; ++c)
-            for (int y = from; y < to; ++y) row(y, c);
+            for (int y = from; y < to; ++y)
+                row(y, c);
     };
     constexpr std::int64_t pixelsWorthThreads = 65536;
     if (layout.box.pixels() < pixelsWorthThreads || !Vellum::Parallel::ThreadingEnabled()) {
@@ -140,7 +141,8 @@ Image Image::translate(const vnl_vector_fixed<int, 2>& offset) const {
     const Box box{info_.box.x0 + offset[0], info_.box.y0 + offset[1], info_.box.x1 + offset[0],
                   info_.box.y1 + offset[1]};
     moved.info_.box = box;
-    for (Tile& tile : moved.tiles_) tile.layout.box = box;
+    for (Tile& tile : moved.tiles_)
+        tile.layout.box = box;
     return moved;
 }
 
@@ -201,7 +203,8 @@ void Image::clear() {
             std::memset(row, 0, box().width() * size);
             return;
         }
-        for (int x = 0; x < box().width(); ++x) std::memset(row + x * target.layout.x.bytes, 0, size);
+        for (int x = 0; x < box().width(); ++x)
+            std::memset(row + x * target.layout.x.bytes, 0, size);
     });
 }
 

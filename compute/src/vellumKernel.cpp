@@ -49,14 +49,14 @@ Box boxOf(const ImageArgument& image) {
 Vellum::Kernels::PixelTypes typesOf(std::span<const Vellum::Image::Image* const> images) {
     Vellum::Kernels::PixelTypes types;
     for (const Vellum::Image::Image* image : images)
-        types.append(static_cast<int>(image->components()),
-                     image->info().type == Vellum::Pixel::DataEnum::unsigned32);
+        types.append(static_cast<int>(image->components()), image->info().type == Vellum::Pixel::DataEnum::unsigned32);
     return types;
 }
 
 [[noreturn]] void noVariant(const Vellum::Kernels::CatalogueEntry& entry, const Vellum::Kernels::PixelTypes& types) {
     std::string known;
-    for (const auto& tuple : entry.tuples()) known += (known.empty() ? "" : ", ") + tuple.text();
+    for (const auto& tuple : entry.tuples())
+        known += (known.empty() ? "" : ", ") + tuple.text();
     fail(named(entry.declaration()) + " has no variant for pixel types " + types.text() + "; there are " + known + ".");
 }
 
@@ -98,9 +98,12 @@ int imageOfEdgeColour(const KernelDeclaration& kernel, std::string_view name) {
 
 const char* nameOf(ScalarType type) {
     switch (type) {
-        case ScalarType::real: return "float";
-        case ScalarType::integer: return "int";
-        case ScalarType::boolean: return "bool";
+        case ScalarType::real:
+            return "float";
+        case ScalarType::integer:
+            return "int";
+        case ScalarType::boolean:
+            return "bool";
     }
     return "unknown";
 }
@@ -150,8 +153,7 @@ KernelPointer Kernel::Make(Vellum::Compute::Context&, const Vellum::Compute::Pro
 
 KernelExecutionContext::KernelExecutionContext(KernelPointer kernel) : kernel_(std::move(kernel)) {
     const auto& entry = kernel_->entry();
-    if (entry.parameterBytes() > mostParameterBytes)
-        fail(named(declaration()) + " has too large a parameter block.");
+    if (entry.parameterBytes() > mostParameterBytes) fail(named(declaration()) + " has too large a parameter block.");
     declaration().writeDefaults(parameters_);
     std::memset(imageParameters(), 0, declaration().images.count * sizeof(ImageParameters));
 }
@@ -184,7 +186,8 @@ MarshalledParam KernelExecutionContext::getMarshalledParamThrow(const ParamName&
         return {offset, 4, 1, ScalarType::real, false};
     }
     std::string known;
-    for (int i = 0; i < kernel.scalars.count; ++i) known += (i ? ", " : "") + std::string(kernel.scalars.list[i].name);
+    for (int i = 0; i < kernel.scalars.count; ++i)
+        known += (i ? ", " : "") + std::string(kernel.scalars.list[i].name);
     fail(named(kernel) + " has no parameter \"" + std::string(name.name) + "\"; " +
          (known.empty() ? "it has none." : "there are " + known + "."));
 }
@@ -229,8 +232,8 @@ void KernelExecutionContext::checkReach(const Box& box, int c0, int c1) {
         const auto imageName = [&] { return std::string(" image \"") + image.name + "\""; };
         if (boxOf(images_[i]).empty()) fail(named(kernel) + imageName() + " has no pixels.");
         if (kernel.perComponent && (c0 < 0 || c1 > components_[i]))
-            fail(named(kernel) + " runs over components " + std::to_string(c0) + " to " + std::to_string(c1 - 1) + ", but" +
-                 imageName() + " has " + std::to_string(components_[i]) + ".");
+            fail(named(kernel) + " runs over components " + std::to_string(c0) + " to " + std::to_string(c1 - 1) +
+                 ", but" + imageName() + " has " + std::to_string(components_[i]) + ".");
         if (image.pattern != Pattern::random && image.edge == Edge::none) {
             const Box needed = touched(image, imageParameters()[i], box);
             if (!boxOf(images_[i]).contains(needed))

@@ -17,7 +17,8 @@ constexpr std::size_t hugePage = std::size_t{2} << 20;
 /// Sizes are rounded up to steps of at most an eighth, so that images of nearly one size share their blocks.
 std::size_t roundUp(std::size_t bytes) {
     std::size_t step = 4096;
-    while (step * 16 < bytes) step *= 2;
+    while (step * 16 < bytes)
+        step *= 2;
     return (bytes + step - 1) / step * step;
 }
 

@@ -51,7 +51,8 @@ public:
 
     void run(Function function, int count, void* argument) override {
         if (count <= 1 || threads() <= 1) {
-            for (int index = 0; index < count; ++index) function(index, argument);
+            for (int index = 0; index < count; ++index)
+                function(index, argument);
             return;
         }
         [[maybe_unused]] HandOver handOver;
@@ -60,7 +61,8 @@ public:
                 tbb::blocked_range<int>(0, count, 1),
                 [&](const tbb::blocked_range<int>& part) {
                     handOver.taskBegins();
-                    for (int index = part.begin(); index < part.end(); ++index) function(index, argument);
+                    for (int index = part.begin(); index < part.end(); ++index)
+                        function(index, argument);
                     handOver.taskEnds();
                 },
                 tbb::simple_partitioner());

@@ -20,7 +20,8 @@ protected:
 Pixel before(const Scene& scene, int x, int y) {
     const int last = static_cast<int>(scene.images().size()) - 1;
     Pixel pixel{};
-    for (int c = 0; c < scene.count(last); ++c) pixel[c] = scene.at(last, x, y, c);
+    for (int c = 0; c < scene.count(last); ++c)
+        pixel[c] = scene.at(last, x, y, c);
     return pixel;
 }
 
@@ -43,8 +44,14 @@ TEST_F(CommonKernels, onePixelOneComponent) {
                          },
                      .tolerance = 0});
     checkKernel({.kernel = "fillConstantKernel",
-                 .reference = [](const Scene&, int, int) { return Pixel{1, 2, -3, 0.5}; },
-                 .scalars = [](KernelExecutionContext& context) { context.set({"value"}, std::array{1.f, 2.f, -3.f, 0.5f}); },
+                 .reference =
+                     [](const Scene&, int, int) {
+                         return Pixel{1, 2, -3, 0.5};
+                     },
+                 .scalars =
+                     [](KernelExecutionContext& context) {
+                         context.set({"value"}, std::array{1.f, 2.f, -3.f, 0.5f});
+                     },
                  .tolerance = 0});
 }
 
@@ -84,13 +91,15 @@ TEST_F(CommonKernels, channels) {
 }
 
 TEST_F(CommonKernels, maskMix) {
-    checkKernel({.kernel = "maskMixKernel", .reference = [](const Scene& scene, int x, int y) {
-                     Pixel pixel = before(scene, x, y);
-                     const double m = scene.at(2, x, y, 0);
-                     for (int c = 0; c < std::min(scene.count(0), scene.count(3)); ++c)
-                         pixel[c] = (1 - m) * scene.at(1, x, y, c) + m * scene.at(0, x, y, c);
-                     return pixel;
-                 },
+    checkKernel({.kernel = "maskMixKernel",
+                 .reference =
+                     [](const Scene& scene, int x, int y) {
+                         Pixel pixel = before(scene, x, y);
+                         const double m = scene.at(2, x, y, 0);
+                         for (int c = 0; c < std::min(scene.count(0), scene.count(3)); ++c)
+                             pixel[c] = (1 - m) * scene.at(1, x, y, c) + m * scene.at(0, x, y, c);
+                         return pixel;
+                     },
                  .tolerance = 1e-6});
 }
 
@@ -116,7 +125,8 @@ TEST_F(CommonKernels, weightedComponentSum) {
                      .reference =
                          [=](const Scene& scene, int x, int y) {
                              Pixel sum{};
-                             for (int c = 0; c < scene.count(0); ++c) sum[0] += scene.at(0, x, y, c) * weights[c] * scale;
+                             for (int c = 0; c < scene.count(0); ++c)
+                                 sum[0] += scene.at(0, x, y, c) * weights[c] * scale;
                              return sum;
                          },
                      .scalars =

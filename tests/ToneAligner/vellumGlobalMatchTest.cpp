@@ -3,11 +3,11 @@
 #include <gtest/gtest.h>
 
 #include "ToneAligner/ToneAligner.h"
+#include "ToneAligner/src/vellumLabColour.h"
 #include "compute/Exception.h"
 #include "tests/harness/KernelHarness.h"
 #include "tests/harness/LabReference.h"
 #include "tests/harness/TestDevice.h"
-#include "ToneAligner/src/vellumLabColour.h"
 
 namespace ViewTint::Tests {
 
@@ -30,7 +30,8 @@ constexpr double toRgb[3][3] = {
 Triple times(const double (&m)[3][3], const Triple& v) {
     Triple result{};
     for (int row = 0; row < 3; ++row)
-        for (int c = 0; c < 3; ++c) result[row] += m[row][c] * v[c];
+        for (int c = 0; c < 3; ++c)
+            result[row] += m[row][c] * v[c];
     return result;
 }
 
@@ -97,11 +98,14 @@ struct Match {
             };
             eachCounted([&](const Triple& v) {
                 ++n;
-                for (int c = 0; c < 3; ++c) s.mean[c] += v[c];
+                for (int c = 0; c < 3; ++c)
+                    s.mean[c] += v[c];
             });
-            for (double& m : s.mean) m = n > 0 ? m / n : 0;
+            for (double& m : s.mean)
+                m = n > 0 ? m / n : 0;
             eachCounted([&](const Triple& v) {
-                for (int c = 0; c < 3; ++c) s.variance[c] += (v[c] - s.mean[c]) * (v[c] - s.mean[c]) / n;
+                for (int c = 0; c < 3; ++c)
+                    s.variance[c] += (v[c] - s.mean[c]) * (v[c] - s.mean[c]) / n;
             });
             return s;
         };
@@ -290,8 +294,8 @@ TEST(GlobalMatch, allocationFailuresAreSurvived) {
         gpu.device().allocationsLeft = left;
         testing::internal::CaptureStdout();
         const Pixels result = match.run(gpu.device());
-        EXPECT_EQ(testing::internal::GetCapturedStdout(),
-                  "Warning: not enough memory on GPU, switching to CPU.\n") << left;
+        EXPECT_EQ(testing::internal::GetCapturedStdout(), "Warning: not enough memory on GPU, switching to CPU.\n")
+            << left;
         EXPECT_EQ(firstDifference(expected, result), "") << left;
     }
 }

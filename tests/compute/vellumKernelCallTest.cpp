@@ -98,7 +98,9 @@ TEST(KernelCall, scalars) {
 TEST(KernelCall, variantsAndFlags) {
     const TestImage one = ones({0, 0, 4, 4}, 1);
     const TestImage two = ones({0, 0, 4, 4}, 2);
-    EXPECT_EQ(messageOf([&] { make("testMathKernel", {&one.image(), &two.image()}); }),
+    EXPECT_EQ(messageOf([&] {
+                  make("testMathKernel", {&one.image(), &two.image()});
+              }),
               "Kernel \"testMathKernel\" has no variant for pixel types 1f_2f; there are 1f_1f, 2f_2f, 3f_3f, 4f_4f.");
     EXPECT_NE(messageOf([&] { make("testMathKernel", {&one.image()}); }), "");
     EXPECT_NE(messageOf([&] { make("testMathKernel", {&one.image(), &one.image()}, static_cast<Flags>(2)); }), "");

@@ -44,7 +44,8 @@ Reference displaced(Read read) {
         const int atX = x + static_cast<int>(scene.at(1, x, y, 0));
         const int atY = y + static_cast<int>(scene.at(1, x, y, 1));
         Pixel result{};
-        for (int c = 0; c < scene.count(2); ++c) result[c] = read(scene, atX, atY, c);
+        for (int c = 0; c < scene.count(2); ++c)
+            result[c] = read(scene, atX, atY, c);
         return result;
     };
 }
@@ -107,7 +108,8 @@ TEST(AccessPatterns, strips) {
                                  for (int c = 0; c < scene.count(1); ++c) {
                                      if (steps >= length) sum[c] = scene.at(1, x, y, c);
                                      for (int i = 0; i <= steps && steps < length; ++i)
-                                         sum[c] += scene.at(0, horizontal ? box.x0 + i : x, horizontal ? y : box.y0 + i, c);
+                                         sum[c] +=
+                                             scene.at(0, horizontal ? box.x0 + i : x, horizontal ? y : box.y0 + i, c);
                                  }
                                  return sum;
                              },
@@ -147,7 +149,8 @@ double ulpsBetween(float actual, double exact) {
 
 std::vector<float> evaluate(int function, float exponent, const std::vector<float>& values) {
     Pixels pixels({0, 0, static_cast<int>(values.size()), 1}, 1);
-    for (std::size_t i = 0; i < values.size(); ++i) pixels.at(static_cast<int>(i), 0, 0) = values[i];
+    for (std::size_t i = 0; i < values.size(); ++i)
+        pixels.at(static_cast<int>(i), 0, 0) = values[i];
     TestImage a(pixels, Arrangement::planar);
     TestImage o(pixels, Arrangement::planar);
     const Image* list[] = {&a.image(), &o.image()};
@@ -194,7 +197,8 @@ TEST(KernelMath, errorsAreAsDocumented) {
         RecordProperty(function.name, std::to_string(worst));
     }
     std::vector<float> angles;
-    for (int i = -4000; i <= 4000; ++i) angles.push_back(static_cast<float>(i) / 1000);
+    for (int i = -4000; i <= 4000; ++i)
+        angles.push_back(static_cast<float>(i) / 1000);
     const auto sines = evaluate(4, 1, angles);
     for (std::size_t i = 0; i < angles.size(); ++i)
         EXPECT_NEAR(sines[i], std::sin(3.14159265358979323846 * double{angles[i]}), 2e-7) << angles[i];

@@ -34,7 +34,8 @@ TEST(Threader, runsEachIndexOnceAndHandsExceptionsToTheCaller) {
         EXPECT_EQ(threader->threads(), threads);
         std::vector<std::atomic<int>> calls(1000);
         forEachIndex(*threader, 1000, [&](int index) { ++calls[index]; });
-        for (const auto& count : calls) EXPECT_EQ(count, 1);
+        for (const auto& count : calls)
+            EXPECT_EQ(count, 1);
         EXPECT_THROW(forEachIndex(*threader, 100,
                                   [](int index) {
                                       if (index == 57) throw std::runtime_error("57");

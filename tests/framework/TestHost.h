@@ -129,11 +129,9 @@ public:
 
     bool aborted() const override { return abortWanted; }
     void error(const std::string& text) override { errors.push_back(text); }
-    void progressMessage(const char* text) override { progress.push_back(text); }
-    void progressFraction(double done, int level) override {
-        progress.push_back(fmt::format("{:.3f}:{}", done, level));
-    }
-    void progressDismiss() override { progress.push_back("dismissed"); }
+    void progressMessage(const char* text) override { note(text); }
+    void progressFraction(double done, int level) override { note(fmt::format("{:.3f}:{}", done, level)); }
+    void progressDismiss() override { note("dismissed"); }
 
     /// Makes a control for each declaration that holds a value.
     void makeKnobs(Op& op) {

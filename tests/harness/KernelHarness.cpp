@@ -29,7 +29,8 @@ std::string nameOf(const Form& form) {
 
 std::vector<Form> allForms() {
     std::vector<Form> forms{{Flags::onePixel, InstructionSet::sse2}};
-    for (const InstructionSet set : Vellum::CodeGen::availableInstructionSets()) forms.push_back({Flags::packed, set});
+    for (const InstructionSet set : Vellum::CodeGen::availableInstructionSets())
+        forms.push_back({Flags::packed, set});
     return forms;
 }
 
@@ -67,7 +68,9 @@ private:
     void expectReference(const Scene& scene, const Result& result, const std::string& where) const;
     void expectSums(const Scene& scene, const Result& result, const std::string& where) const;
     void expectSame(const Result& expected, const Result& actual, const std::string& where) const;
-    IterationController rangeFor(const Box& box) const { return case_.range ? case_.range(box) : IterationController{}; }
+    IterationController rangeFor(const Box& box) const {
+        return case_.range ? case_.range(box) : IterationController{};
+    }
     bool reduces() const { return entry_.declaration().passes == 2; }
     bool writes() const { return entry_.declaration().images.list[entry_.declaration().images.count - 1].written; }
     std::string where(int tuple, const Box& box) const {
@@ -83,7 +86,8 @@ private:
 std::vector<int> countsOf(const PixelTypes& types) {
     std::vector<int> counts;
     std::stringstream text(types.text());
-    for (std::string token; std::getline(text, token, '_');) counts.push_back(token[0] - '0');
+    for (std::string token; std::getline(text, token, '_');)
+        counts.push_back(token[0] - '0');
     return counts;
 }
 
@@ -101,9 +105,11 @@ Result KernelCheck::runOnce(const Scene& scene, Arrangement arrangement, const F
                             const IterationController& range, const std::string& where) const {
     const FormScope scope(form);
     std::vector<TestImage> images;
-    for (const Pixels& pixels : scene.images()) images.emplace_back(pixels, arrangement);
+    for (const Pixels& pixels : scene.images())
+        images.emplace_back(pixels, arrangement);
     std::vector<const Image*> list;
-    for (const TestImage& image : images) list.push_back(&image.image());
+    for (const TestImage& image : images)
+        list.push_back(&image.image());
 
     KernelExecutionContext context(Vellum::JIT::Kernel::Make(entry_, list, form.flags));
     context.setImageParamBindings(list);
@@ -120,12 +126,16 @@ Result KernelCheck::runOnce(const Scene& scene, Arrangement arrangement, const F
     for (int i = 0; i < accumulators.count; ++i) {
         auto& values = result.sums[accumulators.list[i].name];
         switch (accumulators.list[i].vectorWidth) {
-            case 1: values = {context.get<float>({accumulators.list[i].name})}; break;
+            case 1:
+                values = {context.get<float>({accumulators.list[i].name})};
+                break;
             case 3:
-                for (const float v : context.get<std::array<float, 3>>({accumulators.list[i].name})) values.push_back(v);
+                for (const float v : context.get<std::array<float, 3>>({accumulators.list[i].name}))
+                    values.push_back(v);
                 break;
             default:
-                for (const float v : context.get<std::array<float, 4>>({accumulators.list[i].name})) values.push_back(v);
+                for (const float v : context.get<std::array<float, 4>>({accumulators.list[i].name}))
+                    values.push_back(v);
         }
     }
     return result;
@@ -281,7 +291,8 @@ Reference eachComponent(std::function<double(const std::vector<double>&)> f) {
         Pixel result{};
         for (int c = 0; c < scene.count(images - 1); ++c) {
             std::vector<double> values;
-            for (int i = 0; i < images; ++i) values.push_back(scene.at(i, x, y, c));
+            for (int i = 0; i < images; ++i)
+                values.push_back(scene.at(i, x, y, c));
             result[c] = f(values);
         }
         return result;

@@ -56,10 +56,10 @@ struct KernelCase {
 };
 
 /// Runs a kernel in every form there is (one pixel at a time; packed, on every instruction set of this machine), with
-/// every tuple of pixel types, over planar, padded, packed and widely strided images with negative and positive origins,
-/// widths from 0 to beyond two registers, on 1, 2 and 3 threads and with tasks in shuffled order. All results must be
-/// equal bit for bit, the memory round the images untouched, pixels outside the range unchanged, and the values those of
-/// the reference.
+/// every tuple of pixel types, over planar, padded, packed and widely strided images with negative and positive
+/// origins, widths from 0 to beyond two registers, on 1, 2 and 3 threads and with tasks in shuffled order. All results
+/// must be equal bit for bit, the memory round the images untouched, pixels outside the range unchanged, and the values
+/// those of the reference.
 void checkKernel(const KernelCase& kernelCase);
 
 /// A reference for a body that treats each component by itself: f(values of the read images) at (x, y, c).

@@ -27,11 +27,16 @@ Layout layoutOf(const Pixels& pixels, Arrangement arrangement) {
         return Layout::withStrides(info, x * 4, y * 4, c * 4);
     };
     switch (arrangement) {
-        case Arrangement::planar: return elements(1, width, width * height);
-        case Arrangement::paddedPlanar: return elements(1, width + 5, (width + 5) * height + 7);
-        case Arrangement::packed: return elements(components, width * components, 1);
-        case Arrangement::wide: return elements(components + 3, width * (components + 3) + 11, 1);
-        case Arrangement::ordinary: break;
+        case Arrangement::planar:
+            return elements(1, width, width * height);
+        case Arrangement::paddedPlanar:
+            return elements(1, width + 5, (width + 5) * height + 7);
+        case Arrangement::packed:
+            return elements(components, width * components, 1);
+        case Arrangement::wide:
+            return elements(components + 3, width * (components + 3) + 11, 1);
+        case Arrangement::ordinary:
+            break;
     }
     return Image(info, Vellum::Compute::Host::hostDevice()).tile().layout;
 }
@@ -53,7 +58,8 @@ public:
         std::vector<int> order(count);
         std::iota(order.begin(), order.end(), 0);
         std::shuffle(order.begin(), order.end(), random_);
-        for (const int index : order) function(index, argument);
+        for (const int index : order)
+            function(index, argument);
     }
 
 private:
@@ -83,11 +89,16 @@ std::string firstDifference(const Pixels& expected, const Pixels& actual) {
 
 const char* toString(Arrangement arrangement) {
     switch (arrangement) {
-        case Arrangement::ordinary: return "ordinary";
-        case Arrangement::planar: return "planar";
-        case Arrangement::paddedPlanar: return "padded planar";
-        case Arrangement::packed: return "packed";
-        case Arrangement::wide: return "wide";
+        case Arrangement::ordinary:
+            return "ordinary";
+        case Arrangement::planar:
+            return "planar";
+        case Arrangement::paddedPlanar:
+            return "padded planar";
+        case Arrangement::packed:
+            return "packed";
+        case Arrangement::wide:
+            return "wide";
     }
     return "unknown";
 }
@@ -103,7 +114,8 @@ public:
 
     bool guardsIntact(const std::vector<std::size_t>& places) const {
         std::vector<bool> isPixel(elements_ + 2 * guardElements, false);
-        for (const std::size_t place : places) isPixel[guardElements + place] = true;
+        for (const std::size_t place : places)
+            isPixel[guardElements + place] = true;
         for (std::size_t i = 0; i < isPixel.size(); ++i)
             if (!isPixel[i] && std::bit_cast<std::uint32_t>(values_[i]) != guardBits) return false;
         return true;
@@ -123,7 +135,7 @@ TestImage::TestImage(const Pixels& pixels, Arrangement arrangement) {
     image_ = Vellum::Image::wrapHostMemory(layout, storage);
     pixels.forEach([&](int x, int y, int c) {
         storage->element((x - layout.box.x0) * layout.x.elements + (y - layout.box.y0) * layout.y.elements +
-                          c * layout.component.elements) = pixels.at(x, y, c);
+                         c * layout.component.elements) = pixels.at(x, y, c);
     });
 }
 
@@ -148,8 +160,16 @@ Pixels pixelsOf(const Image& image) {
 
 Pixels randomPixels(const Box& box, int components, std::uint32_t seed, bool hostile) {
     constexpr float infinity = std::numeric_limits<float>::infinity();
-    constexpr float specials[] = {std::numeric_limits<float>::quiet_NaN(), infinity, -infinity, 0.0f, -0.0f, 1e-40f,
-                                  1e-8f,  1.0f, -1000.0f, 1000.0f};
+    constexpr float specials[] = {std::numeric_limits<float>::quiet_NaN(),
+                                  infinity,
+                                  -infinity,
+                                  0.0f,
+                                  -0.0f,
+                                  1e-40f,
+                                  1e-8f,
+                                  1.0f,
+                                  -1000.0f,
+                                  1000.0f};
     std::mt19937 random(seed);
     std::uniform_real_distribution<float> value(-0.5f, 1.5f);
     std::uniform_int_distribution<std::size_t> special(0, std::size(specials) - 1);

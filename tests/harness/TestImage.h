@@ -29,7 +29,8 @@ public:
     void forEach(F&& f) const {
         for (int y = box_.y0; y < box_.y1; ++y)
             for (int x = box_.x0; x < box_.x1; ++x)
-                for (int c = 0; c < components_; ++c) f(x, y, c);
+                for (int c = 0; c < components_; ++c)
+                    f(x, y, c);
     }
 
 private:

@@ -14,15 +14,33 @@ struct testMathKernel : PerComponent<In<"A">, Out<"O">> {
     VT_FN void body(const Params& p, auto A, auto O) {
         auto a = A();
         switch (p.function) {
-            case 0: O = exp(a); break;
-            case 1: O = log(a); break;
-            case 2: O = pow(a, p.exponent); break;
-            case 3: O = cbrt(a); break;
-            case 4: O = sinPi(a); break;
-            case 5: O = floor(a); break;
-            case 6: O = abs(a); break;
-            case 7: O = clampTo(a, A.lane(0.25f), A.lane(0.75f)); break;
-            default: O = sqrt(a); break;
+            case 0:
+                O = exp(a);
+                break;
+            case 1:
+                O = log(a);
+                break;
+            case 2:
+                O = pow(a, p.exponent);
+                break;
+            case 3:
+                O = cbrt(a);
+                break;
+            case 4:
+                O = sinPi(a);
+                break;
+            case 5:
+                O = floor(a);
+                break;
+            case 6:
+                O = abs(a);
+                break;
+            case 7:
+                O = clampTo(a, A.lane(0.25f), A.lane(0.75f));
+                break;
+            default:
+                O = sqrt(a);
+                break;
         }
     }
 };
@@ -42,7 +60,8 @@ struct AxisSum : PerComponent<In<"A", Pattern::axis, E>, Out<"O">> {
     }
     VT_FN void body(const Params& p, auto A, auto O) {
         auto sum = O.lane(0);
-        for (int s = -p.radius; s <= p.radius; ++s) sum += A.along(s);
+        for (int s = -p.radius; s <= p.radius; ++s)
+            sum += A.along(s);
         O = sum;
     }
 };
@@ -75,7 +94,8 @@ struct Displaced : WholePixel<In<"A", Pattern::random, E>, In<"D">, Out<"O">> {
     VT_FN void body(const NoParams&, auto A, auto D, auto O) {
         auto x = O.column() + toInt(D(0));
         auto y = toInt(D(1)) + O.row();
-        for (int c = 0; c < O.count; ++c) O.put(c, A.fetch(x, y, c));
+        for (int c = 0; c < O.count; ++c)
+            O.put(c, A.fetch(x, y, c));
     }
 };
 struct testDisplacedKernel : Displaced<Edge::clamped> {};
@@ -105,13 +125,13 @@ struct testRunningSumKernel : PerComponent<In<"A", Pattern::axis>, Out<"O", Patt
 };
 
 #define VT_DISPLACED(X, K) X(K, "1f_2f_1f") X(K, "4f_2f_4f")
-#define TEST_PATTERNS(K) \
-    K(testMathKernel, VT_SAME_2) \
-    K(testAxisSumKernel, VT_SAME_2) \
-    K(testConstantAxisSumKernel, VT_SAME_2) \
-    K(testCornersKernel, VT_SAME_2) \
-    K(testConstantCornersKernel, VT_SAME_2) \
-    K(testDisplacedKernel, VT_DISPLACED) \
+#define TEST_PATTERNS(K)                         \
+    K(testMathKernel, VT_SAME_2)                 \
+    K(testAxisSumKernel, VT_SAME_2)              \
+    K(testConstantAxisSumKernel, VT_SAME_2)      \
+    K(testCornersKernel, VT_SAME_2)              \
+    K(testConstantCornersKernel, VT_SAME_2)      \
+    K(testDisplacedKernel, VT_DISPLACED)         \
     K(testConstantDisplacedKernel, VT_DISPLACED) \
     K(testRunningSumKernel, VT_SAME_2)
 

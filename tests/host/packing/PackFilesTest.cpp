@@ -115,10 +115,8 @@ TEST_F(PackFiles, FilesThatDontFitAreNamedAndNothingIsWritten) {
 
 /// A measured scene with both maps, packed by other means from the same pictures.
 TEST(PackMeasuredScene, AgreesWithThePackedReference) {
-    const char* pictures = std::getenv("VIEWTINT_TEST_PICTURES");
-    const fs::path cones = fs::path(pictures ? pictures : "") / "cones";
-    if (!pictures || !fs::exists(cones / "cones.exr"))
-        GTEST_SKIP() << "VIEWTINT_TEST_PICTURES names no folder with cones/cones.exr";
+    const fs::path cones = fs::path(VIEWTINT_SHARED_DATA) / "cones";
+    if (!fs::exists(cones / "cones.exr")) GTEST_SKIP() << "the measured scenes are not here: " << cones;
     PackRequest request;
     request.left = {cones / "im2.png", cones / "disp2.png", {}, {}};
     request.right = {cones / "im6.png", cones / "disp6.png", {}, {}};
