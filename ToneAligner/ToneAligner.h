@@ -58,9 +58,9 @@ public:
 
 private:
     struct Views;
-    void processBasic(const Views& views);
-    void processBasicFused(const Views& views);
-    void blendByMask(const Views& views);
+    void processBasic(const Views& views, const Utils::BufferManagement::BufferManagedImage& output);
+    void processBasicFused(const Views& views, Image& output);
+    void blendByMask(const Views& views, Image& output);
 
     BufferManager& bufferManager_;
     int kernelFlags_;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <string>
 
 namespace ViewTint::Cli {
 
@@ -13,6 +14,8 @@ struct CommandContext {
     /// The work of the subcommand on the command line, set while that is parsed and run afterwards. Returns an exit
     /// code; may throw CallError, Host::FileError, Interrupted or any other std::exception.
     std::function<int()> work;
+    /// For subcommands that can say more about a word of the command line that no option took: throws CallError if so.
+    std::function<void(const std::string& word)> explainUnknown;
 };
 
 }  // namespace ViewTint::Cli

@@ -127,8 +127,13 @@ std::vector<std::string> missingForRender(const FileLayout& layout, const FileLa
         if (other.name != view.name)
             reportMissing(other, colourChannels, fmt::format("red, green and blue of view '{}'", other.name), missing);
     reportMissing(view, disparityChannels, "disparity", missing);
-    reportMissing(view, occlusionChannels, "occlusion", missing);
     return missing;
+}
+
+std::vector<std::string> absentForRender(const FileLayout::View& view) {
+    std::vector<std::string> absent;
+    reportMissing(view, occlusionChannels, "occlusion", absent);
+    return absent;
 }
 
 }  // namespace ViewTint::Cli

@@ -32,4 +32,7 @@ FileLayout readLayout(const std::filesystem::path& path);
 /// What a render that corrects `view` would miss in this file, a phrase for each thing; empty when it can start.
 std::vector<std::string> missingForRender(const FileLayout& layout, const FileLayout::View& view);
 
+/// What such a render would use but can do without, a phrase for each thing.
+std::vector<std::string> absentForRender(const FileLayout::View& view);
+
 }  // namespace ViewTint::Cli

@@ -75,6 +75,8 @@ void printText(const std::string& path, const FileLayout& layout) {
         if (missing.empty()) fmt::print("  nothing is missing to correct this view\n");
         for (const std::string& thing : missing)
             fmt::print("  missing to correct this view: {}\n", thing);
+        for (const std::string& thing : absentForRender(view))
+            fmt::print("  absent, read as 0: {}\n", thing);
     }
 }
 
@@ -89,7 +91,8 @@ Json toJson(const FileLayout& layout, const FileLayout::View& view) {
                                                        {"x1", Json::integer(box.x1)},
                                                        {"y1", Json::integer(box.y1)}})},
                          {"channels", Json::array(channels)},
-                         {"missing_for_render", Json::array(missingForRender(layout, view))}});
+                         {"missing_for_render", Json::array(missingForRender(layout, view))},
+                         {"absent_read_as_zero", Json::array(absentForRender(view))}});
 }
 
 void printJson(const std::string& path, const FileLayout& layout) {

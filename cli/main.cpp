@@ -8,6 +8,7 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 #include <tbb/global_control.h>
+#include <tbb/info.h>
 #include <CLI/CLI.hpp>
 
 #include "cli/CallError.h"
@@ -64,13 +65,18 @@ std::optional<int> parse(CLI::App& app, int argc, char** argv) {
     }
 }
 
+void refuseUnknownWords(const CLI::App& app, const CommandContext& context) {
+    const std::vector<std::string> words = app.remaining(true);
+    if (words.empty()) return;
+    if (context.explainUnknown) context.explainUnknown(words.front());
+    throw CallError(fmt::format("'{}' was not expected; see 'viewtint{} --help'.", words.front(), chosenCommand(app)));
+}
+
 int runWork(const CommandContext& context) {
-    std::optional<tbb::global_control> threadLimit;
-    if (context.threads > 0) {
-        threadLimit.emplace(tbb::global_control::max_allowed_parallelism, std::size_t(context.threads));
-        OIIO::attribute("threads", context.threads);
-        Host::setFileThreads(context.threads);
-    }
+    const int threads = context.threads > 0 ? context.threads : tbb::info::default_concurrency();
+    const tbb::global_control threadLimit(tbb::global_control::max_allowed_parallelism, std::size_t(threads));
+    OIIO::attribute("threads", threads);
+    Host::setFileThreads(threads > 1 ? threads : 0);
     return context.work();
 }
 
@@ -79,6 +85,7 @@ int run(int argc, char** argv) {
     app.set_version_flag("--version", "viewtint " VIEWTINT_VERSION);
     app.require_subcommand(1);
     app.fallthrough();
+    app.allow_extras();
     CommandContext context;
     app.add_option("--threads", context.threads, "How many threads to use (default: as many as the machine has)")
         ->check(CLI::Range(1, 1024))
@@ -91,6 +98,7 @@ int run(int argc, char** argv) {
     if (const auto ended = parse(app, argc, argv)) return *ended;
     catchInterrupts();
     try {
+        refuseUnknownWords(app, context);
         return runWork(context);
     } catch (const Interrupted&) {
         complain("interrupted; unfinished files were taken back.");

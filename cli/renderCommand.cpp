@@ -4,11 +4,13 @@
 #include <chrono>
 #include <memory>
 #include <optional>
+#include <regex>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <CLI/CLI.hpp>
 
 #include "cli/CallError.h"
@@ -41,6 +43,13 @@ struct RenderOptions {
     std::vector<std::pair<std::string, std::string>> values;  ///< control and text, in the order of the command line
 };
 
+/// A control's help without a panel's markup and line breaks.
+std::string plainText(const std::string& help) {
+    const std::string withBreaks = std::regex_replace(help, std::regex("<p>"), " ");
+    const std::string withoutTags = std::regex_replace(withBreaks, std::regex("<[^>]*>"), "");
+    return std::regex_replace(withoutTags, std::regex("\\s+"), " ");
+}
+
 std::string rangeOf(const KnobDeclaration& knob) {
     if (knob.kind == KnobKind::boolean) return "on|off";
     if (knob.kind == KnobKind::view) return "VIEW";
@@ -55,6 +64,7 @@ std::string rangeOf(const KnobDeclaration& knob) {
 
 std::string defaultOf(const KnobDeclaration& knob) {
     const auto number = static_cast<std::size_t>(knob.defaultValue);
+    if (knob.kind == KnobKind::view) return "";  // depends on the file
     if (knob.kind == KnobKind::boolean) return knob.defaultValue != 0 ? "on" : "off";
     return number < knob.choices.size() ? "\"" + knob.choices[number] + "\"" : fmt::format("{:g}", knob.defaultValue);
 }
@@ -66,21 +76,30 @@ void addControls(CLI::App& command, const std::shared_ptr<RenderOptions>& option
         const std::string name = knob.name;
         auto* option = command.add_option_function<std::string>(
             "--" + name, [options, name](const std::string& value) { options->values.emplace_back(name, value); },
-            knob.tooltip.empty() ? knob.label : knob.tooltip);
+            knob.tooltip.empty() ? knob.label : plainText(knob.tooltip));
         option->type_name(rangeOf(knob))->default_str(defaultOf(knob))->group("Controls");
     }
 }
 
-/// Hands the values to the controls, which check them. An option that nobody knows may be a control's name misspelt.
-void setControls(const CLI::App& command, RenderOptions& options) {
-    for (const std::string& extra : command.remaining()) {
-        if (extra.rfind("--", 0) != 0)
-            throw CallError(fmt::format("'{}' was not expected; see 'viewtint render --help'.", extra));
-        const auto nameEnd = std::min(extra.find('='), extra.size());
-        options.controls.set(extra.substr(2, nameEnd - 2), "");
+/// An option that nobody knows may be a control's name misspelt; the controls know the nearest.
+void explainUnknown(const std::string& word, RenderOptions& options) {
+    if (!word.starts_with("--")) return;
+    const std::size_t nameEnd = std::min(word.find('='), word.size());
+    try {
+        options.controls.set(word.substr(2, nameEnd - 2), "");
+    } catch (const Host::SettingError& error) {
+        throw CallError(error.what());
     }
+}
+
+/// Hands the values to the controls, which check them. A mask that nothing reads would go unnoticed.
+void setControls(RenderOptions& options) {
     for (const auto& [name, text] : options.values)
         options.controls.set(name, text);
+    const auto setsMask = [](const auto& value) { return value.first == "maskWith"; };
+    if (options.mask && std::none_of(options.values.begin(), options.values.end(), setsMask))
+        throw CallError(
+            "--mask: the file isn't used while maskWith is None; add for example --maskWith \"Mask Alpha\".");
 }
 
 Host::ChannelRoles rolesOf(const RenderOptions& options) {
@@ -88,6 +107,27 @@ Host::ChannelRoles rolesOf(const RenderOptions& options) {
     for (const std::string& assignment : options.channels)
         roles.assign(assignment);
     return roles;
+}
+
+std::string absentColours(const Host::MultiViewFile& picture, const Host::ChannelRoles& roles) {
+    std::vector<std::string> absent;
+    for (const std::string& view : picture.views())
+        for (const Host::ChannelRoles::Role& role : roles.all())
+            if (role.channel <= Fresco::Image::blueChannel && !picture.hasChannel(view, role.fileChannel))
+                absent.push_back(fmt::format("'{}' in view '{}'", role.fileChannel, view));
+    return fmt::format("{}", fmt::join(absent, ", "));
+}
+
+/// The node's sentence with the file and with what the node can't know: names in the file and options of this command.
+std::string explain(const std::string& sentence, const RenderOptions& options, const Host::MultiViewFile& picture) {
+    if (sentence.find(fmt::format("'{}'", options.input)) != std::string::npos) return sentence;
+    std::string text = fmt::format("{}: {}", options.input, sentence);
+    if (sentence.ends_with("missing rgb"))
+        text += fmt::format(". There is no {}; add it, or choose others with --channel ROLE=NAME.",
+                            absentColours(picture, rolesOf(options)));
+    if (sentence.starts_with("Channel selected as Mask is missing") && !options.mask)
+        text += " Name a mask file with --mask, or choose another maskWith.";
+    return text;
 }
 
 int render(RenderOptions& options) {
@@ -109,9 +149,7 @@ int render(RenderOptions& options) {
         throw Interrupted();
     } catch (const Host::RenderError& error) {
         progress.clear();
-        const std::string sentence = error.what();
-        const bool namesFile = sentence.find(options.input) != std::string::npos;
-        throw Host::RenderError(namesFile ? sentence : fmt::format("{}: {}", options.input, sentence));
+        throw Host::RenderError(explain(error.what(), options, *picture));
     }
     progress.clear();
     const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
@@ -124,31 +162,35 @@ int render(RenderOptions& options) {
 void addRenderCommand(CLI::App& app, CommandContext& context) {
     CLI::App* command = app.add_subcommand("render", "Corrects the colours of one view of a multi-view OpenEXR file");
     const auto options = std::make_shared<RenderOptions>();
-    command->add_option("file", options->input, "Multi-view OpenEXR file with disparity channels")
+    command->add_option("FILE", options->input, "Multi-view OpenEXR file with disparity channels")
         ->required()
-        ->check(existingFile);
+        ->check(existingFile)
+        ->type_name("FILE");
     command->add_option("-o,--output", options->output, "OpenEXR file to write: all that came in, one view corrected")
         ->required()
         ->type_name("FILE.exr");
-    command->add_option("--mask", options->mask, "OpenEXR file for the node's input Mask")->check(existingFile);
+    command
+        ->add_option("--mask", options->mask, "OpenEXR file for the node's input Mask; choose a channel by --maskWith")
+        ->check(existingFile)
+        ->type_name("FILE");
     command
         ->add_option("--channel", options->channels,
                      "Reads a channel of another name, for example mask_occlusion.alpha=occluded.Y; may be repeated")
         ->type_name("ROLE=NAME")
-        ->expected(1);
+        ->allow_extra_args(false);
     command
         ->add_option("--outside", options->outside,
                      "What frames before and after the shot hold: nothing, or the nearest")
         ->capture_default_str()
         ->check(CLI::IsMember({"empty", "hold"}));
     command->add_flag("--quiet", options->quiet, "No progress and no closing line");
-    command->allow_extras();
     addControls(*command, options);
-    command->callback([&context, command, options] {
-        context.work = [command, options, &context] {
+    command->callback([&context, options] {
+        context.explainUnknown = [options](const std::string& word) { explainUnknown(word, *options); };
+        context.work = [options, &context] {
             Vellum::Compute::Host::setThreads(context.threads);
             try {
-                setControls(*command, *options);
+                setControls(*options);
                 return render(*options);
             } catch (const Host::SettingError& error) {
                 throw CallError(error.what());

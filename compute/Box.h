@@ -14,15 +14,21 @@ struct Box {
     std::int32_t x1 = 0;
     std::int32_t y1 = 0;
 
-    constexpr std::int32_t width() const { return x1 - x0; }
-    constexpr std::int32_t height() const { return y1 - y0; }
+    // Through unsigned numbers: corners at the ends of the range wrap round instead of being undefined.
+    constexpr std::int32_t width() const { return difference(x1, x0); }
+    constexpr std::int32_t height() const { return difference(y1, y0); }
     constexpr bool empty() const { return x1 <= x0 || y1 <= y0; }
-    constexpr std::int64_t pixels() const { return empty() ? 0 : std::int64_t{width()} * std::int64_t{height()}; }
+    constexpr std::int64_t pixels() const { return empty() ? 0 : (std::int64_t{x1} - x0) * (std::int64_t{y1} - y0); }
     constexpr bool contains(const Box& other) const {
         return other.empty() || (x0 <= other.x0 && y0 <= other.y0 && other.x1 <= x1 && other.y1 <= y1);
     }
 
     friend constexpr bool operator==(const Box&, const Box&) = default;
+
+private:
+    static constexpr std::int32_t difference(std::int32_t a, std::int32_t b) {
+        return static_cast<std::int32_t>(static_cast<std::uint32_t>(a) - static_cast<std::uint32_t>(b));
+    }
 };
 
 /// The common part of two boxes; empty where they do not overlap.

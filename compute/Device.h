@@ -26,6 +26,8 @@ const MemoryKind& bufferMemory();
 /// "texture": interned, never used.
 const MemoryKind& textureMemory();
 
+class DeviceBase;
+
 /// A block of memory on a device. Shared by reference count; the last share releases it.
 class MemoryBlock {
 public:
@@ -37,6 +39,9 @@ public:
     /// The device's own address: only host code on a host-accessible device may read through it.
     void* address() const { return address_; }
     std::size_t bytes() const { return bytes_; }
+    /// Where it lies. Whoever makes a block says so before an image is made from it.
+    DeviceBase* device() const { return device_; }
+    void placeOn(DeviceBase& device) { device_ = &device; }
 
     friend void intrusive_ptr_add_ref(const MemoryBlock* block) {
         block->shares_.fetch_add(1, std::memory_order_relaxed);
@@ -48,6 +53,7 @@ public:
 private:
     void* address_;
     std::size_t bytes_;
+    DeviceBase* device_ = nullptr;
     mutable std::atomic<int> shares_{0};
 };
 
@@ -79,7 +85,8 @@ struct KernelCall;
 /// A device that can run kernels.
 class Device : public Cobalt::Device::DeviceBase {
 public:
-    Context& context() const { return *context_; }
+    /// Throws Exception for a device that belongs to none.
+    Context& context() const;
 
     /// Runs one kernel over one range and returns when its results are visible. Throws Compute::Exception.
     virtual void run(const KernelCall& call) = 0;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <utility>
 #include <vector>
 
 #include <vnl/vnl_vector_fixed.h>
@@ -43,6 +44,14 @@ struct Stride {
     std::int64_t elements = 0;
 };
 
+/// True where a view of `box` lies inside an image of `whole`: it is no wider and no higher.
+constexpr bool fitsInto(const Box& box, const Box& whole) {
+    const auto longer = [](std::int32_t a0, std::int32_t a1, std::int32_t b0, std::int32_t b1) {
+        return std::int64_t{a1} - a0 > std::int64_t{b1} - b0;
+    };
+    return !longer(box.x0, box.x1, whole.x0, whole.x1) && !longer(box.y0, box.y1, whole.y0, whole.y1);
+}
+
 /// The complete geometry of one block of memory. Element (x, y, c) lies at
 /// (x - box.x0) * x.elements + (y - box.y0) * y.elements + c * component.elements from the block's start.
 struct Layout {
@@ -62,9 +71,12 @@ struct Layout {
 
 /// One contiguous block of memory and its geometry; tiles may share a block.
 struct Tile {
+    Tile(const Layout& geometry, MemoryHandle block) : layout(geometry), memory(std::move(block)) {}
+
+    DeviceBase* device() const { return memory ? memory->device() : nullptr; }
+
     Layout layout;
     MemoryHandle memory;
-    DeviceBase* device = nullptr;
 };
 
 /// A raster of 1 to 4 components on one device. A value: copies share the pixels.
@@ -94,7 +106,8 @@ public:
     Image subView(const Box& box) const;
     /// This image on another device; shares the memory where it already lies there.
     Image distributeTo(DeviceBase& device, const MemoryKind& kind = bufferMemory()) const;
-    /// A new image of the same description on a device; pixels are unspecified.
+    /// A new image of the same description on a device; pixels are unspecified. Laid out alike, except that strides
+    /// that a caller stated give way to the ordinary layout.
     Image makeLike(DeviceBase& device, const MemoryKind& kind = bufferMemory()) const;
     /// Copies pixels from an image of the same box and pixel type, on whatever device.
     void copyFrom(const Image& source);
@@ -111,8 +124,8 @@ private:
     MemoryKind kind_ = bufferMemory();
 };
 
-/// Wraps host memory without a copy; the handle keeps it alive.
-Image wrapHostMemory(const Layout& layout, const MemoryHandle& memory);
+/// Wraps memory of a device without a copy; the handle keeps it alive.
+Image wrapMemory(const Layout& layout, const MemoryHandle& memory, DeviceBase& device);
 
 }  // namespace Vellum::Image
 

@@ -136,8 +136,7 @@ public:
     KernelExecutionContext(const KernelExecutionContext&) = delete;
     KernelExecutionContext& operator=(const KernelExecutionContext&) = delete;
 
-    /// Binds image k of the list to the kernel's image k. All images must lie on host or device memory that the device
-    /// of iterate() reaches.
+    /// Binds image k of the list to the kernel's image k. All must lie on the device that runs the kernel.
     void setImageParamBindings(std::span<const Vellum::Image::Image* const> images);
 
     /// Throws Compute::Exception for an unknown name, listing the names there are.
@@ -168,7 +167,7 @@ private:
     void writeScalar(const ParamName& name, Vellum::Kernels::ScalarType type, int elements, const void* bytes,
                      int size);
     void readScalar(const ParamName& name, Vellum::Kernels::ScalarType type, int elements, void* bytes, int size) const;
-    int boundIndexOfRange() const;
+    int imageOfRange() const;
     void checkReach(const Vellum::Image::Box& box, int c0, int c1);
 
     template <class T>
@@ -178,7 +177,9 @@ private:
     std::array<Vellum::Kernels::ImageArgument, Vellum::Kernels::mostImages> images_;
     std::array<int, Vellum::Kernels::mostImages> components_{};
     int imageCount_ = 0;
-    bool dirty_ = true;
+    std::array<Cobalt::Device::DeviceBase*, Vellum::Kernels::mostImages> devices_{};
+    bool dirty_ = false;
+    bool derivedAreStale_ = true;
     std::array<float, 16> accumulators_{};
     alignas(64) std::byte parameters_[mostParameterBytes];
 };

@@ -31,6 +31,7 @@ public:
 private:
     class Block;
     void release(void* address, std::size_t bytes);
+    bool keep(void* address, std::size_t bytes) noexcept;
     void trimTo(std::size_t bytes);
 
     mutable std::mutex mutex_;

@@ -23,7 +23,10 @@ int smoothingRadius(float correctionScale, int width);
 /// The matcher's mode number.
 int matcherMode(int matchingMode, int samples);
 
-// ---- channels
+// ---- channels and frames
+
+/// Input 0's first offset that stands for a neighbouring frame.
+inline constexpr int firstFrameOffset = 3;
 
 /// The occlusion mask's channel, made on demand. Any thread.
 Fresco::Image::Channel occlusionChannel();

@@ -47,9 +47,10 @@ struct labToXyzKernel : WholePixel<In<"A">, Out<"O">> {
     }
 };
 
-#define COLOUR(K)                          \
-    K(colourMatrixKernel, VT_COLOUR_PAIRS) \
-    K(xyzToLabKernel, VT_COLOUR_PAIRS)     \
+#define VT_COLOUR_SAME(X, K) X(K, "3f_3f") X(K, "4f_4f")
+#define COLOUR(K)                         \
+    K(colourMatrixKernel, VT_COLOUR_SAME) \
+    K(xyzToLabKernel, VT_COLOUR_PAIRS)    \
     K(labToXyzKernel, VT_COLOUR_PAIRS)
 
 VT_FAMILY(colour, COLOUR)

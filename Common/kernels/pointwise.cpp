@@ -43,15 +43,12 @@ struct clearKernel : PerComponent<Out<"O">> {
 };
 
 /// O component c = value[c].
-struct fillConstantKernel : WholePixel<Out<"O">> {
+struct fillConstantKernel : PerComponent<Out<"O">> {
     struct Params {
         float value[4] = {0, 0, 0, 0};
     };
     static constexpr ScalarDeclarations scalars{1, {VT_SCALAR(value)}};
-    VT_FN void body(const Params& p, auto O) {
-        for (int c = 0; c < O.count; ++c)
-            O.put(c, O.lane(p.value[c]));
-    }
+    VT_FN void body(const Params& p, auto O) { O = O.lane(p.value[O.component]); }
 };
 
 /// O = 1 - A.

@@ -4,9 +4,8 @@
 namespace Vellum::Kernels {
 inline namespace VIEWTINT_ISA {
 
-/// For each component: the sum of A and the number of pixels where the mask's own component is above 0. A mask of NaN
-/// doesn't count.
-struct maskedSumKernel : PerComponentSum<In<"M">, In<"A">> {
+/// A total and a number of pixels per component.
+struct MaskedSums : PerComponentSum<In<"M">, In<"A">> {
     template <class V>
     struct Sums {
         V sum, count;
@@ -15,6 +14,11 @@ struct maskedSumKernel : PerComponentSum<In<"M">, In<"A">> {
         float sum[4], count[4];
     };
     static constexpr ScalarDeclarations accumulators{2, {VT_RESULT(sum), VT_RESULT(count)}};
+};
+
+/// For each component: the sum of A and the number of pixels where the mask's own component is above 0. A mask of NaN
+/// doesn't count.
+struct maskedSumKernel : MaskedSums {
     VT_FN void body(const Params&, auto& sums, auto M, auto A) {
         const auto counts = M() > 0.f;
         sums.sum += select(counts, A(), A.lane(0));
@@ -23,19 +27,11 @@ struct maskedSumKernel : PerComponentSum<In<"M">, In<"A">> {
 };
 
 /// The same with (A - mean)^2 in place of A.
-struct maskedSquaredDeviationKernel : PerComponentSum<In<"M">, In<"A">> {
+struct maskedSquaredDeviationKernel : MaskedSums {
     struct Params {
         float mean[4] = {0, 0, 0, 0};
     };
     static constexpr ScalarDeclarations scalars{1, {VT_SCALAR(mean)}};
-    template <class V>
-    struct Sums {
-        V sum, count;
-    };
-    struct Results {
-        float sum[4], count[4];
-    };
-    static constexpr ScalarDeclarations accumulators{2, {VT_RESULT(sum), VT_RESULT(count)}};
     VT_FN void body(const Params& p, auto& sums, auto M, auto A) {
         const auto counts = M() > 0.f;
         const auto d = A() - p.mean[A.component];

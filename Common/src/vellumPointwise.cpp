@@ -52,6 +52,8 @@ Image withComponents(const Image& image, std::uint32_t components) {
 }  // namespace
 
 void copy(const Image& source, Image& output) {
+    Compute::deviceOf(source);  // refuses empty images
+    Compute::deviceOf(output);
     const auto both = std::min(source.components(), output.components());
     const Image from = withComponents(source, both);
     const Image to = withComponents(output, both);
@@ -112,7 +114,7 @@ void maskMix(const Image& a, const Image& b, const Image& mask, Image& output, i
 }
 
 Image weightedComponentSum(const Image& source, const Float4& weights, bool normalise) {
-    Image sum({source.box(), 1, source.info().type}, *source.device());
+    Image sum({source.box(), 1, source.info().type}, Compute::deviceOf(source));
     runKernel(weightedComponentSumSource, {&source, &sum}, onePixel, {}, Compute::Scalar{"weights", weights},
               Compute::Scalar{"normalise", normalise});
     return sum;

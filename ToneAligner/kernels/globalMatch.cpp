@@ -29,7 +29,7 @@ struct linearMapKernel : WholePixel<In<"A">, Out<"O">> {
 /// V = 1 at the pixels whose colours count: selected by the user's mask and not occluded, both to within tolerance.
 struct countedPixelsKernel : PerComponent<In<"mask">, In<"occlusion">, Out<"V">> {
     struct Params {
-        float tolerance = 0.0001f;
+        float tolerance = 0;
     };
     static constexpr ScalarDeclarations scalars{1, {VT_SCALAR(tolerance)}};
     VT_FN void body(const Params& p, auto mask, auto occlusion, auto V) {
@@ -40,12 +40,9 @@ struct countedPixelsKernel : PerComponent<In<"mask">, In<"occlusion">, Out<"V">>
     }
 };
 
-/// L = the scaled Lab of the linear RGB picture A; sums of L, and the number of pixels, where M > 0.
-struct labSumKernel : WholePixelSum<In<"A">, In<"M">, Out<"L">> {
-    struct Params {
-        float matrix[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};
-    };
-    static constexpr ScalarDeclarations scalars{1, {VT_SCALAR(matrix)}};
+/// Totals of the three Lab components and the number of pixels.
+template <class... Images>
+struct LabSums : WholePixelSum<Images...> {
     template <class V>
     struct Sums {
         V sum[3], count;
@@ -54,6 +51,14 @@ struct labSumKernel : WholePixelSum<In<"A">, In<"M">, Out<"L">> {
         float sum[3], count;
     };
     static constexpr ScalarDeclarations accumulators{2, {VT_RESULT(sum), VT_RESULT(count)}};
+};
+
+/// L = the scaled Lab of the linear RGB picture A; sums of L, and the number of pixels, where M > 0.
+struct labSumKernel : LabSums<In<"A">, In<"M">, Out<"L">> {
+    struct Params {
+        float matrix[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};
+    };
+    static constexpr ScalarDeclarations scalars{1, {VT_SCALAR(matrix)}};
     VT_FN void body(const Params& p, auto& sums, auto A, auto M, auto L) {
         const auto xyz = multiplyMatrix(p.matrix, A(0), A(1), A(2));
         const auto lab = labOfXyz(xyz.a, xyz.b, xyz.c, labKnee);
@@ -69,19 +74,11 @@ struct labSumKernel : WholePixelSum<In<"A">, In<"M">, Out<"L">> {
 };
 
 /// Sums of (L - mean)^2, and the number of pixels, where M > 0.
-struct labDeviationKernel : WholePixelSum<In<"L">, In<"M">> {
+struct labDeviationKernel : LabSums<In<"L">, In<"M">> {
     struct Params {
         float mean[3] = {0, 0, 0};
     };
     static constexpr ScalarDeclarations scalars{1, {VT_SCALAR(mean)}};
-    template <class V>
-    struct Sums {
-        V sum[3], count;
-    };
-    struct Results {
-        float sum[3], count;
-    };
-    static constexpr ScalarDeclarations accumulators{2, {VT_RESULT(sum), VT_RESULT(count)}};
     VT_FN void body(const Params& p, auto& sums, auto L, auto M) {
         const auto counts = M() > 0.f;
         for (int c = 0; c < 3; ++c) {

@@ -76,7 +76,8 @@ void computeGlobalMatch(const Image& a, const Image& maskA, const Image& b, cons
 }
 
 void countedPixels(const Image& userMask, const Image& occlusion, Image& counted, int kernelFlags) {
-    Compute::runKernel(countedPixelsSource, {&userMask, &occlusion, &counted}, kernelFlags, {});
+    Compute::runKernel(countedPixelsSource, {&userMask, &occlusion, &counted}, kernelFlags, {},
+                       Scalar{"tolerance", countedTolerance});
 }
 
 LabStatistics toLabWithStatistics(const Image& rgb, const Image& counted, Image& lab, int kernelFlags) {

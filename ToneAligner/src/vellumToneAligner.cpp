@@ -14,19 +14,8 @@ using Utils::BufferManagement::BufferManager;
 using Vellum::Image::Image;
 using Vellum::Image::Info;
 
-constexpr float maskTolerance = 0.0001f;
-
 Info floatInfo(const Vellum::Image::Box& box, std::uint32_t components) {
     return {box, components, Vellum::Pixel::DataEnum::float32};
-}
-
-/// The mask itself where it covers `box`; else an image of that box, 0 where the mask doesn't reach.
-Image fittedMask(BufferManager& manager, const Image& mask, const Vellum::Image::Box& box) {
-    if (mask.box() == box) return mask;
-    Image fitted(floatInfo(box, 1), *manager.currentDevice());
-    Common::clear(fitted);
-    Common::copy(mask.distributeTo(*fitted.device()), mask.box(), fitted, mask.box().x0, mask.box().y0);
-    return fitted;
 }
 
 }  // namespace
@@ -34,20 +23,18 @@ Image fittedMask(BufferManager& manager, const Image& mask, const Vellum::Image:
 /// The pictures of one call, as the manager holds them.
 struct ToneAligner::Views {
     Views(BufferManager& manager, const Image& sourceView, const Image& rebuiltView, const Image& userMask,
-          const Image& occlusion, const Image& disparityEdges, const Image& output)
+          const Image& occlusionMask, const Image& disparityEdges)
         : source(manager, sourceView),
           rebuilt(manager, rebuiltView),
-          mask(manager, fittedMask(manager, userMask, output.box())),
-          occlusion(manager, occlusion),
-          edges(manager, disparityEdges),
-          output(manager, output) {}
+          mask(manager, userMask),
+          occlusion(manager, occlusionMask),
+          edges(manager, disparityEdges) {}
 
     BufferManagedImage source;
     BufferManagedImage rebuilt;
     BufferManagedImage mask;
     BufferManagedImage occlusion;
     BufferManagedImage edges;
-    BufferManagedImage output;
 };
 
 ToneAligner::ToneAligner(BufferManager& bufferManager, int kernelFlags)
@@ -55,26 +42,32 @@ ToneAligner::ToneAligner(BufferManager& bufferManager, int kernelFlags)
 
 void ToneAligner::process(const Image& sourceView, const Image& rebuiltView, const Image& userMask,
                           const Image& occlusion, const Image& disparityEdges, Image& output) {
-    Views views(bufferManager_, sourceView, rebuiltView, userMask, occlusion, disparityEdges, output);
-    switch (mode_) {
-        case basic: {
-            const bool fused = fusedPasses_ && bufferManager_.currentDevice()->hostAccessible();
-            fused ? processBasicFused(views) : processBasic(views);
-            break;
-        }
-        case idle:
-            break;
-        default:
-            Compute::fail("Local Matching isn't available in this version. Set matchingMode to Basic.");
+    if (mode_ == idle) return;
+    if (mode_ != basic) Compute::fail("This version can match colours in the basic mode only.");
+    if (userMask.box() != output.box()) {
+        // A mask of another size selects nothing outside itself.
+        const BufferManagedImage fitted(bufferManager_, floatInfo(output.box(), 1));
+        const BufferManagedImage mask(bufferManager_, userMask);
+        const auto& box = userMask.box();
+        Common::clear(fitted.image());
+        Common::copy(mask.image(), box, fitted.image(), box.x0, box.y0);
+        process(sourceView, rebuiltView, fitted.image(), occlusion, disparityEdges, output);
+        return;
     }
-    const Image& result = views.output.image();
-    const bool inPlace = result.device() == output.device() && result.data() == output.data();
-    if (!inPlace) output.copyFrom(result);
+    const Views views(bufferManager_, sourceView, rebuiltView, userMask, occlusion, disparityEdges);
+    const bool here = bufferManager_.currentDevice() == output.device();
+    if (here && fusedPasses_ && output.device()->hostAccessible()) {
+        processBasicFused(views, output);  // reads each pixel before it writes it, so the output may be a source
+        return;
+    }
+    const BufferManagedImage result(bufferManager_, output.info());
+    processBasic(views, result);
+    output.copyFrom(result.image());
 }
 
 /// Each statement is a kernel, so it runs on every device.
-void ToneAligner::processBasic(const Views& views) {
-    const auto& box = views.output.image().box();
+void ToneAligner::processBasic(const Views& views, const BufferManagedImage& output) {
+    const auto box = output.image().box();
     const BufferManagedImage sourceLab(bufferManager_, floatInfo(box, 3));
     const BufferManagedImage rebuiltLab(bufferManager_, floatInfo(box, 3));
     const BufferManagedImage counted(bufferManager_, floatInfo(box, 1));
@@ -85,20 +78,20 @@ void ToneAligner::processBasic(const Views& views) {
 
     Common::invert(views.mask.image(), counted.image(), kernelFlags_);
     Common::max(views.occlusion.image(), counted.image(), counted.image(), kernelFlags_);
-    Common::threshold(counted.image(), counted.image(), maskTolerance, true, kernelFlags_);
+    Common::threshold(counted.image(), counted.image(), countedTolerance, true, kernelFlags_);
     Common::invert(counted.image(), counted.image(), kernelFlags_);
     for (int c = 0; c < 3; ++c)
         Common::copyChannel(counted.image(), countedPerComponent.image(), 0, c);
 
     computeGlobalMatch(sourceLab.image(), countedPerComponent.image(), rebuiltLab.image(), countedPerComponent.image(),
                        rebuiltLab.image(), kernelFlags_);
-    fromLab(rebuiltLab.image(), views.output.image(), kernelFlags_);
-    Common::copyChannel(views.source.image(), views.output.image(), 3, 3);
-    blendByMask(views);
+    fromLab(rebuiltLab.image(), output.image(), kernelFlags_);
+    Common::copyChannel(views.source.image(), output.image(), 3, 3);
+    blendByMask(views, output.image());
 }
 
-void ToneAligner::processBasicFused(const Views& views) {
-    const auto& box = views.output.image().box();
+void ToneAligner::processBasicFused(const Views& views, Image& output) {
+    const auto box = output.box();
     const BufferManagedImage sourceLab(bufferManager_, floatInfo(box, 3));
     const BufferManagedImage rebuiltLab(bufferManager_, floatInfo(box, 3));
     const BufferManagedImage counted(bufferManager_, floatInfo(box, 1));
@@ -109,12 +102,11 @@ void ToneAligner::processBasicFused(const Views& views) {
     const auto rebuiltStatistics =
         toLabWithStatistics(views.rebuilt.image(), counted.image(), rebuiltLab.image(), kernelFlags_);
     applyGlobalMatch(sourceLab.image(), views.source.image(), views.mask.image(),
-                     globalMap(sourceStatistics, rebuiltStatistics), views.output.image(), kernelFlags_);
+                     globalMap(sourceStatistics, rebuiltStatistics), output, kernelFlags_);
 }
 
 /// Every mode ends here: outside the mask the view is as it came.
-void ToneAligner::blendByMask(const Views& views) {
-    Image& output = views.output.image();
+void ToneAligner::blendByMask(const Views& views, Image& output) {
     Common::maskMix(output, views.source.image(), views.mask.image(), output, kernelFlags_);
 }
 

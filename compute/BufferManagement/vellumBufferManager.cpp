@@ -32,7 +32,7 @@ void distribute(std::vector<Image>& images, DeviceBase& device) {
 }
 
 Image viewOrEmpty(const Image& image, const Box& box) {
-    const bool fits = !image.empty() && box.width() <= image.box().width() && box.height() <= image.box().height();
+    const bool fits = !image.empty() && Vellum::Image::fitsInto(box, image.box());
     return fits ? image.subView(box) : Image();
 }
 
@@ -53,10 +53,10 @@ auto BufferManager::guarded(Step&& step) -> decltype(step()) {
 
 Image& BufferManager::allocate(const std::string& name, const Info& info, const LayoutSpec& spec, unsigned flags,
                                const MemoryKind& kind) {
+    const Info wanted = info;  // the caller may hand over that of the image that is replaced
     return guarded([&]() -> Image& {
-        images_.erase(name);  // its room may be what the new one needs
-        Image image(info, *currentDevice_, spec, flags, kind);
-        return images_[name] = std::move(image);
+        images_[name] = Image();  // its room may be what the new one needs
+        return images_[name] = Image(wanted, *currentDevice_, spec, flags, kind);
     });
 }
 
@@ -77,7 +77,7 @@ std::vector<Image>& BufferManager::allocateTupleOfBoxes(const std::string& name,
                                                         const LayoutSpec& spec, unsigned flags,
                                                         const MemoryKind& kind) {
     return guarded([&]() -> std::vector<Image>& {
-        tuples_.erase(name);
+        tuples_[name].clear();
         auto images = makeAll(boxes, components, type, spec, flags, kind, *currentDevice_);
         return tuples_[name] = std::move(images);
     });
@@ -172,7 +172,6 @@ BufferManagedImage::BufferManagedImage(BufferManager& manager, const Image& imag
 
 BufferManagedImage::~BufferManagedImage() {
     release();
-    name_.clear();
 }
 
 Image& BufferManagedImage::image() const {
@@ -191,6 +190,7 @@ BufferManagedImage& BufferManagedImage::toCurrent() {
 
 void BufferManagedImage::release() {
     manager_->release(name_);
+    name_.clear();  // another handle may draw the same name now
 }
 
 BufferManagedImageTuple::BufferManagedImageTuple(BufferManager& manager, std::size_t count, const Info& info,
@@ -208,7 +208,6 @@ BufferManagedImageTuple::BufferManagedImageTuple(BufferManager& manager, const s
 
 BufferManagedImageTuple::~BufferManagedImageTuple() {
     release();
-    name_.clear();
 }
 
 std::vector<Image>& BufferManagedImageTuple::images() const {
@@ -227,6 +226,7 @@ BufferManagedImageTuple& BufferManagedImageTuple::toCurrent() {
 
 void BufferManagedImageTuple::release() {
     manager_->releaseTuple(name_);
+    name_.clear();
 }
 
 }  // namespace Vellum::Utils::BufferManagement

@@ -49,9 +49,9 @@ struct Access {
 
     VT_INLINE V at(int dx, int dy, int c = 0) const {
         const float* p = here + dx * strideX() + dy * static_cast<long>(image.strideY) + componentOffset(c);
-        if constexpr (Declaration::edge == Edge::none || R != Reach::edge)
+        if constexpr (Declaration::edge == EdgeMethod::none || R != Reach::edge)
             return load<V>(p, strideX());
-        else if constexpr (Declaration::edge == Edge::clamped)
+        else if constexpr (Declaration::edge == EdgeMethod::clamped)
             return clampedAt(dx, dy, c);
         else
             return constantAt(dx, dy, c);
@@ -60,7 +60,7 @@ struct Access {
     /// A step along the image's ranged axis.
     VT_INLINE V along(int step, int c = 0) const {
         const int mask = parameters.rangedAxisMask;
-        if constexpr (R == Reach::edge && Declaration::edge != Edge::none)
+        if constexpr (R == Reach::edge && Declaration::edge != EdgeMethod::none)
             return at(step & ~mask, step & mask, c);
         else
             return load<V>(alongAddress(step, c), strideX());
@@ -76,7 +76,7 @@ struct Access {
         const float* plane = image.data + c * static_cast<long>(image.strideC);
         if constexpr (R != Reach::unit) column = column * I(image.strideX);
         V value = gather(plane, column + row * I(image.strideY));
-        if constexpr (Declaration::edge == Edge::constant) {
+        if constexpr (Declaration::edge == EdgeMethod::constant) {
             auto outside = (atX < I(image.x0)) | (atX >= I(image.x1)) | (atY < I(image.y0)) | (atY >= I(image.y1));
             value = select(outside, V(parameters.constEdgeColor[(component + c) & 3]), value);
         }

@@ -24,12 +24,12 @@ struct Name {
 };
 
 /// An image that is read. `P` tells where, `E` what a read outside its box gives.
-template <Name N, Pattern P = Pattern::point, Edge E = Edge::none>
+template <Name N, Pattern P = Pattern::point, EdgeMethod E = EdgeMethod::none>
 struct In {
     static constexpr auto name = N;
     static constexpr bool written = false;
     static constexpr Pattern pattern = P;
-    static constexpr Edge edge = E;
+    static constexpr EdgeMethod edge = E;
 };
 
 /// An image that is written, and may be read where it is written.
@@ -38,7 +38,7 @@ struct Out {
     static constexpr auto name = N;
     static constexpr bool written = true;
     static constexpr Pattern pattern = P;
-    static constexpr Edge edge = Edge::none;
+    static constexpr EdgeMethod edge = EdgeMethod::none;
 };
 
 template <class... Declarations>
@@ -46,7 +46,7 @@ struct ImageList {
     static constexpr int size = sizeof...(Declarations);
     /// Reads outside an image's box are answered for at least one image: rows are cut into edge, inside, edge.
     static constexpr bool anyEdge =
-        ((Declarations::edge != Edge::none && Declarations::pattern != Pattern::random) || ...);
+        ((Declarations::edge != EdgeMethod::none && Declarations::pattern != Pattern::random) || ...);
 };
 
 struct NoParams {};

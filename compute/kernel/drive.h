@@ -34,7 +34,7 @@ VT_FN void readRange(const ImageParameters& p, int& xMin, int& xMax, int& yMin, 
 
 template <class D>
 VT_FN void narrow(InsideRange& range, const ImageArgument& image, const ImageParameters& parameters) {
-    if constexpr (D::edge != Edge::none && D::pattern != Pattern::random) {
+    if constexpr (D::edge != EdgeMethod::none && D::pattern != Pattern::random) {
         int xMin, xMax, yMin, yMax;
         readRange<D>(parameters, xMin, xMax, yMin, yMax);
         if (range.x0 < image.x0 - xMin) range.x0 = image.x0 - xMin;

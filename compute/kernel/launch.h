@@ -33,13 +33,13 @@ struct Launch {
 // ---- what a kernel declares
 
 enum class Pattern { point = 1, axis = 2, rectangle = 3, random = 4 };
-enum class Edge { none = 1, clamped = 2, constant = 3 };
+enum class EdgeMethod { none = 1, clamped = 2, constant = 3 };
 
 struct ImageDeclaration {
     const char* name;
     bool written;
     Pattern pattern;
-    Edge edge;
+    EdgeMethod edge;
 };
 
 enum class ScalarType { real = 1, integer = 3, boolean = 4 };

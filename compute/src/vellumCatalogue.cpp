@@ -35,6 +35,8 @@ PixelTypes PixelTypes::parse(std::string_view tuple) {
 }
 
 void PixelTypes::append(int components, bool isUnsigned) {
+    if (components < 1 || components > 4 || size_ == mostImages)
+        Vellum::Compute::fail("A kernel takes up to " + std::to_string(mostImages) + " images of 1 to 4 components.");
     const auto type = static_cast<std::uint64_t>(components | (isUnsigned ? unsignedBit : 0));
     code_ |= type << (bitsPerType * size_);
     ++size_;

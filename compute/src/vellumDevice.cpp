@@ -6,6 +6,10 @@
 
 namespace Cobalt::Device {
 
+namespace {
+[[maybe_unused]] const bool internedAtStart = (bufferMemory(), textureMemory(), true);
+}
+
 const MemoryKind& bufferMemory() {
     static const MemoryKind kind("buffer");
     return kind;
@@ -23,6 +27,11 @@ namespace Vellum::Compute {
 Context::Context(std::vector<std::unique_ptr<Device>> devices) : devices_(std::move(devices)) {
     for (const auto& device : devices_)
         device->context_ = this;
+}
+
+Context& Device::context() const {
+    if (!context_) fail("The device \"" + name() + "\" belongs to no context.");
+    return *context_;
 }
 
 Device& deviceOf(const Vellum::Image::Image& image) {

@@ -174,7 +174,9 @@ Device::Device()
     : name_("CPU"), threader_(Vellum::Parallel::MakeThreader(0)), pool_(std::make_shared<MemoryPool>(memoryKept)) {}
 
 Cobalt::Device::MemoryHandle Device::allocate(std::size_t bytes, const Cobalt::Device::MemoryKind&) {
-    return pool_->allocate(bytes);
+    auto block = pool_->allocate(bytes);
+    block->placeOn(*this);
+    return block;
 }
 
 void Device::upload(Cobalt::Device::MemoryBlock& destination, std::size_t offset, const void* source,

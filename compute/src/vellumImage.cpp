@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <limits>
 
 // The template members, so that no library of VXL needs to be linked.
 #include <vnl/vnl_vector_fixed.hxx>
@@ -44,13 +43,20 @@ Layout layoutFor(const Info& info, const LayoutSpec& spec) {
     return spec.arrangement == 2 ? adjacentLayout(info, spec) : planarLayout(info, spec);
 }
 
+/// Kernels count the elements of a plane in 32 bits, rows padded.
+void requirePossible(const Info& info) {
+    if (info.components > 4)
+        Vellum::Compute::fail("An image has 1 to 4 components, not " + std::to_string(info.components) + ".");
+    constexpr std::int64_t most = std::int64_t{1} << 30;
+    const bool corners = std::min(info.box.x0, info.box.y0) >= -most && std::max(info.box.x1, info.box.y1) <= most;
+    const std::int64_t paddedWidth = std::int64_t{info.box.width()} + 2 * floatsPerLine;
+    if (!info.box.empty() && (!corners || paddedWidth * info.box.height() * info.components >= 2 * most))
+        Vellum::Compute::fail("An image of " + toString(info.box) + " and " + std::to_string(info.components) +
+                              " components is too large: it may have 2^31 values.");
+}
+
 Tile allocateTile(const Layout& layout, DeviceBase& device, const MemoryKind& kind) {
-    constexpr auto most = std::numeric_limits<std::int32_t>::max();
-    if (layout.components > 4)
-        Vellum::Compute::fail("An image has 1 to 4 components, not " + std::to_string(layout.components) + ".");
-    if (layout.y.elements * std::max(layout.box.height(), 0) > most || layout.component.elements > most)
-        Vellum::Compute::fail("An image of " + toString(layout.box) + " is too large: a plane may have 2^31 pixels.");
-    return {layout, device.allocate(layout.extent(), kind), &device};
+    return Tile(layout, device.allocate(layout.extent(), kind));
 }
 
 char* addressOf(const Tile& tile, int row, std::uint32_t component) {
@@ -102,7 +108,7 @@ void forEachRow(const Layout& layout, Row&& row) {
 /// A copy of the pixels in the host device's memory, in the tile's own layout.
 Tile downloaded(const Tile& tile) {
     Tile copy = allocateTile(tile.layout, Vellum::Compute::Host::hostDevice(), bufferMemory());
-    tile.device->download(copy.memory->address(), *tile.memory, 0, tile.layout.extent());
+    tile.device()->download(copy.memory->address(), *tile.memory, 0, tile.layout.extent());
     return copy;
 }
 
@@ -125,10 +131,11 @@ Image::Image(const Info& info, DeviceBase& device, const LayoutSpec& spec, unsig
 }
 
 Image::Image(const Tile& tile)
-    : tiles_{tile}, info_{tile.layout.box, tile.layout.components, tile.layout.type}, device_(tile.device) {}
+    : tiles_{tile}, info_{tile.layout.box, tile.layout.components, tile.layout.type}, device_(tile.device()) {}
 
 void Image::reset(const Info& info, DeviceBase& device, const LayoutSpec& spec, unsigned, const MemoryKind& kind) {
     const Info wanted = info;  // the caller may hand over this image's own
+    requirePossible(wanted);
     *this = Image();
     tiles_ = {allocateTile(layoutFor(wanted, spec), device, kind)};
     info_ = wanted;
@@ -148,8 +155,7 @@ Image Image::translate(const vnl_vector_fixed<int, 2>& offset) const {
 
 Image Image::subView(const Box& box) const {
     ENSURE(!empty(), "a view of an empty image");
-    ENSURE_COMPARE(box.width(), <=, info_.box.width());
-    ENSURE_COMPARE(box.height(), <=, info_.box.height());
+    ENSURE(fitsInto(box, info_.box), "a view of {} over an image of {}", toString(box), toString(info_.box));
     Tile view = tile();
     const Layout& layout = view.layout;
     view.layout = Layout::withStrides({box, info_.components, info_.type}, layout.x.bytes, layout.y.bytes,
@@ -208,8 +214,9 @@ void Image::clear() {
     });
 }
 
-Image wrapHostMemory(const Layout& layout, const MemoryHandle& memory) {
-    return Image(Tile{layout, memory, &Vellum::Compute::Host::hostDevice()});
+Image wrapMemory(const Layout& layout, const MemoryHandle& memory, DeviceBase& device) {
+    memory->placeOn(device);
+    return Image(Tile(layout, memory));
 }
 
 }  // namespace Vellum::Image

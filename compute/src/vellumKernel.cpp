@@ -26,7 +26,7 @@ namespace {
 using Vellum::CodeGen::MarshalledParam;
 using Vellum::Compute::fail;
 using Vellum::Image::Box;
-using Vellum::Kernels::Edge;
+using Vellum::Kernels::EdgeMethod;
 using Vellum::Kernels::ImageArgument;
 using Vellum::Kernels::ImageDeclaration;
 using Vellum::Kernels::ImageParameters;
@@ -66,6 +66,8 @@ ImageArgument argumentOf(const Vellum::Image::Image& image, const KernelDeclarat
         if (stride > std::numeric_limits<std::int32_t>::max() || stride < std::numeric_limits<std::int32_t>::min())
             fail(named(kernel) + " was given an image of " + toString(image.box()) + ", which is too large.");
     const Box& box = image.box();
+    if (layout.extent() / sizeof(float) > std::numeric_limits<std::int32_t>::max())
+        fail(named(kernel) + " was given an image of " + toString(box) + ", which has too many elements.");
     return {image.data(),
             box.x0,
             box.y0,
@@ -92,7 +94,7 @@ int imageOfEdgeColour(const KernelDeclaration& kernel, std::string_view name) {
     if (!name.starts_with(edgeColourPrefix)) return -1;
     name.remove_prefix(edgeColourPrefix.size());
     for (int i = 0; i < kernel.images.count; ++i)
-        if (kernel.images.list[i].edge == Edge::constant && name == kernel.images.list[i].name) return i;
+        if (kernel.images.list[i].edge == EdgeMethod::constant && name == kernel.images.list[i].name) return i;
     return -1;
 }
 
@@ -108,20 +110,21 @@ const char* nameOf(ScalarType type) {
     return "unknown";
 }
 
-/// The pixels of an image that a kernel touches without an edge rule, for a range of iteration pixels.
-Box touched(const ImageDeclaration& image, const ImageParameters& parameters, const Box& range) {
-    Box box = range;
+/// Whether the pixels that a kernel touches without an edge rule, for a range of iteration pixels, are all there.
+bool covers(const ImageArgument& argument, const ImageDeclaration& image, const ImageParameters& parameters,
+            const Box& range) {
+    std::int64_t x0 = range.x0, y0 = range.y0, x1 = range.x1, y1 = range.y1;
     if (image.pattern == Pattern::axis) {
         const bool alongY = parameters.rangedAxisMask != 0;
-        (alongY ? box.y0 : box.x0) += parameters.rangeMin[0];
-        (alongY ? box.y1 : box.x1) += parameters.rangeMax[0];
+        (alongY ? y0 : x0) += parameters.rangeMin[0];
+        (alongY ? y1 : x1) += parameters.rangeMax[0];
     } else if (image.pattern == Pattern::rectangle) {
-        box.x0 += parameters.rangeMin[0];
-        box.y0 += parameters.rangeMin[1];
-        box.x1 += parameters.rangeMax[0];
-        box.y1 += parameters.rangeMax[1];
+        x0 += parameters.rangeMin[0];
+        y0 += parameters.rangeMin[1];
+        x1 += parameters.rangeMax[0];
+        y1 += parameters.rangeMax[1];
     }
-    return box;
+    return x0 >= argument.x0 && y0 >= argument.y0 && x1 <= argument.x1 && y1 <= argument.y1;
 }
 
 bool sameGeometry(const ImageArgument& a, const ImageArgument& b) {
@@ -153,7 +156,9 @@ KernelPointer Kernel::Make(Vellum::Compute::Context&, const Vellum::Compute::Pro
 
 KernelExecutionContext::KernelExecutionContext(KernelPointer kernel) : kernel_(std::move(kernel)) {
     const auto& entry = kernel_->entry();
-    if (entry.parameterBytes() > mostParameterBytes) fail(named(declaration()) + " has too large a parameter block.");
+    const bool fits = entry.parameterBytes() <= mostParameterBytes &&
+                      declaration().accumulatorBytes <= static_cast<int>(sizeof accumulators_);
+    if (!fits) fail(named(declaration()) + " has too many parameters or results.");
     declaration().writeDefaults(parameters_);
     std::memset(imageParameters(), 0, declaration().images.count * sizeof(ImageParameters));
 }
@@ -172,8 +177,9 @@ void KernelExecutionContext::setImageParamBindings(std::span<const Vellum::Image
             fail(named(declaration()) + " was given an empty image as \"" + declaration().images.list[i].name + "\".");
         images_[i] = argumentOf(*images[i], declaration());
         components_[i] = static_cast<int>(images[i]->components());
+        devices_[i] = images[i]->device();
     }
-    dirty_ = true;  // derived values may depend on the boxes
+    derivedAreStale_ = true;  // they may depend on the boxes
 }
 
 MarshalledParam KernelExecutionContext::getMarshalledParamThrow(const ParamName& name) const {
@@ -217,7 +223,7 @@ void KernelExecutionContext::readScalar(const ParamName& name, ScalarType type, 
 }
 
 /// The image whose box and components the default range covers.
-int KernelExecutionContext::boundIndexOfRange() const {
+int KernelExecutionContext::imageOfRange() const {
     for (int i = imageCount_ - 1; i >= 0; --i)
         if (declaration().images.list[i].written) return i;
     return imageCount_ - 1;
@@ -234,12 +240,10 @@ void KernelExecutionContext::checkReach(const Box& box, int c0, int c1) {
         if (kernel.perComponent && (c0 < 0 || c1 > components_[i]))
             fail(named(kernel) + " runs over components " + std::to_string(c0) + " to " + std::to_string(c1 - 1) +
                  ", but" + imageName() + " has " + std::to_string(components_[i]) + ".");
-        if (image.pattern != Pattern::random && image.edge == Edge::none) {
-            const Box needed = touched(image, imageParameters()[i], box);
-            if (!boxOf(images_[i]).contains(needed))
-                fail(named(kernel) + " touches " + toString(needed) + ", but" + imageName() + " covers " +
-                     toString(boxOf(images_[i])) + ".");
-        }
+        const bool bounded = image.pattern != Pattern::random && image.edge == EdgeMethod::none;
+        if (bounded && !covers(images_[i], image, imageParameters()[i], box))
+            fail(named(kernel) + " runs over " + toString(box) + " and reads or writes pixels that" + imageName() +
+                 " of " + toString(boxOf(images_[i])) + " doesn't have.");
         if (image.written) continue;
         for (int j = 0; j < imageCount_; ++j) {
             if (!kernel.images.list[j].written || images_[j].data != images_[i].data) continue;
@@ -251,7 +255,11 @@ void KernelExecutionContext::checkReach(const Box& box, int c0, int c1) {
 
 void KernelExecutionContext::iterate(Vellum::Compute::Device& device, const IterationController& controller) {
     if (imageCount_ == 0) fail(named(declaration()) + " was started without images.");
-    const int ranging = boundIndexOfRange();
+    for (int i = 0; i < imageCount_; ++i)
+        if (devices_[i] != &device)
+            fail(named(declaration()) + " image \"" + declaration().images.list[i].name +
+                 "\" lies on another device than the one that is to run it.");
+    const int ranging = imageOfRange();
     Box box{controller.x0, controller.y0, controller.x1, controller.y1};
     const bool wholeImage = box == Box{} && controller.c0 == 0 && controller.c1 == 0;
     if (wholeImage) box = boxOf(images_[ranging]);
@@ -261,9 +269,9 @@ void KernelExecutionContext::iterate(Vellum::Compute::Device& device, const Iter
     const int c1 = allComponents ? components_[ranging] : controller.c1;
     if (c1 <= c0) return;
 
-    if (dirty_) {
+    if (dirty_ || derivedAreStale_) {
         declaration().derive(parameters_, images_.data(), imageParameters());
-        dirty_ = false;
+        dirty_ = derivedAreStale_ = false;
     }
     checkReach(box, c0, c1);
     accumulators_.fill(0.0f);

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <new>
 
 #include "compute/Exception.h"
 
@@ -67,22 +68,28 @@ Cobalt::Device::MemoryHandle MemoryPool::allocate(std::size_t bytes) {
     if (!address)
         Cobalt::Base::raise(MemoryException("There is not enough memory: " + std::to_string(bytes >> 20) +
                                             " MiB for one image could not be had."));
-    {
-        const std::scoped_lock lock(mutex_);
-        bytesInUse_ += size;
-    }
-    return new Block(address, size, shared_from_this());
+    std::unique_ptr<void, decltype(&std::free)> held(address, &std::free);
+    Cobalt::Device::MemoryHandle block(new Block(address, size, shared_from_this()));
+    held.release();
+    const std::scoped_lock lock(mutex_);
+    bytesInUse_ += size;
+    return block;
 }
 
 void MemoryPool::release(void* address, std::size_t bytes) {
     const std::scoped_lock lock(mutex_);
     bytesInUse_ -= bytes;
-    if (bytesKept_ + bytes > budget_) {
-        std::free(address);
-        return;
-    }
+    if (bytesKept_ + bytes <= budget_ && keep(address, bytes)) return;
+    std::free(address);
+}
+
+/// False where there is no memory for the list itself: blocks are released in destructors, which must not throw.
+bool MemoryPool::keep(void* address, std::size_t bytes) noexcept try {
     kept_[bytes].push_back(address);
     bytesKept_ += bytes;
+    return true;
+} catch (const std::bad_alloc&) {
+    return false;
 }
 
 void MemoryPool::trimTo(std::size_t bytes) {

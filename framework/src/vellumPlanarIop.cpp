@@ -22,7 +22,7 @@ Image wrap(const ImagePlane& plane, Vellum::Compute::Device& hostDevice) {
     const Vellum::Image::Info info{plane.box(), plane.components(), Vellum::Pixel::DataEnum::float32};
     const auto layout = Vellum::Image::Layout::withStrides(info, plane.pixelStride() * size, plane.rowStride() * size,
                                                            plane.channelStride() * size);
-    return Image(Vellum::Image::Tile{layout, buffer.getBuffer(), &hostDevice});
+    return Vellum::Image::wrapMemory(layout, buffer.getBuffer(), hostDevice);
 }
 
 void clearChannel(Image& image, int channel) {

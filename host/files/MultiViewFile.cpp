@@ -207,6 +207,12 @@ Box MultiViewFile::dataBox(const std::string& view) const {
                           : Box{std::min(all.x0, box.x0), std::min(all.y0, box.y0), std::max(all.x1, box.x1),
                                 std::max(all.y1, box.y1)};
     }
+    constexpr std::int64_t mostPixels = std::int64_t{1} << 28;
+    if (all.pixels() > mostPixels || all.width() <= 0 || all.height() <= 0)
+        throw FileError(
+            fmt::format("'{}': the parts of the view '{}' lie too far apart to be one picture; check their "
+                        "data windows.",
+                        contents_->path.string(), view));
     return all;
 }
 

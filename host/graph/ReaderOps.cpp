@@ -5,6 +5,8 @@
 #include <utility>
 #include <vector>
 
+#include "base/Exception.h"
+
 namespace ViewTint::Host {
 
 using Fresco::Image::Box;
@@ -26,6 +28,13 @@ void scatter(const std::vector<float>& pixels, ImagePlane& plane, int component)
     }
 }
 
+/// Operators that fetch report failures with attributes in their own words, and others in no words at all.
+[[noreturn]] void raiseForOperators(const FileError& error) {
+    Cobalt::Base::Exception failure("%%(Error)%%");
+    failure.set("Error", error.what());
+    Cobalt::Base::raise(std::move(failure));
+}
+
 }  // namespace
 
 FileReadOp::FileReadOp(std::shared_ptr<const MultiViewFile> file, std::string view, const ChannelRoles& roles)
@@ -42,6 +51,14 @@ void FileReadOp::_validate(bool) {
 
 void FileReadOp::fetchPlane(ImagePlane& plane) {
     clear(plane);
+    try {
+        readInto(plane);
+    } catch (const FileError& error) {
+        raiseForOperators(error);
+    }
+}
+
+void FileReadOp::readInto(ImagePlane& plane) const {
     const Box& box = plane.box();
     int component = -1;
     for (const Fresco::Image::Channel channel : plane.channels()) {

@@ -18,6 +18,7 @@ public:
 
     const char* Class() const override { return "Read"; }
     int minimum_inputs() const override { return 0; }
+    /// A file that fails is told as Cobalt::Base::Exception with the FileError's sentence.
     void fetchPlane(Fresco::Image::ImagePlane& plane) override;
     /// Adds what the pixels depend on: the file with its size and time, and the view.
     void append(Fresco::Image::Hash& hash) override;
@@ -26,6 +27,8 @@ protected:
     void _validate(bool forReal) override;
 
 private:
+    void readInto(Fresco::Image::ImagePlane& plane) const;
+
     std::shared_ptr<const MultiViewFile> file_;
     std::string view_;
     ChannelRoles roles_;

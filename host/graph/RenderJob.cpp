@@ -103,10 +103,12 @@ public:
 
     /// Renders a view if the node changes it, into the picture. True if it does.
     bool render(int view) {
+        usedViews_.clear();
         const bool accepted = node_.enter({static_cast<double>(frame_), view});
+        const bool changes = accepted && !node_.op().outChannels().empty();
+        if (accepted && !changes) return false;
         checkViews();
         if (!accepted) fail(view);
-        if (node_.op().outChannels().empty()) return false;
         checkChosenChannels();
         Fresco::Image::ImagePlane plane(node_.op().info().box, false, node_.op().outChannels());
         node_.op().fetchPlane(plane);

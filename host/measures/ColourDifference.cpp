@@ -4,6 +4,8 @@
 #include <cmath>
 #include <numbers>
 
+#include "host/measures/PowerTable.h"
+
 namespace ViewTint::Host {
 
 namespace {
@@ -17,9 +19,13 @@ constexpr double whiteOf(int row) {
     return toXyz[row][0] + toXyz[row][1] + toXyz[row][2];
 }
 
+const PowerTable cubeRoot(1.0 / 3.0);
+const PowerTable encodingPower(1.0 / 2.4);
+const PowerTable decodingPower(2.4);
+
 double labCurve(double t) {
     constexpr double delta = 6.0 / 29.0;
-    return t > delta * delta * delta ? std::cbrt(t) : t / (3.0 * delta * delta) + 4.0 / 29.0;
+    return t > delta * delta * delta ? cubeRoot(t) : t / (3.0 * delta * delta) + 4.0 / 29.0;
 }
 
 constexpr double radians(double degrees) {
@@ -70,12 +76,12 @@ double meanHue(double hue1, double hue2, bool grey) {
 
 double encodeSrgb(double linear) {
     const double x = std::clamp(linear, 0.0, 1.0);
-    return x <= 0.0031308 ? 12.92 * x : 1.055 * std::pow(x, 1.0 / 2.4) - 0.055;
+    return x > 0.0031308 ? 1.055 * encodingPower(x) - 0.055 : 12.92 * x;
 }
 
 double decodeSrgb(double code) {
     const double x = std::clamp(code, 0.0, 1.0);
-    return x <= 0.04045 ? x / 12.92 : std::pow((x + 0.055) / 1.055, 2.4);
+    return x > 0.04045 ? decodingPower((x + 0.055) / 1.055) : x / 12.92;
 }
 
 Lab labFromLinear(double red, double green, double blue) {

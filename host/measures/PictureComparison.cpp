@@ -61,6 +61,7 @@ struct PixelMeasures {
           luma1(picture.pixels()),
           luma2(picture.pixels()),
           colourDifference(picture.pixels()),
+          rowDiffers(std::size_t(picture.height)),
           squaredError(std::size_t(picture.height)),
           excluded(std::size_t(picture.height)) {}
 
@@ -68,6 +69,7 @@ struct PixelMeasures {
     std::vector<float> luma1;
     std::vector<float> luma2;
     std::vector<float> colourDifference;
+    std::vector<std::uint8_t> rowDiffers;  ///< whether any usable pixel does
     std::vector<double> squaredError;
     std::vector<std::int64_t> excluded;
 };
@@ -83,21 +85,23 @@ PixelMeasures measurePixels(const RgbPicture& first, const RgbPicture& second, s
                 ++result.excluded[row];
                 continue;
             }
+            const bool equal = equalAt(first, second, i);
             const Rgb codes1 = codesAt(first, i);
-            const Rgb codes2 = codesAt(second, i);
+            const Rgb codes2 = equal ? codes1 : codesAt(second, i);
             for (std::size_t c = 0; c < 3; ++c)
                 result.squaredError[row] += (codes1[c] - codes2[c]) * (codes1[c] - codes2[c]);
             result.usable[i] = 1;
             result.luma1[i] = float(luma(codes1));
             result.luma2[i] = float(luma(codes2));
-            if (!equalAt(first, second, i))
-                result.colourDifference[i] = float(ciede2000(labAt(first, i), labAt(second, i)));
+            if (equal) continue;
+            result.rowDiffers[row] = 1;
+            result.colourDifference[i] = float(ciede2000(labAt(first, i), labAt(second, i)));
         }
     });
     return result;
 }
 
-std::array<double, windowSize> gaussianWindow() {
+std::array<double, windowSize> makeGaussianWindow() {
     std::array<double, windowSize> window;
     for (int i = 0; i < windowSize; ++i)
         window[std::size_t(i)] = std::exp(-(i - windowRadius) * (i - windowRadius) / (2.0 * 1.5 * 1.5));
@@ -107,69 +111,93 @@ std::array<double, windowSize> gaussianWindow() {
     return window;
 }
 
-/// Weighted sums over a window (or over one of its columns).
-struct Moments {
-    double weight = 0.0;
-    double first = 0.0;
-    double second = 0.0;
-    double firstSquared = 0.0;
-    double secondSquared = 0.0;
-    double product = 0.0;
+const std::array<double, windowSize> gaussianWindow = makeGaussianWindow();
 
-    void add(double w, double a, double b) {
-        weight += w;
-        first += w * a;
-        second += w * b;
-        firstSquared += w * a * a;
-        secondSquared += w * b * b;
-        product += w * a * b;
-    }
-    void add(double w, const Moments& other) {
-        weight += w * other.weight;
-        first += w * other.first;
-        second += w * other.second;
-        firstSquared += w * other.firstSquared;
-        secondSquared += w * other.secondSquared;
-        product += w * other.product;
-    }
-    double similarity() const {
+/// Weighted sums for each place of a row. A sum a vector: several places are added up at a time.
+struct Moments {
+    explicit Moments(std::size_t width)
+        : weight(width), first(width), second(width), firstSquared(width), secondSquared(width), product(width) {}
+
+    std::vector<double> weight, first, second, firstSquared, secondSquared, product;
+
+    double similarity(std::size_t x) const {
         constexpr double c1 = 0.01 * 0.01;
         constexpr double c2 = 0.03 * 0.03;
-        const double mean1 = first / weight;
-        const double mean2 = second / weight;
-        const double variance1 = firstSquared / weight - mean1 * mean1;
-        const double variance2 = secondSquared / weight - mean2 * mean2;
-        const double covariance = product / weight - mean1 * mean2;
+        const double mean1 = first[x] / weight[x];
+        const double mean2 = second[x] / weight[x];
+        const double variance1 = firstSquared[x] / weight[x] - mean1 * mean1;
+        const double variance2 = secondSquared[x] / weight[x] - mean2 * mean2;
+        const double covariance = product[x] / weight[x] - mean1 * mean2;
         return (2.0 * mean1 * mean2 + c1) * (2.0 * covariance + c2) /
                ((mean1 * mean1 + mean2 * mean2 + c1) * (variance1 + variance2 + c2));
     }
 };
+
+/// The columns of the windows round the pixels of row y. Luma is 0 where a pixel isn't usable.
+Moments columnMoments(const RgbPicture& shape, const PixelMeasures& measures, int y) {
+    Moments columns(std::size_t(shape.width));
+    for (int k = 0; k < windowSize; ++k) {
+        const std::size_t row = shape.index(0, y + k - windowRadius);
+        for (std::size_t x = 0; x < columns.weight.size(); ++x) {
+            const double w = gaussianWindow[std::size_t(k)] * measures.usable[row + x];
+            const double a = measures.luma1[row + x];
+            const double b = measures.luma2[row + x];
+            columns.weight[x] += w;
+            columns.first[x] += w * a;
+            columns.second[x] += w * b;
+            columns.firstSquared[x] += w * a * a;
+            columns.secondSquared[x] += w * b * b;
+            columns.product[x] += w * a * b;
+        }
+    }
+    return columns;
+}
+
+/// The windows that lie inside the row; place x is the window that begins there.
+Moments windowMoments(const Moments& columns) {
+    Moments windows(columns.weight.size() - windowSize + 1);
+    const auto addUp = [](const std::vector<double>& from, std::vector<double>& to) {
+        for (std::size_t k = 0; k < windowSize; ++k) {
+            const double w = gaussianWindow[k];
+            const double* shifted = from.data() + k;
+            for (std::size_t x = 0; x < to.size(); ++x)
+                to[x] += w * shifted[x];
+        }
+    };
+    addUp(columns.weight, windows.weight);
+    addUp(columns.first, windows.first);
+    addUp(columns.second, windows.second);
+    addUp(columns.firstSquared, windows.firstSquared);
+    addUp(columns.secondSquared, windows.secondSquared);
+    addUp(columns.product, windows.product);
+    return windows;
+}
 
 struct SimilaritySum {
     double sum = 0.0;
     std::int64_t windows = 0;
 };
 
+/// Whether the pictures differ in any of the rows that the windows round row y see.
+bool windowsDiffer(const PixelMeasures& measures, int y) {
+    const auto first = measures.rowDiffers.begin() + (y - windowRadius);
+    return std::find(first, first + windowSize, 1) != first + windowSize;
+}
+
 /// The windows round the pixels of row y.
 SimilaritySum similarityOfRow(const RgbPicture& shape, const PixelMeasures& measures, int y) {
-    static const std::array<double, windowSize> window = gaussianWindow();
-    std::vector<Moments> columns(std::size_t(shape.width));
-    for (int x = 0; x < shape.width; ++x) {
-        for (int k = 0; k < windowSize; ++k) {
-            const std::size_t i = shape.index(x, y + k - windowRadius);
-            if (measures.usable[i])
-                columns[std::size_t(x)].add(window[std::size_t(k)], measures.luma1[i], measures.luma2[i]);
-        }
-    }
     SimilaritySum result;
-    for (int x = windowRadius; x < shape.width - windowRadius; ++x) {
-        if (!measures.usable[shape.index(x, y)]) continue;
-        Moments moments;
-        for (int k = 0; k < windowSize; ++k)
-            moments.add(window[std::size_t(k)], columns[std::size_t(x + k - windowRadius)]);
-        result.sum += moments.similarity();
-        ++result.windows;
-    }
+    if (shape.width < windowSize) return result;
+    const std::size_t firstPixel = shape.index(windowRadius, y);
+    const std::size_t count = std::size_t(shape.width - windowSize + 1);
+    result.windows = std::count(&measures.usable[firstPixel], &measures.usable[firstPixel] + count, 1);
+    result.sum = double(result.windows);
+    if (result.windows == 0 || !windowsDiffer(measures, y)) return result;
+
+    const Moments windows = windowMoments(columnMoments(shape, measures, y));
+    result.sum = 0.0;
+    for (std::size_t x = 0; x < count; ++x)
+        if (measures.usable[firstPixel + x]) result.sum += windows.similarity(x);
     return result;
 }
 

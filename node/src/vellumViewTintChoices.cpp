@@ -40,8 +40,9 @@ bool maskIsInverted(int mode) {
 
 int smoothingRadius(float correctionScale, int width) {
     const float radius = 20.0f * correctionScale * (static_cast<float>(width) * 0.00048828125f);
-    // Limited before the truncation as well: a float beyond the range of int has no truncation.
-    return std::clamp(static_cast<int>(std::clamp(radius, 0.0f, 40.0f)) + 2, 2, 40);
+    // Limited before the truncation as well: NaN and floats beyond the range of int have none.
+    const float possible = radius > 0.0f ? std::min(radius, 40.0f) : 0.0f;
+    return std::min(static_cast<int>(possible) + 2, 40);
 }
 
 int matcherMode(int matchingMode, int samples) {

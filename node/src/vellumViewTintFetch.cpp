@@ -1,3 +1,5 @@
+#include <algorithm>
+
 #include "Common/Common.h"
 #include "node/ViewTintChoices.h"
 #include "node/ViewTintPlugin.h"
@@ -11,7 +13,6 @@ using Vellum::Image::Image;
 
 constexpr const char* sourceName = "Source";
 constexpr const char* disparityNode = "Q_ParallaxField";
-constexpr int firstFrameOffset = 3;
 
 std::string missingDisparity() {
     return missingUpstreamMessage(sourceName, "disparity", disparityNode);
@@ -60,7 +61,7 @@ bool ViewTintPlugin::fetchOcclusionMask(Image& occlusion) {
 }
 
 bool ViewTintPlugin::fetchOcclusionFrames(std::vector<Image>& frames) {
-    const int count = stabilises() ? stabiliseOcclusionsNumberOfFrames : 1;
+    const int count = stabilises() ? std::max(stabiliseOcclusionsNumberOfFrames, 1) : 1;
     frames.clear();
     for (int i = 0; i < count; ++i) {
         const int offset = i == 0 ? matchInputOffset : firstFrameOffset + i - 1;

@@ -8,7 +8,6 @@ namespace {
 using Fresco::Image::ChannelSet;
 using Fresco::Image::OutputContext;
 
-constexpr int firstFrameOffset = 3;
 constexpr int lastFrameOffset = 6;
 
 /// Offsets 3, 4, 5, 6 of input 0 stand for the frames -1, +1, -2, +2 from the base.

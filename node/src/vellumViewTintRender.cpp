@@ -69,10 +69,12 @@ void ViewTintPlugin::render(Fresco::Image::ImagePlane& plane, Steps& steps) {
             Cobalt::Base::NotImplemented("Local Matching isn't available in this version. Set matchingMode to Basic."));
     }
 
-    Image projected({disparity.box(), 4, float32}, *disparity.device());
-    Image edgeMask(occlusion.info(), *occlusion.device());
+    Image projected;
+    Image edgeMask;
     {
         const Vellum::Compute::AutoContextThreadBinder binder(renderContext());
+        projected.reset({disparity.box(), 4, float32}, *disparity.device());
+        edgeMask.reset(occlusion.info(), *occlusion.device());
         // "Basic" doesn't look at disparity edges.
         Vellum::Common::clear(edgeMask);
         rebuildOtherView(leftView, rightView, projected);

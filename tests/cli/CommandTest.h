@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -46,9 +47,34 @@ protected:
     Outcome run(const std::vector<std::string>& words, Start start = Start::calmly) const {
         const pid_t child = fork();
         if (child == 0) execute(words, start);
-        int status = 0;
-        waitpid(child, &status, 0);
-        return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, contents(".stdout"), contents(".stderr")};
+        const int exitCode = exitCodeOf(child);
+        return {exitCode, contents(".stdout"), contents(".stderr")};
+    }
+
+    /// Runs the command and sends SIGINT once it has said `firstLine` on its error stream. That stream is a pipe with
+    /// room for this line alone, so that the command is still at work when the signal comes, however slow the machine.
+    Outcome runAndInterruptAfter(const std::string& firstLine, const std::vector<std::string>& words) const {
+        int ends[2];
+        if (pipe2(ends, O_CLOEXEC) != 0) return {};
+        const int capacity = fcntl(ends[1], F_SETPIPE_SZ, 4096);
+        const std::string filler(std::size_t(capacity) - firstLine.size(), '-');
+        if (write(ends[1], filler.data(), filler.size()) != ssize_t(filler.size())) return {};
+        const pid_t child = fork();
+        if (child == 0) execute(words, Start::calmly, ends[1]);
+        close(ends[1]);
+        siginfo_t ended{};
+        for (int waiting = 0; waiting < capacity && ended.si_pid == 0; usleep(1000)) {
+            ioctl(ends[0], FIONREAD, &waiting);
+            waitid(P_PID, id_t(child), &ended, WEXITED | WNOHANG | WNOWAIT);
+        }
+        kill(child, SIGINT);
+        std::string errors;
+        char buffer[4096];
+        for (ssize_t count; (count = read(ends[0], buffer, sizeof buffer)) > 0;)
+            errors.append(buffer, std::size_t(count));
+        close(ends[0]);
+        const int exitCode = exitCodeOf(child);
+        return {exitCode, contents(".stdout"), errors.substr(filler.size())};
     }
 
     fs::path file(const std::string& name) const { return folder_ / name; }
@@ -105,12 +131,20 @@ protected:
     }
 
 private:
-    [[noreturn]] void execute(const std::vector<std::string>& words, Start start) const {
+    static int exitCodeOf(pid_t child) {
+        int status = 0;
+        waitpid(child, &status, 0);
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+
+    /// `errorStream`: a descriptor for the error stream, or -1 for the file.
+    [[noreturn]] void execute(const std::vector<std::string>& words, Start start, int errorStream = -1) const {
         const auto redirect = [&](const char* name, int descriptor) {
             dup2(open(file(name).c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), descriptor);
         };
         redirect(".stdout", STDOUT_FILENO);
         redirect(".stderr", STDERR_FILENO);
+        if (errorStream >= 0) dup2(errorStream, STDERR_FILENO);
         if (start == Start::interrupted) {
             // Blocked signals stay pending across exec.
             sigset_t signals;

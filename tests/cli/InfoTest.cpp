@@ -50,6 +50,32 @@ TEST_F(Info, TellsForEachViewWhatARenderMisses) {
                                                     "disparity (channels disparityL.y, disparityR.x, disparityR.y)"}));
 }
 
+TEST_F(Info, OcclusionMayBeAbsent) {
+    writePair();
+    ASSERT_EQ(pack("whole.exr").exitCode, 0);
+    const auto whole = Host::MultiViewFile::open(file("whole.exr"));
+    std::vector<Host::NewView> views;
+    for (const std::string& name : whole.views()) {
+        views.push_back({name, {}});
+        for (const std::string& channel : whole.channels(name))
+            if (channel != "mask_occlusion.alpha")
+                views.back().planes.push_back({channel, std::vector<float>(16 * 12)});
+    }
+    Host::writeMultiView(file("bare.exr"), 16, 12, views, Host::PixelStorage::half);
+    const std::string text = run({"info", "bare.exr"}).output;
+    EXPECT_NE(text.find("  nothing is missing to correct this view\n"
+                        "  absent, read as 0: occlusion (channel mask_occlusion.alpha)\n"),
+              std::string::npos)
+        << text;
+    const auto tree = parseJson(run({"info", "bare.exr", "--json"}).output);
+    for (const auto& [key, view] : tree.get_child("views")) {
+        EXPECT_TRUE(view.get_child("missing_for_render").empty());
+        EXPECT_EQ(view.get_child("absent_read_as_zero").front().second.data(),
+                  "occlusion (channel mask_occlusion.alpha)");
+    }
+    EXPECT_EQ(run({"render", "bare.exr", "-o", "out.exr", "--matchingMode", "Basic"}).exitCode, 0);
+}
+
 TEST_F(Info, OneViewIsNotEnough) {
     const std::vector<float> plane(6, 0.5f);
     const Host::NewView view{"main", {{"R", plane}, {"G", plane}, {"B", plane}}};

@@ -48,6 +48,13 @@ TEST(BufferManager, namesReplaceAndUnknownNamesGiveEmptyImages) {
     EXPECT_FALSE(manager.hasImage("kInput"));
 }
 
+TEST(BufferManager, anImageCanBeReplacedByOneLikeIt) {
+    BufferManager manager(hostDevice(), hostDevice());
+    Image& image = manager.allocate("kInput", oneByOne);
+    EXPECT_EQ(manager.allocate("kInput", image.info()).box(), oneByOne.box);
+    EXPECT_EQ(&manager.image("kInput"), &image) << "the place of a name stays";
+}
+
 TEST(BufferManager, viewsHaveTheWantedBoxOrAreEmpty) {
     BufferManager manager(hostDevice(), hostDevice());
     manager.adopt("kInput", filled(hostDevice(), 5));

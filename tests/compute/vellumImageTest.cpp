@@ -72,13 +72,13 @@ TEST(Image, aSubViewReadsTheFirstPixelsUnderItsOwnName) {
 
 TEST(Image, layouts) {
     for (const int width : {1, 16, 17, 1920, 2048}) {
-        const auto& planar = imageOf({0, 0, width, 3}, 4).tile().layout;
+        const Vellum::Image::Layout planar = imageOf({0, 0, width, 3}, 4).tile().layout;
         EXPECT_EQ(planar.x.elements, 1);
         EXPECT_EQ(planar.y.bytes % 64, 0);
         EXPECT_EQ(planar.y.bytes / 64 % 2, 1) << "an odd number of cache lines a row";
         EXPECT_GE(planar.y.elements, width);
     }
-    const auto& complex = imageOf({0, 0, 21, 4}, 2, {2, 16, 0}).tile().layout;
+    const Vellum::Image::Layout complex = imageOf({0, 0, 21, 4}, 2, {2, 16, 0}).tile().layout;
     EXPECT_EQ(complex.component.elements, 1);
     EXPECT_EQ(complex.x.elements, 2);
     EXPECT_EQ(complex.y.elements % 16, 0);
@@ -111,7 +111,33 @@ TEST(Image, makeLikeAndCopyFromOverArrangementsAndDevices) {
     EXPECT_THROW(wrong.copyFrom(small.image()), Cobalt::Base::Exception);
 }
 
+TEST(Image, transfersToADeviceOfItsOwnMemory) {
+    OpaqueDevice device;
+    const Pixels pixels = randomPixels({-3, 2, 34, 20}, 3, 8, true);
+    const TestImage source(pixels, Arrangement::wide);
+    Image away = source.image().distributeTo(device);
+    EXPECT_EQ(away.device(), &device);
+    EXPECT_EQ(firstDifference(pixels, pixelsOf(away.distributeTo(hostDevice()))), "");
+    // A view takes its own pixels and leaves the rest of the block.
+    Image corner = away.subView({0, 0, 5, 4});
+    corner.clear();
+    Pixels expected = pixels;
+    expected.forEach([&](int x, int y, int c) {
+        if (x < 2 && y < 6) expected.at(x, y, c) = 0;
+    });
+    EXPECT_EQ(firstDifference(expected, pixelsOf(away.distributeTo(hostDevice()))), "");
+    TestImage target(Pixels(pixels.box(), 3), Arrangement::packed);
+    target.image().copyFrom(away);
+    EXPECT_EQ(firstDifference(expected, target.pixels()), "");
+    EXPECT_EQ(away.translate({1, 1}).device(), &device);
+}
+
 TEST(Image, tooLargeImagesAreRefused) {
+    const std::int32_t far = 2000000000;
+    EXPECT_THROW(imageOf({-far, 0, far, 1}, 1), Cobalt::Base::Exception);
+    EXPECT_THROW(imageOf({-far, -far, far, far}, 4), Cobalt::Base::Exception);
+    const Image small = imageOf({0, 0, 8, 8}, 1);
+    EXPECT_THROW(small.subView({-far, 0, far, 1}), Cobalt::Base::Exception);
     EXPECT_THROW(imageOf({0, 0, 1 << 20, 1 << 20}, 1), Cobalt::Base::Exception);
     EXPECT_THROW(imageOf({0, 0, 1, 1}, 5), Cobalt::Base::Exception);
 }

@@ -3,6 +3,7 @@
 #include "compute/Exception.h"
 #include "compute/RunKernel.h"
 #include "tests/harness/KernelHarness.h"
+#include "tests/harness/TestDevice.h"
 
 namespace Vellum::Kernels {
 extern const Family testPatterns;
@@ -129,6 +130,22 @@ TEST(KernelCall, rangesThatLeaveAnImageAreRefused) {
     EXPECT_EQ(large.pixels().at(19, 0, 0), 5);
     EXPECT_EQ(messageOf([&] { sum(large, large); }),
               "Kernel \"testAxisSumKernel\" can't write into the image that it reads as \"A\".");
+}
+
+TEST(KernelCall, allImagesLieOnTheDeviceThatRuns) {
+    OpaqueDevice device;
+    const TestImage a = ones({0, 0, 4, 4}, 1);
+    const Image away = a.image().distributeTo(device);
+    const Images images{&a.image(), &away};
+    KernelExecutionContext context(make("testMathKernel", images));
+    context.setImageParamBindings(images);
+    EXPECT_NE(messageOf([&] { context.iterate(hostDevice(), {}); }).find("another device"), std::string::npos);
+}
+
+TEST(KernelCall, withoutThreadsTheResultIsTheSame) {
+    Vellum::Parallel::SetThreadingEnabled(false);
+    EXPECT_EQ(written({}, 1, {0, 0, 400, 300}), 400 * 300);
+    Vellum::Parallel::SetThreadingEnabled(true);
 }
 
 TEST(KernelCall, pointKernelsWorkInPlace) {

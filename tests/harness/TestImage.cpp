@@ -132,7 +132,7 @@ TestImage::TestImage(const Pixels& pixels, Arrangement arrangement) {
     auto values = std::make_unique<float[]>(elements + 2 * guardElements);
     std::fill_n(values.get(), elements + 2 * guardElements, std::bit_cast<float>(guardBits));
     auto* storage = new Storage(elements, std::move(values));
-    image_ = Vellum::Image::wrapHostMemory(layout, storage);
+    image_ = Vellum::Image::wrapMemory(layout, storage, Vellum::Compute::Host::hostDevice());
     pixels.forEach([&](int x, int y, int c) {
         storage->element((x - layout.box.x0) * layout.x.elements + (y - layout.box.y0) * layout.y.elements +
                          c * layout.component.elements) = pixels.at(x, y, c);

@@ -46,7 +46,7 @@ struct testMathKernel : PerComponent<In<"A">, Out<"O">> {
 };
 
 /// O = the sum of A over -radius .. radius along one axis.
-template <Edge E>
+template <EdgeMethod E>
 struct AxisSum : PerComponent<In<"A", Pattern::axis, E>, Out<"O">> {
     struct Params {
         bool horizontal = true;
@@ -65,11 +65,11 @@ struct AxisSum : PerComponent<In<"A", Pattern::axis, E>, Out<"O">> {
         O = sum;
     }
 };
-struct testAxisSumKernel : AxisSum<Edge::clamped> {};
-struct testConstantAxisSumKernel : AxisSum<Edge::constant> {};
+struct testAxisSumKernel : AxisSum<EdgeMethod::clamped> {};
+struct testConstantAxisSumKernel : AxisSum<EdgeMethod::constant> {};
 
 /// O = A at the lower left plus twice A at the upper right of a lopsided rectangle.
-template <Edge E>
+template <EdgeMethod E>
 struct Corners : PerComponent<In<"A", Pattern::rectangle, E>, Out<"O">> {
     struct Params {
         int reach[4] = {-3, -1, 2, 4};
@@ -85,11 +85,11 @@ struct Corners : PerComponent<In<"A", Pattern::rectangle, E>, Out<"O">> {
         O = A.at(p.reach[0], p.reach[1]) + 2.f * A.at(p.reach[2], p.reach[3]);
     }
 };
-struct testCornersKernel : Corners<Edge::clamped> {};
-struct testConstantCornersKernel : Corners<Edge::constant> {};
+struct testCornersKernel : Corners<EdgeMethod::clamped> {};
+struct testConstantCornersKernel : Corners<EdgeMethod::constant> {};
 
 /// O = A at the position that D points to, from O's own pixel.
-template <Edge E>
+template <EdgeMethod E>
 struct Displaced : WholePixel<In<"A", Pattern::random, E>, In<"D">, Out<"O">> {
     VT_FN void body(const NoParams&, auto A, auto D, auto O) {
         auto x = O.column() + toInt(D(0));
@@ -98,8 +98,8 @@ struct Displaced : WholePixel<In<"A", Pattern::random, E>, In<"D">, Out<"O">> {
             O.put(c, A.fetch(x, y, c));
     }
 };
-struct testDisplacedKernel : Displaced<Edge::clamped> {};
-struct testConstantDisplacedKernel : Displaced<Edge::constant> {};
+struct testDisplacedKernel : Displaced<EdgeMethod::clamped> {};
+struct testConstantDisplacedKernel : Displaced<EdgeMethod::constant> {};
 
 /// O along a line = the sum of A from the line's start. Runs on a strip one pixel thick.
 struct testRunningSumKernel : PerComponent<In<"A", Pattern::axis>, Out<"O", Pattern::axis>> {

@@ -1,5 +1,6 @@
 #include "host/graph/ReaderOps.h"
 
+#include "base/Exception.h"
 #include "tests/host/files/RawExr.h"
 
 namespace ViewTint::Host::Testing {
@@ -57,6 +58,27 @@ TEST_F(ReaderOpsTest, deliversPlanarAndPackedPlanes) {
                 }
             }
         }
+    }
+}
+
+TEST_F(ReaderOpsTest, aFileThatFailsIsToldInItsOwnWords) {
+    class Boaster : public FileReadOp {
+        using FileReadOp::FileReadOp;
+        void _validate(bool forReal) override {
+            FileReadOp::_validate(forReal);
+            info_.channels.insert(Fresco::Image::blueChannel);
+        }
+    };
+    Boaster reader(picture(), "main", ChannelRoles());
+    reader.validate(true);
+    ImagePlane plane(reader.info().box, false, {1, 3});
+    try {
+        reader.fetchPlane(plane);
+        ADD_FAILURE() << "nothing was thrown";
+    } catch (const Cobalt::Base::Exception& failure) {
+        EXPECT_EQ(userMessage(failure), fileErrorOf([&] {
+                      picture()->read("main", "B", plane.box(), plane.at(1, 1, 0), plane.rowStride());
+                  }));
     }
 }
 

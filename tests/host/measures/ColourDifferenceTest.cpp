@@ -2,6 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
+
+#include "host/measures/PowerTable.h"
+
 namespace ViewTint::Host {
 namespace {
 
@@ -57,6 +61,18 @@ TEST(Ciede2000, AgreesWithThePublishedPairsBothWays) {
         EXPECT_NEAR(ciede2000(pair.first, pair.second), pair.difference, 0.5001e-4);
         EXPECT_NEAR(ciede2000(pair.second, pair.first), pair.difference, 0.5001e-4);
         EXPECT_EQ(ciede2000(pair.first, pair.first), 0.0);
+    }
+}
+
+TEST(PowerTable, AgreesWithTheLibrarysPowers) {
+    for (const double exponent : {1.0 / 3.0, 1.0 / 2.4, 2.4}) {
+        const PowerTable power(exponent);
+        for (double x = 1e-30; x < 1e30; x *= 1.00137) {
+            const double expected = std::pow(x, exponent);
+            ASSERT_NEAR(power(x), expected, 1e-14 * expected) << x << " to " << exponent;
+        }
+        for (const double edge : {1.0, std::nextafter(1.0, 0.0), std::nextafter(2.0, 0.0), 2.0})
+            EXPECT_NEAR(power(edge), std::pow(edge, exponent), 1e-14 * std::pow(edge, exponent)) << edge;
     }
 }
 
