@@ -154,7 +154,7 @@ int render(RenderOptions& options) {
     progress.clear();
     const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     if (!options.quiet) fmt::print("{}: written in {:.2f} s\n", options.output, seconds);
-    return exitFine;
+    return interruptFlag() ? exitInterrupted : exitFine;  // pressed while the file was written: it is whole
 }
 
 }  // namespace

@@ -21,10 +21,12 @@ VT_FN Triple<V> multiplyMatrix(const float (&m)[9], V x, V y, V z) {
             ((x * m[6]) + (y * m[7])) + (z * m[8])};
 }
 
-/// The lightness curve of CIE 1976 Lab: the cube root, and its tangent below knee^3. NaN stays NaN.
+/// The lightness curve of CIE 1976 Lab: the cube root, and its tangent below knee^3. NaN and infinity stay themselves,
+/// which the tangent sees to.
 template <class V>
 VT_FN V labCurve(V v, float knee) {
-    return select(v > knee * knee * knee, cbrt(v), v / (3 * (knee * knee)) + (2 * knee) / 3);
+    const auto curved = (v > knee * knee * knee) & (v < V(infinity));
+    return select(curved, cbrtOfNormal(v), v / (3 * (knee * knee)) + (2 * knee) / 3);
 }
 
 template <class V>
