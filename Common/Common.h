@@ -41,6 +41,8 @@ void fillConstant(Image& image, const Float4& value);
 void invert(const Image& source, Image& output, int flags = 1);
 /// output = b where b > a, else a; a where either is NaN.
 void max(const Image& a, const Image& b, Image& output, int flags = 1);
+/// The same inside `region`, which all three cover; pixels outside it stay.
+void max(const Image& a, const Image& b, Image& output, const Box& region, int flags = 1);
 /// output = source (or 1 with `binarise`) where source > threshold, else 0.
 void threshold(const Image& source, Image& output, float threshold, bool binarise, int flags = 1);
 /// output = mask * a + (1 - mask) * b, the mask having one component.

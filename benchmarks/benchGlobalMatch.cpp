@@ -5,6 +5,7 @@
 #include "ToneAligner/ToneAligner.h"
 #include "ToneAligner/src/vellumLabColour.h"
 #include "benchmarks/MemoryReference.h"
+#include "compute/Catalogue.h"
 #include "compute/HostDevice.h"
 
 namespace ViewTint::Benchmarks {
@@ -44,6 +45,13 @@ void xyzToLab(benchmark::State& state) {
     const Image a = randomImage(3, 1);
     Image o = makeImage(a.box(), 3);
     measure(state, static_cast<int>(state.range(0)), 6, [&] { Vellum::Common::xyzToLab(a, o, packed); });
+}
+
+/// As on a machine without AVX-512.
+void xyzToLabOnAvx2(benchmark::State& state) {
+    Vellum::CodeGen::limitInstructionSet(Vellum::CodeGen::InstructionSet::avx2);
+    xyzToLab(state);
+    Vellum::CodeGen::limitInstructionSet(Vellum::CodeGen::InstructionSet::avx512);
 }
 
 void labToXyz(benchmark::State& state) {
@@ -101,6 +109,7 @@ void wholeCallOnEightByEight(benchmark::State& state) {
 
 BENCHMARK(maxOfTwoPlanes)->Arg(1)->Arg(2)->ArgName("threads")->UseManualTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(xyzToLab)->Arg(1)->Arg(2)->ArgName("threads")->UseManualTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(xyzToLabOnAvx2)->Arg(1)->Arg(2)->ArgName("threads")->UseManualTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(labToXyz)->Arg(1)->Arg(2)->ArgName("threads")->UseManualTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(maskedSum)->Arg(1)->Arg(2)->ArgName("threads")->UseManualTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(globalMatchFused)->Arg(1)->Arg(2)->ArgName("threads")->UseManualTime()->Unit(benchmark::kMillisecond);

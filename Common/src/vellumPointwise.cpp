@@ -104,6 +104,10 @@ void max(const Image& a, const Image& b, Image& output, int flags) {
     runKernel(maxSource, {&a, &b, &output}, flags, {});
 }
 
+void max(const Image& a, const Image& b, Image& output, const Box& region, int flags) {
+    runKernel(maxSource, {&a, &b, &output}, flags, IterationController::over(region));
+}
+
 void threshold(const Image& source, Image& output, float threshold, bool binarise, int flags) {
     runKernel(thresholdSource, {&source, &output}, flags, {}, Compute::Scalar{"threshold", threshold},
               Compute::Scalar{"binarise", binarise});

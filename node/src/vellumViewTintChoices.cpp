@@ -73,16 +73,7 @@ void combineOcclusionFrames(const std::vector<Image>& frames, Image& out) {
     out.copyFrom(frames.front());
     for (std::size_t i = 1; i < frames.size(); ++i) {
         const Box common = intersect(out.box(), frames[i].box());
-        if (common.empty()) continue;
-        if (common == out.box()) {
-            Vellum::Common::max(frames[i], out, out);
-            continue;
-        }
-        // Beyond the frame the maximum is taken with the value itself.
-        Image widened = out.makeLike(*out.device());
-        widened.copyFrom(out);
-        Vellum::Common::copy(frames[i], common, widened, common.x0, common.y0);
-        Vellum::Common::max(widened, out, out);
+        if (!common.empty()) Vellum::Common::max(frames[i], out, out, common);
     }
 }
 
