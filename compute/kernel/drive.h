@@ -156,9 +156,25 @@ void runSums(const Launch& launch) {
     }
 }
 
+/// A kernel may bring a second form of itself for whole pieces of a launch, where neighbouring pixels lie next to each
+/// other: `template <class V, Counts T> static void hostForm(const Launch&)`. It adds in the body's order and gives the
+/// body's bits; all other forms of the kernel are the body.
+template <class K, class V, Counts T>
+concept HasHostForm = requires(const Launch& launch) { K::template hostForm<V, T>(launch); };
+
+template <class K>
+consteval bool takesWholeStrips() {
+    if constexpr (requires { K::hostFormTakesStrips; })
+        return K::hostFormTakesStrips;
+    else
+        return false;
+}
+
 template <class K, Counts T, class V, Reach R>
 void runLaunch(const Launch& launch) {
-    if constexpr (K::reduction)
+    if constexpr (R == Reach::unit && HasHostForm<K, V, T>)
+        K::template hostForm<V, T>(launch);
+    else if constexpr (K::reduction)
         runSums<K, T, V, R>(launch);
     else
         runRows<K, T, V, R>(launch);

@@ -37,6 +37,7 @@
     static constexpr Vellum::Kernels::KernelDeclaration K##Declaration{#K,                                          \
                                                                        K::perComponent,                             \
                                                                        K::reduction ? 2 : 1,                        \
+                                                                       Vellum::Kernels::takesWholeStrips<K>(),      \
                                                                        sizeof(K::Params),                           \
                                                                        Vellum::Kernels::accumulatorBytes<K>(),      \
                                                                        Vellum::Kernels::declareImages(K::Images{}), \

@@ -80,6 +80,7 @@ struct KernelDeclaration {
     const char* name;
     bool perComponent;
     int passes;
+    bool hostFormTakesStrips;  ///< its form for whole pieces wants strips one pixel wide as they are, not turned
     int parameterBytes;
     int accumulatorBytes;
     ImageDeclarations images;

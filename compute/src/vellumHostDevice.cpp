@@ -40,6 +40,8 @@ private:
     enum class Cut { rows, columns, sumBands };
 
     bool hasPattern(Pattern pattern, bool writtenOnly) const;
+    bool onePixelCode() const;
+    bool unitStride() const;
     void turnStrip();
     void chooseForm();
     void chooseCut();
@@ -63,7 +65,8 @@ Work::Work(const KernelCall& call, Vellum::Parallel::Threader& threader)
     std::copy(call.images.begin(), call.images.end(), images_);
     std::memcpy(imageParameters_, call.parameters.data() + call.kernel.entry().imageParametersOffset(),
                 call.images.size() * sizeof(ImageParameters));
-    turnStrip();
+    const bool keepsStrip = declaration_.hostFormTakesStrips && unitStride() && !onePixelCode();
+    if (!keepsStrip) turnStrip();
     chooseForm();
     chooseCut();
 }
@@ -91,14 +94,19 @@ void Work::turnStrip() {
     }
 }
 
+bool Work::onePixelCode() const {
+    return call_.kernel.flags() == Vellum::CodeGen::Flags::onePixel && Vellum::CodeGen::onePixelCodeServed();
+}
+
+bool Work::unitStride() const {
+    return std::all_of(images_, images_ + declaration_.images.count,
+                       [](const ImageArgument& image) { return image.strideX == 1; });
+}
+
 void Work::chooseForm() {
     const auto& entry = call_.kernel.entry();
-    const bool onePixel =
-        call_.kernel.flags() == Vellum::CodeGen::Flags::onePixel && Vellum::CodeGen::onePixelCodeServed();
-    const bool unitStride = std::all_of(images_, images_ + declaration_.images.count,
-                                        [](const ImageArgument& image) { return image.strideX == 1; });
-    form_ =
-        onePixel ? entry.onePixelForm(call_.kernel.variant()) : entry.packedForm(call_.kernel.variant(), unitStride);
+    const int variant = call_.kernel.variant();
+    form_ = onePixelCode() ? entry.onePixelForm(variant) : entry.packedForm(variant, unitStride());
 }
 
 void Work::chooseCut() {

@@ -1,0 +1,3 @@
+#include "PullPush/PullPush.h"
+
+namespace Vellum::PullPush {}  // namespace Vellum::PullPush
