@@ -48,7 +48,7 @@ public:
 };
 
 struct Result {
-    Pixels output;
+    std::map<int, Pixels> outputs;  // the written images by their number
     std::map<std::string, std::vector<float>> sums;
 };
 
@@ -67,13 +67,16 @@ private:
     Result runOnce(const Scene& scene, Arrangement arrangement, const Form& form, const IterationController& range,
                    const std::string& where) const;
     void expectReference(const Scene& scene, const Result& result, const std::string& where) const;
+    void expectPixels(const Reference& reference, const Scene& scene, const Pixels& output,
+                      const std::string& where) const;
     void expectSums(const Scene& scene, const Result& result, const std::string& where) const;
     void expectSame(const Result& expected, const Result& actual, const std::string& where) const;
     IterationController rangeFor(const Box& box) const {
         return case_.range ? case_.range(box) : IterationController{};
     }
     bool reduces() const { return entry_.declaration().passes == 2; }
-    bool writes() const { return entry_.declaration().images.list[entry_.declaration().images.count - 1].written; }
+    bool writes(int image) const { return entry_.declaration().images.list[image].written; }
+    int lastImage() const { return entry_.declaration().images.count - 1; }
     std::string where(int tuple, const Box& box) const {
         return case_.kernel + " " + entry_.tuples()[tuple].text() + " " + toString(box);
     }
@@ -97,8 +100,10 @@ Scene KernelCheck::makeScene(const Box& box, int tuple, std::uint32_t seed, bool
     std::vector<Pixels> images;
     const auto counts = countsOf(entry_.tuples()[tuple]);
     for (std::size_t i = 0; i < counts.size(); ++i) {
-        images.push_back(randomPixels(box, counts[i], seed + 17 * static_cast<std::uint32_t>(i), hostile));
-        if (case_.prepare) case_.prepare(static_cast<int>(i), images.back());
+        const int index = static_cast<int>(i);
+        const Box own = case_.boxOf ? case_.boxOf(index, box) : box;
+        images.push_back(randomPixels(own, counts[i], seed + 17 * static_cast<std::uint32_t>(i), hostile));
+        if (case_.prepare) case_.prepare(index, images.back());
         if (change) change(images.back());
     }
     return Scene(std::move(images));
@@ -119,12 +124,16 @@ Result KernelCheck::runOnce(const Scene& scene, Arrangement arrangement, const F
     case_.scalars(context);
     context.iterate(Vellum::Compute::Host::hostDevice(), range);
 
+    Result result;
     for (std::size_t i = 0; i < images.size(); ++i) {
         EXPECT_TRUE(images[i].guardsIntact()) << where << ": wrote outside image " << i;
-        if (entry_.declaration().images.list[i].written) continue;
-        EXPECT_EQ(firstDifference(scene.images()[i], images[i].pixels()), "") << where << ": wrote into image " << i;
+        const int index = static_cast<int>(i);
+        if (writes(index))
+            result.outputs.emplace(index, images[i].pixels());
+        else
+            EXPECT_EQ(firstDifference(scene.images()[i], images[i].pixels()), "")
+                << where << ": wrote into image " << i;
     }
-    Result result{images.back().pixels(), {}};
     const auto& accumulators = entry_.declaration().accumulators;
     for (int i = 0; i < accumulators.count; ++i) {
         auto& values = result.sums[accumulators.list[i].name];
@@ -154,13 +163,19 @@ double largestFinite(const Scene& scene) {
 }
 
 void KernelCheck::expectReference(const Scene& scene, const Result& result, const std::string& where) const {
-    if (!case_.reference || !writes()) return;
+    if (case_.reference && writes(lastImage()))
+        expectPixels(case_.reference, scene, result.outputs.at(lastImage()), where);
+    for (const auto& [image, reference] : case_.otherReferences)
+        expectPixels(reference, scene, result.outputs.at(image), where + " image " + std::to_string(image));
+}
+
+void KernelCheck::expectPixels(const Reference& reference, const Scene& scene, const Pixels& output,
+                               const std::string& where) const {
     int reported = 0;
     const double largest = largestFinite(scene);
-    const Pixels& output = result.output;
     for (int y = output.box().y0; y < output.box().y1; ++y) {
         for (int x = output.box().x0; x < output.box().x1; ++x) {
-            const Pixel expected = case_.reference(scene, x, y);
+            const Pixel expected = reference(scene, x, y);
             for (int c = 0; c < output.components(); ++c) {
                 const double actual = output.at(x, y, c);
                 const bool bothNaN = std::isnan(actual) && std::isnan(expected[c]);
@@ -193,7 +208,8 @@ void KernelCheck::expectSums(const Scene& scene, const Result& result, const std
 }
 
 void KernelCheck::expectSame(const Result& expected, const Result& actual, const std::string& where) const {
-    EXPECT_EQ(firstDifference(expected.output, actual.output), "") << where;
+    for (const auto& [image, pixels] : expected.outputs)
+        EXPECT_EQ(firstDifference(pixels, actual.outputs.at(image)), "") << where << " image " << image;
     for (const auto& [name, values] : expected.sums)
         for (std::size_t i = 0; i < values.size(); ++i)
             EXPECT_TRUE(sameBits(values[i], actual.sums.at(name)[i]))
@@ -253,15 +269,18 @@ void KernelCheck::checkThreads(int tuple) {
 
 /// Pixels outside a range stay, pixels inside are as in a full run.
 void KernelCheck::checkSubRange(int tuple) {
-    if (case_.range) return;
+    if (case_.range || case_.boxOf) return;
     const Box box{-3, -2, 40, 9};
     const Box inner{-1, -1, 33, 7};
     const Scene scene = makeScene(box, tuple, 7, false);
     const Result whole = runOnce(scene, Arrangement::planar, forms_.front(), {}, where(tuple, box));
-    Pixels expected = scene.images().back();
-    expected.forEach([&](int x, int y, int c) {
-        if (inner.contains({x, y, x + 1, y + 1})) expected.at(x, y, c) = whole.output.at(x, y, c);
-    });
+    Result expected;
+    for (const auto& [image, pixels] : whole.outputs) {
+        Pixels& outside = expected.outputs.emplace(image, scene.images()[image]).first->second;
+        outside.forEach([&](int x, int y, int c) {
+            if (inner.contains({x, y, x + 1, y + 1})) outside.at(x, y, c) = pixels.at(x, y, c);
+        });
+    }
     for (const Form& form : forms_) {
         const auto counts = countsOf(entry_.tuples()[tuple]);
         const int components = *std::min_element(counts.begin(), counts.end());
@@ -276,9 +295,9 @@ void KernelCheck::checkSubRange(int tuple) {
                     if (!inner.contains({x, y, x + 1, y + 1})) pixels.at(x, y, c) = 1000;
                 });
             });
-            expectSame({part.output, runOnce(changed, Arrangement::packed, form, range, here).sums}, part, here);
+            expectSame({{}, runOnce(changed, Arrangement::packed, form, range, here).sums}, part, here);
         } else {
-            expectSame({expected, {}}, part, here);
+            expectSame(expected, part, here);
         }
     }
 }

@@ -47,6 +47,10 @@ struct KernelCase {
     SumReference sums = nullptr;
     /// The range of a call, where it isn't the whole image.
     std::function<IterationController(const Box&)> range = nullptr;
+    /// What the other written images hold afterwards, by their number.
+    std::map<int, Reference> otherReferences = {};
+    /// The box of image `index` where the kernel wants boxes of unlike sizes; `box` is the last image's.
+    std::function<Box(int index, const Box& box)> boxOf = nullptr;
     /// The smallest width and height that the kernel is made for.
     int smallest = 0;
     /// Replaces the pixels of image `index` where a kernel needs values of its own kind.
