@@ -83,6 +83,19 @@ struct Access {
         return value;
     }
 
+    /// Writes one value to every pixel of (atX0, atY0) .. (atX1, atY1), both included, after each corner is moved into the
+    /// box. Several pixels of a launch may write the same place, if all write the same.
+    VT_INLINE void scatter(int atX0, int atY0, int atX1, int atY1, float value, int c = 0) const {
+        const int x0 = clampTo(atX0, image.x0, image.x1 - 1), x1 = clampTo(atX1, image.x0, image.x1 - 1);
+        const int y0 = clampTo(atY0, image.y0, image.y1 - 1), y1 = clampTo(atY1, image.y0, image.y1 - 1);
+        for (int row = y0; row <= y1; ++row)
+            for (int column = x0; column <= x1; ++column) {
+                float* place = image.data + (column - image.x0) * static_cast<long>(image.strideX) +
+                               (row - image.y0) * static_cast<long>(image.strideY) + componentOffset(c);
+                __atomic_store(place, &value, __ATOMIC_RELAXED);
+            }
+    }
+
 private:
     VT_INLINE long strideX() const { return R == Reach::unit ? 1 : image.strideX; }
     VT_INLINE long componentOffset(int c) const { return c * static_cast<long>(image.strideC); }

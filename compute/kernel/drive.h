@@ -158,11 +158,24 @@ void runSums(const Launch& launch) {
 
 /// A kernel may bring a second form of itself for whole pieces of a launch, where neighbouring pixels lie next to each
 /// other: `template <class V, Counts T> static void hostForm(const Launch&)`. It adds in the body's order and gives the
-/// body's bits; all other forms of the kernel are the body.
+/// body's bits; all other forms of the kernel are the body. With `static bool hostFormTakes(const ImageArgument*)` the
+/// kernel chooses itself, by strides of its own liking, where that form serves.
 template <class K, class V, Counts T>
 concept HasHostForm = requires(const Launch& launch) {
     K::template hostForm<V, T>(launch);
 };
+template <class K>
+concept ChoosesHostForm = requires(const ImageArgument* images) {
+    K::hostFormTakes(images);
+};
+
+template <class K>
+consteval auto hostFormChoice() {
+    if constexpr (ChoosesHostForm<K>)
+        return &K::hostFormTakes;
+    else
+        return static_cast<bool (*)(const ImageArgument*)>(nullptr);
+}
 
 template <class K>
 consteval bool takesWholeStrips() {
@@ -174,9 +187,12 @@ consteval bool takesWholeStrips() {
 
 template <class K, Counts T, class V, Reach R>
 void runLaunch(const Launch& launch) {
-    if constexpr (R == Reach::unit && HasHostForm<K, V, T>)
+    if constexpr (R == Reach::unit && HasHostForm<K, V, T>) {
+        if constexpr (ChoosesHostForm<K>) {
+            if (!K::hostFormTakes(launch.images)) return runRows<K, T, V, R>(launch);
+        }
         K::template hostForm<V, T>(launch);
-    else if constexpr (K::reduction)
+    } else if constexpr (K::reduction)
         runSums<K, T, V, R>(launch);
     else
         runRows<K, T, V, R>(launch);

@@ -40,6 +40,7 @@
     static constexpr Vellum::Kernels::KernelDeclaration K##Declaration{#K,                                          \
                                                                        K::perComponent,                             \
                                                                        K::reduction ? 2 : 1,                        \
+                                                                       Vellum::Kernels::hostFormChoice<K>(),        \
                                                                        Vellum::Kernels::takesWholeStrips<K>(),      \
                                                                        Vellum::Kernels::hasParameterBlock<K>(),     \
                                                                        sizeof(K::Params),                           \

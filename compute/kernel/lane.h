@@ -191,6 +191,23 @@ VT_FN IntOf<V> laneNumbers() {
         return {countEach(EachLane{})};
 }
 
+/// One lane of a value, for the few bodies that end in loops of their own for each pixel.
+VT_FN float laneOf(float value, int) {
+    return value;
+}
+VT_FN int laneOf(int value, int) {
+    return value;
+}
+VT_FN bool laneOf(bool mask, int) {
+    return mask;
+}
+VT_FN float laneOf(Lanes value, int lane) {
+    return value.v[lane];
+}
+VT_FN bool laneOf(Mask mask, int lane) {
+    return mask.v[lane] != 0;
+}
+
 template <class V>
 VT_FN V load(const float* p, long stride) {
     if constexpr (LaneTraits<V>::width == 1) {

@@ -94,6 +94,7 @@ struct KernelDeclaration {
     const char* name;
     bool perComponent;
     int passes;
+    bool (*hostFormTakes)(const ImageArgument* images);  ///< null: with neighbouring pixels next to each other
     bool hostFormTakesStrips;  ///< its form for whole pieces wants strips one pixel wide as they are, not turned
     bool hasParameterBlock;
     int parameterBytes;

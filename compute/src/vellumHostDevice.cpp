@@ -106,7 +106,8 @@ bool Work::unitStride() const {
 void Work::chooseForm() {
     const auto& entry = call_.kernel.entry();
     const int variant = call_.kernel.variant();
-    form_ = onePixelCode() ? entry.onePixelForm(variant) : entry.packedForm(variant, unitStride());
+    const bool chosen = declaration_.hostFormTakes && declaration_.hostFormTakes(images_);
+    form_ = onePixelCode() ? entry.onePixelForm(variant) : entry.packedForm(variant, chosen || unitStride());
 }
 
 void Work::chooseCut() {

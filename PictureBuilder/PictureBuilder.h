@@ -1,0 +1,4 @@
+#pragma once
+namespace Vellum::PictureBuilder {
+void registerKernels();
+}

@@ -1,0 +1,14 @@
+#include "PictureBuilder/PictureBuilder.h"
+#include "compute/Catalogue.h"
+
+namespace Vellum::Kernels {
+extern const Family warp;
+}  // namespace Vellum::Kernels
+
+namespace Vellum::PictureBuilder {
+
+void registerKernels() {
+    Vellum::Kernels::registerFamilies({&Vellum::Kernels::warp});
+}
+
+}  // namespace Vellum::PictureBuilder
