@@ -2,13 +2,14 @@
 #include "compute/Catalogue.h"
 
 namespace Vellum::Kernels {
+extern const Family marks;
 extern const Family warp;
 }  // namespace Vellum::Kernels
 
 namespace Vellum::PictureBuilder {
 
 void registerKernels() {
-    Vellum::Kernels::registerFamilies({&Vellum::Kernels::warp});
+    Vellum::Kernels::registerFamilies({&Vellum::Kernels::marks, &Vellum::Kernels::warp});
 }
 
 }  // namespace Vellum::PictureBuilder
