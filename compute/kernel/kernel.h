@@ -33,6 +33,8 @@
                                       VT_FORM(K, tuple, float, inside)},
 #define VT_DECLARATION(K) &K##Declaration
 #define VT_DECLARE(K, TUPLES)                                                                                       \
+    static_assert(Vellum::Kernels::declaresAllFields<K>(),                                                          \
+                  "a field of Params is missing in scalars and derived, or one of Results in accumulators");        \
     static constexpr const char* K##Tuples[] = {TUPLES(VT_TUPLE_TEXT, K)};                                          \
     static constexpr Vellum::Kernels::KernelDeclaration K##Declaration{#K,                                          \
                                                                        K::perComponent,                             \
