@@ -39,8 +39,6 @@ public:
     /// their own aren't given a block then.
     bool hasParameterBlock() const { return declaration_->hasParameterBlock; }
 
-    /// Whether the body gets anything besides pixels: scalars, derived values, or ranges and outside colours of images.
-    bool hasParameterBlock() const;
     /// The size of the parameter block: the kernel's own parameters, then what it may know of each image.
     int parameterBytes() const {
         return imageParametersOffset() + declaration_->images.count * int{sizeof(ImageParameters)};

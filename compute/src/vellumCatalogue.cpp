@@ -65,15 +65,6 @@ LaunchFunction CatalogueEntry::packedForm(int variant, bool unitStride) const {
     return forms_[static_cast<int>(Vellum::CodeGen::instructionSet())][variant].unitStride;
 }
 
-bool CatalogueEntry::hasParameterBlock() const {
-    const ImageDeclarations& images = declaration_->images;
-    return declaration_->scalars.count > 0 || declaration_->derived.count > 0 ||
-           std::any_of(images.list, images.list + images.count, [](const ImageDeclaration& image) {
-               return image.pattern == Pattern::axis || image.pattern == Pattern::rectangle ||
-                      image.edge == EdgeMethod::constant;
-           });
-}
-
 Family::Family(std::string_view library, std::initializer_list<const FamilyTable*> tables) : library_(library) {
     const FamilyTable& baseline = **tables.begin();
     name_ = baseline.family;
