@@ -1,5 +1,5 @@
-// The Lanczos window of half-width a: L(t) = sinc(t) sinc(t / a) for |t| <= a, else 0, with sinc(u) = sin(pi u) / (pi u).
-// Duchon, "Lanczos filtering in one and two dimensions", 1979.
+// The Lanczos window of half-width a: L(t) = sinc(t) sinc(t / a) for |t| <= a, else 0, with sinc(u) = sin(pi u) / (pi
+// u). Duchon, "Lanczos filtering in one and two dimensions", 1979.
 #pragma once
 
 #include "compute/kernel/kernel.h"
@@ -22,12 +22,12 @@ VT_FN V lanczosWeight(V t, float halfWidth) {
 inline constexpr int lanczosTaps = 7;
 
 /// L(t - i) for i of -3 to 3 with a half-width of 3, as w[i + 3]. Two sines serve all taps: with r the distance to the
-/// nearest whole number, sin(pi (r - m)) is plus or minus sin(pi r), and sin(pi (r - m) / 3) a rotation by m sixths of a
-/// turn. Meant for t of -1.5 to 0.5; elsewhere L is 0 or the taps don't reach it. Within 3e-7 of L.
+/// nearest whole number, sin(pi (r - m)) is plus or minus sin(pi r), and sin(pi (r - m) / 3) a rotation by m sixths of
+/// a turn. Meant for t of -1.5 to 0.5; elsewhere L is 0 or the taps don't reach it. Within 3e-7 of L.
 template <class V>
 VT_FN void lanczosWeights(V t, V (&w)[lanczosTaps]) {
     constexpr float half = 0.5f;
-    constexpr float root = 0.866025404f;              // sin(60 degrees)
+    constexpr float root = 0.866025404f;                      // sin(60 degrees)
     constexpr float cosines[] = {1, half, -half, -1, -half};  // of 0 to 4 sixths
     constexpr float sines[] = {0, root, root, 0, -root};
     const auto below = t < V(-0.5f);  // the nearest whole number is -1, not 0

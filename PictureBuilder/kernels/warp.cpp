@@ -1,4 +1,5 @@
 // A picture sampled where a displacement points to. Compiled once per instruction set.
+#include "Common/kernels/colourMath.h"
 #include "lanczos.h"
 
 namespace Vellum::Kernels {
@@ -136,11 +137,31 @@ struct WarpWrapParams {
     int wrapSize[2] = {-1, -1};
 };
 
-VT_FN Columns<false> columnsOf(const WarpParams&) {
-    return {};
+struct WarpWhereParams {
+    bool lanczos = true;
+    int halfWidth = 3;
+    bool decode = true;
+};
+struct WarpWhereWrapParams {
+    bool lanczos = true;
+    int halfWidth = 3;
+    bool decode = true;
+    int wrapSize[2] = {-1, -1};
+};
+
+template <class P>
+VT_FN auto columnsOf(const P& p) {
+    if constexpr (requires { p.wrapSize; })
+        return Columns<true>{p.wrapSize[0]};
+    else
+        return Columns<false>{};
 }
-VT_FN Columns<true> columnsOf(const WarpWrapParams& p) {
-    return {p.wrapSize[0]};
+
+/// From sRGB code to linear light, alpha as it is.
+template <class V, int N>
+VT_FN void decode(V (&result)[N]) {
+    for (int c = 0; c < N && c < 3; ++c)
+        result[c] = linearOfSrgb(result[c]);
 }
 
 template <class V, class Source, class P, int N>
@@ -257,8 +278,8 @@ __attribute__((noinline)) void gatherPatch(const ImageArgument& image, Columns<W
 
 /// The pixels of one register at (x, y) of the launch's image 0, displaced by its image 1. `patch` is working memory.
 template <class V, bool Wraps>
-VT_FN void warpRegister(const Launch& launch, Columns<Wraps> columns, const TapLimits& limits, float* patch, int x, int y,
-                        V (&result)[4]) {
+VT_FN void warpRegister(const Launch& launch, Columns<Wraps> columns, const TapLimits& limits, float* patch, int x,
+                        int y, V (&result)[4]) {
     constexpr int width = LaneTraits<V>::width;
     const ImageArgument& image = launch.images[0];
     const ImageArgument& displacement = launch.images[1];
@@ -292,7 +313,8 @@ VT_FN bool isPackedOfFour(const ImageArgument& image) {
 template <class K, class V, Counts T>
 __attribute__((noinline)) void warpPacked(const Launch& launch) {
     constexpr int width = LaneTraits<V>::width;
-    const auto columns = columnsOf(*static_cast<const typename K::Params*>(launch.parameters));
+    const auto& parameters = *static_cast<const typename K::Params*>(launch.parameters);
+    const auto columns = columnsOf(parameters);
     const TapLimits limits(launch.images[0], columns);
     const ImageArgument& output = launch.images[K::imageCount - 1];
     alignas(64) float patch[lanczosTaps * patchRow] = {};
@@ -300,9 +322,21 @@ __attribute__((noinline)) void warpPacked(const Launch& launch) {
         int x = launch.x0;
         for (; x + width <= launch.x1; x += width) {
             V result[4];
-            warpRegister<V>(launch, columns, limits, patch, x, y, result);
-            for (int c = 0; c < 4; ++c)
-                store(result[c], pixelOf(output, x, y) + c * static_cast<long>(output.strideC), output.strideX);
+            if constexpr (K::where) {
+                const ImageArgument& where = launch.images[2];
+                const auto wanted = load<V>(pixelOf(where, x, y), where.strideX) > V(0.f);
+                if (!any(wanted)) continue;
+                warpRegister<V>(launch, columns, limits, patch, x, y, result);
+                if (parameters.decode) decode(result);
+                for (int c = 0; c < 4; ++c) {
+                    float* place = pixelOf(output, x, y) + c * static_cast<long>(output.strideC);
+                    store(select(wanted, result[c], load<V>(place, output.strideX)), place, output.strideX);
+                }
+            } else {
+                warpRegister<V>(launch, columns, limits, patch, x, y, result);
+                for (int c = 0; c < 4; ++c)
+                    store(result[c], pixelOf(output, x, y) + c * static_cast<long>(output.strideC), output.strideX);
+            }
         }
         runSpan<K, T, float, Reach::edge>(launch, x, launch.x1, y, 0, false);
     }
@@ -322,12 +356,13 @@ VT_FN void warpHostForm(const Launch& launch) {
 template <class P>
 struct Warp : WholePixel<In<"image", Pattern::random, EdgeMethod::clamped>, In<"displacement">, Out<"O">> {
     using Params = P;
+    static constexpr bool where = false;
     static bool hostFormTakes(const ImageArgument* images) { return isPackedOfFour(images[0]); }
     VT_FN void body(const P& p, auto image, auto displacement, auto O) {
         using V = decltype(displacement(0));
         V result[O.count];
-        samplePicture(p, image, toFloat(O.column()) + displacement(0),
-                      V(static_cast<float>(O.row())) + displacement(1), result);
+        samplePicture(p, image, toFloat(O.column()) + displacement(0), V(static_cast<float>(O.row())) + displacement(1),
+                      result);
         for (int c = 0; c < O.count; ++c)
             O.put(c, result[c]);
     }
@@ -354,10 +389,51 @@ struct warpWrapKernel : Warp<WarpWrapParams> {
     }
 };
 
+template <class P>
+struct WarpWhere
+    : WholePixel<In<"image", Pattern::random, EdgeMethod::clamped>, In<"displacement">, In<"where">, Out<"O">> {
+    using Params = P;
+    static constexpr bool where = true;
+    static bool hostFormTakes(const ImageArgument* images) { return isPackedOfFour(images[0]); }
+    VT_FN void body(const P& p, auto image, auto displacement, auto where, auto O) {
+        using V = decltype(displacement(0));
+        const auto wanted = where() > V(0.f);
+        if (!any(wanted)) return;
+        V result[O.count];
+        samplePicture(p, image, toFloat(O.column()) + displacement(0), V(static_cast<float>(O.row())) + displacement(1),
+                      result);
+        if (p.decode) decode(result);
+        for (int c = 0; c < O.count; ++c)
+            O.put(c, select(wanted, result[c], O(c)));
+    }
+};
+
+/// As warpKernel where `where` is above 0, and decoded from sRGB with `decode`; other pixels of O stay.
+struct warpWhereKernel : WarpWhere<WarpWhereParams> {
+    static constexpr ScalarDeclarations scalars{3, {VT_SCALAR(lanczos), VT_SCALAR(halfWidth), VT_SCALAR(decode)}};
+    template <class V, Counts T>
+    static void hostForm(const Launch& launch) {
+        warpHostForm<warpWhereKernel, V, T>(launch);
+    }
+};
+
+/// The same for a picture whose columns close round wrapSize[0].
+struct warpWhereWrapKernel : WarpWhere<WarpWhereWrapParams> {
+    static constexpr ScalarDeclarations scalars{
+        4, {VT_SCALAR(lanczos), VT_SCALAR(halfWidth), VT_SCALAR(decode), VT_SCALAR(wrapSize)}};
+    template <class V, Counts T>
+    static void hostForm(const Launch& launch) {
+        warpHostForm<warpWhereWrapKernel, V, T>(launch);
+    }
+};
+
+#define VT_WARP_WHERE(X, K) X(K, "4f_2f_1f_4f")
 #define VT_WARP(X, K) X(K, "1f_2f_1f") X(K, "2f_2f_2f") X(K, "3f_2f_3f") X(K, "4f_2f_4f")
-#define WARP(K)            \
-    K(warpKernel, VT_WARP) \
-    K(warpWrapKernel, VT_WARP)
+#define WARP(K)                       \
+    K(warpKernel, VT_WARP)            \
+    K(warpWrapKernel, VT_WARP)        \
+    K(warpWhereKernel, VT_WARP_WHERE) \
+    K(warpWhereWrapKernel, VT_WARP_WHERE)
 
 VT_FAMILY(warp, WARP)
 

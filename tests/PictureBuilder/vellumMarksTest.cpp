@@ -132,12 +132,14 @@ TEST_F(MarksKernels, pointingOutOfTheFrame) {
                  .tolerance = 0,
                  .prepare =
                      [](int index, Pixels& pixels) {
-                         if (index == 0)
-                             pixels.forEach([&](int x, int y, int c) { pixels.at(x, y, c) *= 10; });
+                         if (index == 0) pixels.forEach([&](int x, int y, int c) { pixels.at(x, y, c) *= 10; });
                      }});
 }
 
 TEST_F(MarksKernels, theDisparityOfTheBackground) {
+    checkKernel({.kernel = "finiteOrZeroKernel",
+                 .reference = eachComponent([](auto& v) { return std::isfinite(v[0]) ? v[0] : 0; }),
+                 .tolerance = 0});
     for (const bool background : {true, false})
         checkKernel({.kernel = "pickDisparityKernel",
                      .reference =

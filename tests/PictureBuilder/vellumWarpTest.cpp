@@ -44,7 +44,7 @@ Reference warped(const Filter& filter) {
         const float px = static_cast<float>(x) + static_cast<float>(scene.at(1, x, y, 0));
         const float py = static_cast<float>(y) + static_cast<float>(scene.at(1, x, y, 1));
         if (!(std::abs(px) < 1e9f && std::abs(py) < 1e9f)) return pixel;
-        for (int c = 0; c < scene.count(2); ++c) {
+        for (int c = 0; c < scene.count(0); ++c) {
             if (!filter.lanczos) {
                 const double fx = px - std::floor(px), fy = py - std::floor(py);
                 const double x0 = std::floor(px), x1 = std::floor(px + 1), y0 = std::floor(py), y1 = std::floor(py + 1);
@@ -107,6 +107,32 @@ TEST_F(WarpKernels, closedRoundAWidth) {
     for (const int width : {40, 7, 1})
         checkKernel(warpCase("warpWrapKernel", {.wrapWidth = width}));
     checkKernel(warpCase("warpWrapKernel", {.lanczos = false, .wrapWidth = 31}));
+}
+
+/// Only where asked, and decoded: the bits of the plain warp and the transfer curve after it.
+TEST_F(WarpKernels, whereAsked) {
+    for (const bool wraps : {false, true}) {
+        KernelCase where = warpCase(wraps ? "warpWhereWrapKernel" : "warpWhereKernel", {.wrapWidth = wraps ? 40 : 0});
+        const auto prepare = where.prepare;
+        where.prepare = [=](int index, Pixels& pixels) {
+            if (index != 2) return prepare(index, pixels);
+            // Whole registers of both kinds, and mixed ones.
+            pixels.forEach([&](int x, int y, int) { pixels.at(x, y, 0) = (x / 20 + y) % 3 == 0 || x % 7 == 0; });
+        };
+        const auto full = warped({.wrapWidth = wraps ? 40 : 0});
+        where.reference = [=](const Scene& scene, int x, int y) {
+            Pixel pixel{};
+            for (int c = 0; c < 4; ++c)
+                pixel[c] = scene.at(3, x, y, c);
+            if (!(scene.at(2, x, y, 0) > 0)) return pixel;
+            pixel = full(scene, x, y);
+            for (int c = 0; c < 3; ++c)
+                pixel[c] = pixel[c] > 0.04045 ? std::pow((pixel[c] + 0.055) / 1.055, 2.4) : pixel[c] / 12.92;
+            return pixel;
+        };
+        where.tolerance = 1e-5;
+        checkKernel(where);
+    }
 }
 
 }  // namespace ViewTint::Tests
