@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <initializer_list>
 #include <span>
@@ -10,6 +11,11 @@
 #include "compute/kernel/launch.h"
 
 namespace Vellum::Kernels {
+
+// The words of a declaration, for messages and listings.
+const char* toString(Pattern pattern);
+const char* toString(EdgeMethod edge);
+const char* toString(ScalarType type);
 
 /// The pixel types of a kernel's images in order, one byte each: the component count, plus 8 for unsigned integers.
 class PixelTypes {
@@ -89,6 +95,7 @@ namespace Vellum::CodeGen {
 enum class Flags : int { onePixel = 1, packed = 19 };
 
 enum class InstructionSet { sse2 = 0, avx2 = 1, avx512 = 2 };
+inline constexpr std::array allInstructionSets{InstructionSet::sse2, InstructionSet::avx2, InstructionSet::avx512};
 
 /// The widest set that this build has, the machine knows and the limit allows.
 InstructionSet instructionSet();

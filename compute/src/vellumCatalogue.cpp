@@ -18,6 +18,44 @@ std::vector<const Family*> catalogue;
 
 }  // namespace
 
+const char* toString(Pattern pattern) {
+    switch (pattern) {
+        case Pattern::point:
+            return "point";
+        case Pattern::axis:
+            return "axis";
+        case Pattern::rectangle:
+            return "rectangle";
+        case Pattern::random:
+            return "random";
+    }
+    return "unknown";
+}
+
+const char* toString(EdgeMethod edge) {
+    switch (edge) {
+        case EdgeMethod::none:
+            return "none";
+        case EdgeMethod::clamped:
+            return "clamped";
+        case EdgeMethod::constant:
+            return "constant";
+    }
+    return "unknown";
+}
+
+const char* toString(ScalarType type) {
+    switch (type) {
+        case ScalarType::real:
+            return "float";
+        case ScalarType::integer:
+            return "int";
+        case ScalarType::boolean:
+            return "bool";
+    }
+    return "unknown";
+}
+
 PixelTypes PixelTypes::parse(std::string_view tuple) {
     PixelTypes types;
     std::size_t at = 0;
@@ -153,8 +191,8 @@ const char* toString(InstructionSet set) {
 
 std::vector<InstructionSet> availableInstructionSets() {
     std::vector<InstructionSet> sets;
-    for (int set = 0; set <= static_cast<int>(available()); ++set)
-        sets.push_back(static_cast<InstructionSet>(set));
+    for (const InstructionSet set : allInstructionSets)
+        if (set <= available()) sets.push_back(set);
     return sets;
 }
 

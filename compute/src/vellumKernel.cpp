@@ -19,6 +19,15 @@ const Vellum::Kernels::CatalogueEntry& ProgramSource::entry() const {
 
 }  // namespace Vellum::Compute
 
+namespace Vellum::CodeGen {
+
+std::string typeText(const MarshalledParam& param) {
+    const int elements = param.count * param.arrayLength;
+    return toString(param.type) + (elements > 1 ? " x " + std::to_string(elements) : "");
+}
+
+}  // namespace Vellum::CodeGen
+
 namespace Vellum::JIT {
 
 namespace {
@@ -89,6 +98,13 @@ MarshalledParam marshalled(const ScalarDeclaration& scalar, bool inAccumulator) 
     return {scalar.offset, scalar.vectorWidth, scalar.arrayLength, scalar.type, inAccumulator};
 }
 
+std::vector<NamedParam> named(const ScalarDeclarations& scalars, bool inAccumulator) {
+    std::vector<NamedParam> params;
+    for (int i = 0; i < scalars.count; ++i)
+        params.push_back({scalars.list[i].name, marshalled(scalars.list[i], inAccumulator)});
+    return params;
+}
+
 /// The number of the image whose outside colour the name means, or -1.
 int imageOfEdgeColour(const KernelDeclaration& kernel, std::string_view name) {
     if (!name.starts_with(edgeColourPrefix)) return -1;
@@ -98,16 +114,10 @@ int imageOfEdgeColour(const KernelDeclaration& kernel, std::string_view name) {
     return -1;
 }
 
-const char* nameOf(ScalarType type) {
-    switch (type) {
-        case ScalarType::real:
-            return "float";
-        case ScalarType::integer:
-            return "int";
-        case ScalarType::boolean:
-            return "bool";
-    }
-    return "unknown";
+MarshalledParam edgeColour(const Vellum::Kernels::CatalogueEntry& entry, int image) {
+    const auto offset = entry.imageParametersOffset() + image * int{sizeof(ImageParameters)} +
+                        int{offsetof(ImageParameters, constEdgeColor)};
+    return {offset, 4, 1, ScalarType::real, false};
 }
 
 /// Whether the pixels that a kernel touches without an edge rule, for a range of iteration pixels, are all there.
@@ -132,6 +142,19 @@ bool sameGeometry(const ImageArgument& a, const ImageArgument& b) {
 }
 
 }  // namespace
+
+std::vector<NamedParam> callerParams(const Vellum::Kernels::CatalogueEntry& entry) {
+    const KernelDeclaration& kernel = entry.declaration();
+    auto params = named(kernel.scalars, false);
+    for (int i = 0; i < kernel.images.count; ++i)
+        if (kernel.images.list[i].edge == EdgeMethod::constant)
+            params.push_back({std::string(edgeColourPrefix) + kernel.images.list[i].name, edgeColour(entry, i)});
+    return params;
+}
+
+std::vector<NamedParam> accumulatorParams(const Vellum::Kernels::CatalogueEntry& entry) {
+    return named(entry.declaration().accumulators, true);
+}
 
 KernelPointer Kernel::Make(const Vellum::Kernels::CatalogueEntry& entry,
                            std::span<const Vellum::Image::Image* const> images, Vellum::CodeGen::Flags flags) {
@@ -186,22 +209,17 @@ MarshalledParam KernelExecutionContext::getMarshalledParamThrow(const ParamName&
     const KernelDeclaration& kernel = declaration();
     if (const auto* scalar = find(kernel.scalars, name.name)) return marshalled(*scalar, false);
     if (const auto* result = find(kernel.accumulators, name.name)) return marshalled(*result, true);
-    if (const int image = imageOfEdgeColour(kernel, name.name); image >= 0) {
-        const auto offset = kernel_->entry().imageParametersOffset() + image * int{sizeof(ImageParameters)} +
-                            int{offsetof(ImageParameters, constEdgeColor)};
-        return {offset, 4, 1, ScalarType::real, false};
-    }
+    if (const int image = imageOfEdgeColour(kernel, name.name); image >= 0) return edgeColour(kernel_->entry(), image);
     std::string known;
-    for (int i = 0; i < kernel.scalars.count; ++i)
-        known += (i ? ", " : "") + std::string(kernel.scalars.list[i].name);
+    for (const auto& scalar : callerParams(kernel_->entry()))
+        known += (known.empty() ? "" : ", ") + scalar.name;
     fail(named(kernel) + " has no parameter \"" + std::string(name.name) + "\"; " +
          (known.empty() ? "it has none." : "there are " + known + "."));
 }
 
 void KernelExecutionContext::badType(const ParamName& name, const MarshalledParam& param) const {
-    const int elements = param.count * param.arrayLength;
-    fail(named(declaration()) + ": parameter \"" + std::string(name.name) + "\" is " + nameOf(param.type) +
-         (elements > 1 ? " x " + std::to_string(elements) : "") + " and was used as another type.");
+    fail(named(declaration()) + ": parameter \"" + std::string(name.name) + "\" is " + typeText(param) +
+         " and was used as another type.");
 }
 
 void KernelExecutionContext::writeScalar(const ParamName& name, ScalarType type, int elements, const void* bytes,
