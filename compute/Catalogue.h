@@ -48,6 +48,11 @@ public:
     /// The form that the present instruction set and the images' strides ask for.
     LaunchFunction packedForm(int variant, bool unitStride) const;
     LaunchFunction onePixelForm(int variant) const { return forms_[0][variant].onePixel; }
+    DeviceBody deviceBody(int variant) const { return forms_[0][variant].deviceBody; }
+    DeviceFold deviceFold(int variant) const { return forms_[0][variant].deviceFold; }
+    /// False where the kernel has no scalar, no derived value and nothing to know of its images: devices with memory of
+    /// their own aren't given a block then.
+    bool hasParameterBlock() const { return declaration_->hasParameterBlock; }
 
     /// The size of the parameter block: the kernel's own parameters, then what it may know of each image.
     int parameterBytes() const {
