@@ -1,0 +1,60 @@
+// What the parts of the module share. Each bind...() enters one part.
+#pragma once
+
+#include <string>
+#include <type_traits>
+#include <utility>
+
+#include <nanobind/nanobind.h>
+
+namespace ViewTint::Python {
+
+namespace nb = nanobind;
+
+void bindImage(nb::module_& module);
+void bindCatalogue(nb::module_& module);
+void bindRun(nb::module_& module);
+void bindCopies(nb::module_& module);
+void bindArithmetic(nb::module_& module);
+void bindColour(nb::module_& module);
+void bindNeighbourhoods(nb::module_& module);
+void bindStatistics(nb::module_& module);
+void bindSettings(nb::module_& module);
+
+/// A class of the package's own .py files.
+inline nb::object packageClass(const char* module, const char* name) {
+    return nb::module_::import_(module).attr(name);
+}
+
+/// str(object).
+inline std::string textOf(const nb::object& object) {
+    return nb::str(object).c_str();
+}
+
+/// Raises an exception of viewtint.errors.
+[[noreturn]] inline void raise(const char* errorClass, const std::string& message) {
+    PyErr_SetString(packageClass("viewtint.errors", errorClass).ptr(), message.c_str());
+    throw nb::python_error();
+}
+
+/// Does `work` with the interpreter's lock released. A Ctrl-C that comes meanwhile is raised when it has finished.
+template <class Work>
+auto unlocked(Work&& work) {
+    const auto finish = [] {
+        if (PyErr_CheckSignals() != 0) throw nb::python_error();
+    };
+    const auto released = [&] {
+        const nb::gil_scoped_release release;
+        return work();
+    };
+    if constexpr (std::is_void_v<decltype(work())>) {
+        released();
+        finish();
+    } else {
+        auto result = released();
+        finish();
+        return result;
+    }
+}
+
+}  // namespace ViewTint::Python
