@@ -137,6 +137,16 @@ bool covers(const ImageArgument& argument, const ImageDeclaration& image, const 
     return x0 >= argument.x0 && y0 >= argument.y0 && x1 <= argument.x1 && y1 <= argument.y1;
 }
 
+/// Whether the places that a body reads round a pixel can be counted in 32 bits, from any coordinate.
+bool reachIsPossible(const ImageDeclaration& image, const ImageParameters& parameters) {
+    constexpr int most = 1 << 29;
+    const int axes = image.pattern == Pattern::axis ? 1 : image.pattern == Pattern::rectangle ? 2 : 0;
+    for (int axis = 0; axis < axes; ++axis)
+        for (const int reach : {parameters.rangeMin[axis], parameters.rangeMax[axis]})
+            if (reach < -most || reach > most) return false;
+    return true;
+}
+
 bool sameGeometry(const ImageArgument& a, const ImageArgument& b) {
     return boxOf(a) == boxOf(b) && a.strideX == b.strideX && a.strideY == b.strideY && a.strideC == b.strideC;
 }
@@ -262,6 +272,8 @@ void KernelExecutionContext::checkReach(const Box& box, int c0, int c1) {
         if (bounded && !covers(images_[i], image, imageParameters()[i], box))
             fail(named(kernel) + " runs over " + toString(box) + " and reads or writes pixels that" + imageName() +
                  " of " + toString(boxOf(images_[i])) + " doesn't have.");
+        if (!bounded && !reachIsPossible(image, imageParameters()[i]))
+            fail(named(kernel) + " would read" + imageName() + " too far from a pixel.");
         if (image.written) continue;
         for (int j = 0; j < imageCount_; ++j) {
             if (!kernel.images.list[j].written || images_[j].data != images_[i].data) continue;
