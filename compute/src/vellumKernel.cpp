@@ -100,6 +100,7 @@ MarshalledParam marshalled(const ScalarDeclaration& scalar, bool inAccumulator) 
 
 std::vector<NamedParam> named(const ScalarDeclarations& scalars, bool inAccumulator) {
     std::vector<NamedParam> params;
+    params.reserve(scalars.count);
     for (int i = 0; i < scalars.count; ++i)
         params.push_back({scalars.list[i].name, marshalled(scalars.list[i], inAccumulator)});
     return params;

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <optional>
 #include <tuple>
 #include <variant>
@@ -55,9 +56,8 @@ Results accumulators(const CatalogueEntry& entry, const KernelExecutionContext& 
 Results run(const std::string& name, const std::vector<Image>& images, int flags,
             const std::optional<Iteration>& iteration, const nb::kwargs& scalars) {
     const CatalogueEntry& entry = kernelNamed(name);
-    std::vector<const Image*> bound;
-    for (const Image& image : images)
-        bound.push_back(&image);
+    std::vector<const Image*> bound(images.size());
+    std::ranges::transform(images, bound.begin(), [](const Image& image) { return &image; });
     KernelExecutionContext context(Kernel::Make(entry, bound, static_cast<Vellum::CodeGen::Flags>(flags)));
     context.setImageParamBindings(bound);
     for (const auto [scalar, value] : scalars)
