@@ -36,7 +36,7 @@ NB_MODULE(_viewtint, module) {
     Vellum::PullPush::registerKernels();
 
     module.doc() = "The compiled part of viewtint.";
-    module.attr("__version__") = VIEWTINT_VERSION;
+    module.attr("version") = VIEWTINT_VERSION;
     nb::register_exception_translator(translate);
     bindImage(module);
     bindCatalogue(module);

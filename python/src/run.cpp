@@ -1,13 +1,11 @@
 #include <algorithm>
 #include <optional>
 #include <tuple>
-#include <variant>
 #include <vector>
 
 #include <nanobind/stl/optional.h>
 #include <nanobind/stl/string.h>
 #include <nanobind/stl/tuple.h>
-#include <nanobind/stl/variant.h>
 #include <nanobind/stl/vector.h>
 
 #include "bindings.h"
@@ -41,10 +39,8 @@ IterationController rangeOf(const std::optional<Iteration>& iteration) {
     return IterationController::over({x0, y0, x1, y1}, c0, c1);
 }
 
-using Results = nb::typed<nb::dict, nb::str, std::variant<float, std::vector<float>>>;
-
-Results accumulators(const CatalogueEntry& entry, const KernelExecutionContext& context) {
-    Results results;
+nb::dict accumulators(const CatalogueEntry& entry, const KernelExecutionContext& context) {
+    nb::dict results;
     for (const auto& [name, param] : Vellum::JIT::accumulatorParams(entry)) {
         std::vector<float> values(param.count * param.arrayLength);
         context.getElements<float>({name}, values);
@@ -53,8 +49,8 @@ Results accumulators(const CatalogueEntry& entry, const KernelExecutionContext& 
     return results;
 }
 
-Results run(const std::string& name, const std::vector<Image>& images, int flags,
-            const std::optional<Iteration>& iteration, const nb::kwargs& scalars) {
+nb::dict run(const std::string& name, const std::vector<Image>& images, int flags,
+             const std::optional<Iteration>& iteration, const nb::kwargs& scalars) {
     const CatalogueEntry& entry = kernelNamed(name);
     std::vector<const Image*> bound(images.size());
     std::ranges::transform(images, bound.begin(), [](const Image& image) { return &image; });
@@ -66,11 +62,17 @@ Results run(const std::string& name, const std::vector<Image>& images, int flags
     return accumulators(entry, context);
 }
 
+/// nanobind gives keyword arguments no type.
+constexpr const char* signature =
+    "def run(name: str, images: collections.abc.Sequence[viewtint._viewtint.Image], flags: int = 19, "
+    "iteration: tuple[int, int, int, int, int, int] | None = None, **scalars: typing.Any) "
+    "-> dict[str, float | list[float]]";
+
 }  // namespace
 
 void bindRun(nb::module_& module) {
     module.def("run", run, nb::arg("name"), nb::arg("images"), nb::arg("flags") = 19, nb::arg("iteration") = nb::none(),
-               nb::arg("scalars"),
+               nb::arg("scalars"), nb::sig(signature),
                R"(Runs a kernel of kernels() and returns its accumulators by name, {} if it has none.
 
 images: in the order of the kernel's record; those that it writes are changed in place. Images may have different boxes

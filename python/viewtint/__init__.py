@@ -5,7 +5,7 @@ lowest. Operations have their C++ names and return new images; `run` starts any 
 """
 
 from viewtint._viewtint import *
-from viewtint._viewtint import __version__ as __version__
+from viewtint._viewtint import version as __version__
 from viewtint.errors import Error as Error
 from viewtint.errors import UnknownNameError as UnknownNameError
 from viewtint.errors import WrongTypeError as WrongTypeError
