@@ -2,16 +2,19 @@
 #include "compute/Catalogue.h"
 
 namespace Vellum::Kernels {
-extern const Family pointwise;
+extern const Family arithmetic;
+extern const Family blending;
 extern const Family colour;
+extern const Family copying;
 extern const Family statistics;
+extern const Family transferCurves;
 }  // namespace Vellum::Kernels
 
 namespace Vellum::Common {
 
 void registerKernels() {
     using namespace Vellum::Kernels;
-    registerFamilies({&pointwise, &colour, &statistics});
+    registerFamilies({&arithmetic, &blending, &colour, &copying, &statistics, &transferCurves});
 }
 
 }  // namespace Vellum::Common

@@ -36,6 +36,8 @@
         VT_FORM(K, tuple, float, inside), VT_DEVICE_BODY(K, tuple), &Vellum::Kernels::deviceFold<K>},
 #define VT_DECLARATION(K) &K##Declaration
 #define VT_DECLARE(K, TUPLES)                                                                                       \
+    static_assert(Vellum::Kernels::declaresAllFields<K>(),                                                          \
+                  "a field of Params is missing in scalars and derived, or one of Results in accumulators");        \
     static constexpr const char* K##Tuples[] = {TUPLES(VT_TUPLE_TEXT, K)};                                          \
     static constexpr Vellum::Kernels::KernelDeclaration K##Declaration{#K,                                          \
                                                                        K::perComponent,                             \

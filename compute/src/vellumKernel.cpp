@@ -5,6 +5,7 @@
 #include <limits>
 
 #include "compute/Exception.h"
+#include "compute/Hash.h"
 
 namespace Vellum::Compute {
 
@@ -18,15 +19,6 @@ const Vellum::Kernels::CatalogueEntry& ProgramSource::entry() const {
 }
 
 }  // namespace Vellum::Compute
-
-namespace Vellum::CodeGen {
-
-std::string typeText(const MarshalledParam& param) {
-    const int elements = param.count * param.arrayLength;
-    return toString(param.type) + (elements > 1 ? " x " + std::to_string(elements) : "");
-}
-
-}  // namespace Vellum::CodeGen
 
 namespace Vellum::JIT {
 
@@ -88,10 +80,17 @@ ImageArgument argumentOf(const Vellum::Image::Image& image, const KernelDeclarat
             0};
 }
 
-const ScalarDeclaration* find(const ScalarDeclarations& scalars, std::string_view name) {
-    for (int i = 0; i < scalars.count; ++i)
-        if (name == scalars.list[i].name) return &scalars.list[i];
+const ScalarDeclaration* find(const ScalarDeclarations& scalars, const ParamName& wanted) {
+    for (int i = 0; i < scalars.count; ++i) {
+        const char* name = scalars.list[i].name;
+        if (wanted.name.empty() ? wanted.hash == Vellum::Kernels::nameHash(name) : wanted.name == name)
+            return &scalars.list[i];
+    }
     return nullptr;
+}
+
+std::string textOf(const ParamName& name) {
+    return name.name.empty() ? "o" + Vellum::Kernels::hexadecimal(name.hash) : std::string(name.name);
 }
 
 MarshalledParam marshalled(const ScalarDeclaration& scalar, bool inAccumulator) {
@@ -168,7 +167,8 @@ std::vector<NamedParam> accumulatorParams(const Vellum::Kernels::CatalogueEntry&
 }
 
 KernelPointer Kernel::Make(const Vellum::Kernels::CatalogueEntry& entry,
-                           std::span<const Vellum::Image::Image* const> images, Vellum::CodeGen::Flags flags) {
+                           std::span<const Vellum::Image::Image* const> images, Vellum::CodeGen::Flags flags,
+                           Cobalt::Device::APIEnum api) {
     if (flags != Vellum::CodeGen::Flags::onePixel && flags != Vellum::CodeGen::Flags::packed)
         fail(named(entry.declaration()) + " was asked for with flags " + std::to_string(static_cast<int>(flags)) +
              "; there are 1 (one pixel at a time) and 19 (packed).");
@@ -179,13 +179,13 @@ KernelPointer Kernel::Make(const Vellum::Kernels::CatalogueEntry& entry,
     const auto types = typesOf(images);
     const int variant = entry.variant(types);
     if (variant < 0) noVariant(entry, types);
-    return new Kernel(entry, variant, flags);
+    return new Kernel(entry, variant, flags, api);
 }
 
-KernelPointer Kernel::Make(Vellum::Compute::Context&, const Vellum::Compute::ProgramSource& source,
+KernelPointer Kernel::Make(Vellum::Compute::Context& context, const Vellum::Compute::ProgramSource& source,
                            std::span<const Vellum::Image::Image* const> images, const ParamName&,
                            Vellum::CodeGen::Flags flags, std::string*, std::string*) {
-    return Make(source.entry(), images, flags);
+    return Make(source.entry(), images, flags, context.device().api());
 }
 
 KernelExecutionContext::KernelExecutionContext(KernelPointer kernel) : kernel_(std::move(kernel)) {
@@ -218,19 +218,19 @@ void KernelExecutionContext::setImageParamBindings(std::span<const Vellum::Image
 
 MarshalledParam KernelExecutionContext::getMarshalledParamThrow(const ParamName& name) const {
     const KernelDeclaration& kernel = declaration();
-    if (const auto* scalar = find(kernel.scalars, name.name)) return marshalled(*scalar, false);
-    if (const auto* result = find(kernel.accumulators, name.name)) return marshalled(*result, true);
+    if (const auto* scalar = find(kernel.scalars, name)) return marshalled(*scalar, false);
+    if (const auto* result = find(kernel.accumulators, name)) return marshalled(*result, true);
     if (const int image = imageOfEdgeColour(kernel, name.name); image >= 0) return edgeColour(kernel_->entry(), image);
     std::string known;
     for (const auto& scalar : callerParams(kernel_->entry()))
         known += (known.empty() ? "" : ", ") + scalar.name;
-    fail(named(kernel) + " has no parameter \"" + std::string(name.name) + "\"; " +
+    fail(named(kernel) + " has no parameter \"" + textOf(name) + "\"; " +
          (known.empty() ? "it has none." : "there are " + known + "."));
 }
 
 void KernelExecutionContext::badType(const ParamName& name, const MarshalledParam& param) const {
-    fail(named(declaration()) + ": parameter \"" + std::string(name.name) + "\" is " + typeText(param) +
-         " and was used as another type.");
+    fail(named(declaration()) + ": parameter \"" + textOf(name) + "\" is " +
+         typeText(param.type, param.count * param.arrayLength) + " and was used as another type.");
 }
 
 void KernelExecutionContext::writeScalar(const ParamName& name, ScalarType type, int elements, const void* bytes,

@@ -11,6 +11,10 @@ namespace {
 
 using Vellum::Kernels::CatalogueEntry;
 
+std::string typeOf(const Vellum::CodeGen::MarshalledParam& param) {
+    return Vellum::Kernels::typeText(param.type, param.count * param.arrayLength);
+}
+
 nb::list imageRecords(const CatalogueEntry& entry) {
     const nb::object record = packageClass("viewtint.records", "ImageRecord");
     nb::list list;
@@ -23,11 +27,11 @@ nb::list imageRecords(const CatalogueEntry& entry) {
 
 nb::list scalarRecords(const CatalogueEntry& entry) {
     const nb::object record = packageClass("viewtint.records", "ScalarRecord");
-    std::vector<std::byte> defaults(entry.parameterBytes());
-    entry.declaration().writeDefaults(defaults.data());
+    auto defaults = defaultParameters(entry.declaration());
+    defaults.resize(entry.parameterBytes());  // what belongs to images begins as 0
     nb::list list;
     for (const auto& [name, param] : Vellum::JIT::callerParams(entry))
-        list.append(record(name, typeText(param), scalarValue(param, defaults.data() + param.offset)));
+        list.append(record(name, typeOf(param), scalarValue(param, defaults.data() + param.offset)));
     return list;
 }
 
@@ -35,7 +39,7 @@ nb::list accumulatorRecords(const CatalogueEntry& entry) {
     const nb::object record = packageClass("viewtint.records", "AccumulatorRecord");
     nb::list list;
     for (const auto& [name, param] : Vellum::JIT::accumulatorParams(entry))
-        list.append(record(name, typeText(param)));
+        list.append(record(name, typeOf(param)));
     return list;
 }
 

@@ -1,9 +1,7 @@
-#include "Common/Common.h"
-#include "PullPush/PullPush.h"
-#include "ToneAligner/ToneAligner.h"
 #include "base/Ensure.h"
 #include "bindings.h"
 #include "compute/Exception.h"
+#include "node/KernelLibraries.h"
 
 namespace ViewTint::Python {
 
@@ -31,10 +29,7 @@ void translate(const std::exception_ptr& exception, void*) {
 
 NB_MODULE(_viewtint, module) {
     using namespace ViewTint::Python;
-    Vellum::Common::registerKernels();
-    Vellum::Tone::registerKernels();
-    Vellum::PullPush::registerKernels();
-
+    Vellum::registerKernelLibraries();
     module.doc() = "The compiled part of viewtint.";
     module.attr("version") = VIEWTINT_VERSION;
     nb::register_exception_translator(translate);

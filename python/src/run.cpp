@@ -3,11 +3,13 @@
 #include <tuple>
 #include <vector>
 
+#include <fmt/format.h>
 #include <nanobind/stl/optional.h>
 #include <nanobind/stl/string.h>
 #include <nanobind/stl/tuple.h>
 #include <nanobind/stl/vector.h>
 
+#include "base/NearestNames.h"
 #include "bindings.h"
 #include "compute/Kernel.h"
 #include "scalars.h"
@@ -26,11 +28,12 @@ using Iteration = std::tuple<int, int, int, int, int, int>;
 
 const CatalogueEntry& kernelNamed(const std::string& name) {
     if (const auto* entry = Vellum::Kernels::findKernel(name)) return *entry;
-    std::string known;
+    std::vector<std::string> known;
     for (const auto* family : Vellum::Kernels::families())
         for (const auto& entry : family->kernels())
-            known += (known.empty() ? "" : ", ") + std::string(entry.declaration().name);
-    raise("UnknownNameError", "There is no kernel \"" + name + "\"; there are " + known + ".");
+            known.emplace_back(entry.declaration().name);
+    raise("UnknownNameError", fmt::format("There is no kernel \"{}\"; the nearest are {}, and kernels() has them all.",
+                                          name, fmt::join(Cobalt::Base::nearestNames(known, name), ", ")));
 }
 
 IterationController rangeOf(const std::optional<Iteration>& iteration) {

@@ -1,10 +1,9 @@
-#include <algorithm>
 #include <optional>
-#include <string_view>
 
 #include <nanobind/stl/optional.h>
 #include <nanobind/stl/string.h>
 
+#include "base/NearestNames.h"
 #include "bindings.h"
 #include "compute/Catalogue.h"
 #include "compute/HostDevice.h"
@@ -23,15 +22,10 @@ int threads(std::optional<int> n) {
     return hostDevice().threader()->threads();
 }
 
-bool sameName(std::string_view a, std::string_view b) {
-    const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c; };
-    return std::ranges::equal(a, b, {}, lower, lower);
-}
-
 void limitInstructionSet(const std::string& name) {
     std::string known;
     for (const auto set : Vellum::CodeGen::allInstructionSets) {
-        if (sameName(name, toString(set))) {
+        if (Cobalt::Base::lowered(name) == Cobalt::Base::lowered(toString(set))) {
             Vellum::CodeGen::limitInstructionSet(set);
             return;
         }

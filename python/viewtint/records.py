@@ -20,7 +20,7 @@ class ScalarRecord(NamedTuple):
 
     name: str
     type: str
-    """ "float", "int", "bool", or a vector: "float x 4"."""
+    """ "float", "int", "bool", or a vector: "float[4]"."""
     default: float | int | bool | list[float] | list[int]
 
 
@@ -29,7 +29,7 @@ class AccumulatorRecord(NamedTuple):
 
     name: str
     type: str
-    """ "float" or "float x 4"."""
+    """ "float" or "float[4]"."""
 
 
 class KernelRecord(NamedTuple):

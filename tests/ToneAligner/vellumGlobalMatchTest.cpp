@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "Common/Common.h"
 #include "ToneAligner/ToneAligner.h"
-#include "ToneAligner/src/vellumLabColour.h"
 #include "compute/Exception.h"
 #include "tests/harness/KernelHarness.h"
 #include "tests/harness/LabReference.h"
@@ -177,7 +177,7 @@ TEST(GlobalMatch, theMatchedPictureHasTheOthersStatistics) {
     const auto statistics = [](const Pixels& pixels) {
         const TestImage rgb(pixels, Arrangement::planar);
         TestImage lab(Pixels(frame, 3), Arrangement::planar);
-        Vellum::Tone::toLab(rgb.image(), lab.image(), packed);
+        Vellum::Common::rgbToLab(rgb.image(), lab.image(), packed);
         const TestImage all(constant(frame, 3, 1), Arrangement::planar);
         return Vellum::Tone::labStatistics(all.image(), lab.image(), packed);
     };
@@ -205,7 +205,7 @@ TEST(GlobalMatch, gainsStayWithinTheirLimits) {
 TEST(GlobalMatch, blackIsExactlyZeroAndNeutralsStayNeutral) {
     TestImage black(constant({0, 0, 33, 2}, 4, 0), Arrangement::planar);
     TestImage lab(constant({0, 0, 33, 2}, 3, 7), Arrangement::planar);
-    Vellum::Tone::toLab(black.image(), lab.image(), packed);
+    Vellum::Common::rgbToLab(black.image(), lab.image(), packed);
     EXPECT_EQ(firstDifference(constant({0, 0, 33, 2}, 3, 0), lab.pixels()), "");
 
     Match match;
@@ -325,9 +325,9 @@ TEST(ToneAlignerKernels, fusedPassesInEveryForm) {
         return [=](KernelExecutionContext& context) { context.set({"matrix"}, matrix); };
     };
     checkKernel({.kernel = "countedPixelsKernel"});
-    checkKernel({.kernel = "labSumKernel", .scalars = setMatrix(Vellum::Tone::rgbToXyzMatrix)});
+    checkKernel({.kernel = "labSumKernel", .scalars = setMatrix(Vellum::Common::rgbToXyzMatrix)});
     checkKernel({.kernel = "labDeviationKernel"});
-    checkKernel({.kernel = "applyGlobalMatchKernel", .scalars = setMatrix(Vellum::Tone::xyzToRgbMatrix)});
+    checkKernel({.kernel = "applyGlobalMatchKernel", .scalars = setMatrix(Vellum::Common::xyzToRgbMatrix)});
 }
 
 }  // namespace ViewTint::Tests

@@ -105,9 +105,9 @@ TEST(KernelCall, scalarsThatAreKnownAtRunTimeOnly) {
     const auto params = Vellum::JIT::callerParams(kernel);
     ASSERT_EQ(params.size(), 2u);
     EXPECT_EQ(params[0].name, "reach");
-    EXPECT_EQ(typeText(params[0].param), "int x 4");
+    EXPECT_EQ(params[0].param.type, ScalarType::integer);
     EXPECT_EQ(params[1].name, "constEdgeColorA");
-    EXPECT_EQ(typeText(params[1].param), "float x 4");
+    EXPECT_EQ(params[1].param.type, ScalarType::real);
 
     TestImage a = ones({0, 0, 4, 4}, 1);
     TestImage o = ones({0, 0, 4, 4}, 1);
@@ -126,7 +126,7 @@ TEST(KernelCall, scalarsThatAreKnownAtRunTimeOnly) {
     EXPECT_EQ(o.pixels().at(3, 0, 0), 1 + 2 * 5);
 
     EXPECT_EQ(messageOf([&] { context.setElements<int>({"reach"}, std::span(reach).first(3)); }),
-              "Kernel \"testConstantCornersKernel\": parameter \"reach\" is int x 4 and was used as another type.");
+              "Kernel \"testConstantCornersKernel\": parameter \"reach\" is int[4] and was used as another type.");
     EXPECT_EQ(messageOf([&] { context.set({"reech"}, 1); }),
               "Kernel \"testConstantCornersKernel\" has no parameter \"reech\"; there are reach, constEdgeColorA.");
     for (const int farAway : {std::numeric_limits<int>::max(), std::numeric_limits<int>::min()}) {

@@ -16,10 +16,10 @@ def images_for(record, tuple_text, size=(40, 50)):
 
 
 def is_of_type(value, type_text):
-    element, _, count = type_text.partition(" x ")
+    element, _, count = type_text.partition("[")
     if not count:
         return type(value) is TYPES[element]
-    return len(value) == int(count) and all(type(v) is TYPES[element] for v in value)
+    return len(value) == int(count.rstrip("]")) and all(type(v) is TYPES[element] for v in value)
 
 
 @pytest.mark.parametrize("name", KERNELS)
@@ -73,8 +73,8 @@ def test_known_records():
     assert threshold.passes == 1
     assert threshold.scalars == [("threshold", "float", 0.0), ("binarise", "bool", False)]
     assert threshold.tuples == ["1f_1f", "2f_2f", "3f_3f", "4f_4f"]
-    assert KERNELS["maskedSumKernel"].accumulators == [("sum", "float x 4"), ("count", "float x 4")]
+    assert KERNELS["maskedSumKernel"].accumulators == [("sum", "float[4]"), ("count", "float[4]")]
     fade = {scalar.name: scalar for scalar in KERNELS["crossFadeKernel"].scalars}
-    assert fade["constEdgeColorA"] == ("constEdgeColorA", "float x 4", [0.0] * 4)
+    assert fade["constEdgeColorA"] == ("constEdgeColorA", "float[4]", [0.0] * 4)
     assert KERNELS["boxSumKernel"].images[0] == ("A", False, "axis", "clamped")
     assert KERNELS["dilateKernel"].images[0] == ("A", False, "rectangle", "clamped")

@@ -118,11 +118,11 @@ def test_numbers_of_any_kind_that_lose_nothing(image):
     ("copyChannelKernel", "sourceChannel", 1.0, "int"),
     ("copyChannelKernel", "sourceChannel", np.float32(1), "int"),
     ("copyChannelKernel", "sourceChannel", True, "int"),
-    ("multiplyConstantKernel", "value", 1.0, "float x 4"),
-    ("multiplyConstantKernel", "value", [1, 2, 3], "float x 4"),
-    ("multiplyConstantKernel", "value", [1, 2, 3, True], "float x 4"),
-    ("multiplyConstantKernel", "value", np.ones((4, 1)), "float x 4"),
-    ("multiplyConstantKernel", "value", {1, 2, 3, 4}, "float x 4"),
+    ("multiplyConstantKernel", "value", 1.0, "float[4]"),
+    ("multiplyConstantKernel", "value", [1, 2, 3], "float[4]"),
+    ("multiplyConstantKernel", "value", [1, 2, 3, True], "float[4]"),
+    ("multiplyConstantKernel", "value", np.ones((4, 1)), "float[4]"),
+    ("multiplyConstantKernel", "value", {1, 2, 3, 4}, "float[4]"),
 ])
 def test_other_types_are_refused(image, kernel, scalar, value, declared):
     images = [image(4, 4, 3), image(4, 4, 3)]
@@ -146,11 +146,9 @@ def test_numbers_out_of_range_are_refused(image, kernel, scalar, value):
 
 def test_unknown_names_are_answered_with_the_known_ones(image):
     a, o = image(4, 4, 3), image(4, 4, 3)
-    with pytest.raises(KeyError) as raised:
-        run("blurKernel", [a, o])
+    with pytest.raises(KeyError, match='There is no kernel "fillKernel"; the nearest are .*fillConstantKernel') as raised:
+        run("fillKernel", [a, o])
     assert isinstance(raised.value, viewtint.Error)
-    assert str(raised.value).startswith('There is no kernel "blurKernel"; there are ')
-    assert all(name in str(raised.value) for name in viewtint.kernels())
     with pytest.raises(viewtint.UnknownNameError) as raised:
         run("thresholdKernel", [a, o], treshold=1)
     assert str(raised.value) == (
