@@ -6,6 +6,8 @@ extern const Family arithmetic;
 extern const Family blending;
 extern const Family colour;
 extern const Family copying;
+extern const Family morphology;
+extern const Family smoothing;
 extern const Family statistics;
 extern const Family transferCurves;
 }  // namespace Vellum::Kernels
@@ -14,7 +16,8 @@ namespace Vellum::Common {
 
 void registerKernels() {
     using namespace Vellum::Kernels;
-    registerFamilies({&arithmetic, &blending, &colour, &copying, &statistics, &transferCurves});
+    registerFamilies(
+        {&arithmetic, &blending, &colour, &copying, &morphology, &smoothing, &statistics, &transferCurves});
 }
 
 }  // namespace Vellum::Common

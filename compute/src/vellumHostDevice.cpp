@@ -27,8 +27,8 @@ constexpr std::int64_t pixelsWorthThreads = 16384;
 constexpr int chunksPerThread = 4;
 /// Rows that share one private copy of the sums. Fixed, so that a sum doesn't depend on the number of threads.
 constexpr int rowsPerSum = 32;
-/// Columns are handed out in whole cache lines.
-constexpr int columnStep = 16;
+/// Columns are handed out in whole cache lines, and the rows of a strip one pixel wide by whole registers.
+constexpr int pixelStep = 16;
 
 /// One kernel call, ready to be cut into pieces.
 class Work {
@@ -37,7 +37,7 @@ public:
     void run();
 
 private:
-    enum class Cut { rows, columns, sumBands };
+    enum class Cut { rows, rowSteps, columns, sumBands };
 
     bool hasPattern(Pattern pattern, bool writtenOnly) const;
     bool onePixelCode() const;
@@ -45,6 +45,8 @@ private:
     void turnStrip();
     void chooseForm();
     void chooseCut();
+    static int steps(int length) { return (length + pixelStep - 1) / pixelStep; }
+    void takeSteps(int& lo, int& hi, int index) const;
     Box piece(int index) const;
     void runPiece(int index, float* accumulators);
     void runSums();
@@ -118,15 +120,26 @@ void Work::chooseCut() {
     const std::int64_t components = declaration_.perComponent ? call_.c1 - call_.c0 : 1;
     // A body that writes along an axis walks a whole line at each pixel.
     const bool small = box_.pixels() * components < pixelsWorthThreads && !hasPattern(Pattern::axis, true);
-    if (small || !Vellum::Parallel::ThreadingEnabled()) return;
+    if (small || threader_.threads() == 1 || !Vellum::Parallel::ThreadingEnabled()) return;
     const int wanted = threader_.threads() * chunksPerThread;
-    const int columnUnits = (box_.width() + columnStep - 1) / columnStep;
-    if (box_.height() < wanted && columnUnits > box_.height()) {
+    if (box_.height() < wanted && steps(box_.width()) > box_.height()) {
         cut_ = Cut::columns;
-        pieces_ = std::min(wanted, columnUnits);
+        pieces_ = std::min(wanted, steps(box_.width()));
+    } else if (box_.width() == 1) {
+        cut_ = Cut::rowSteps;
+        pieces_ = std::min(wanted, steps(box_.height()));
     } else {
         pieces_ = std::min(wanted, box_.height());
     }
+}
+
+/// The share of a range that is handed out in whole steps.
+void Work::takeSteps(int& lo, int& hi, int index) const {
+    int first = 0;
+    int last = steps(hi - lo);
+    Vellum::Parallel::DivideRange(first, last, index, pieces_);
+    hi = std::min(lo + last * pixelStep, hi);
+    lo += first * pixelStep;
 }
 
 Box Work::piece(int index) const {
@@ -136,12 +149,10 @@ Box Work::piece(int index) const {
         part.y1 = std::min(part.y0 + rowsPerSum, box_.y1);
     } else if (cut_ == Cut::rows) {
         Vellum::Parallel::DivideRange(part.y0, part.y1, index, pieces_);
+    } else if (cut_ == Cut::rowSteps) {
+        takeSteps(part.y0, part.y1, index);
     } else {
-        int lo = 0;
-        int hi = (box_.width() + columnStep - 1) / columnStep;
-        Vellum::Parallel::DivideRange(lo, hi, index, pieces_);
-        part.x0 = box_.x0 + lo * columnStep;
-        part.x1 = std::min(box_.x0 + hi * columnStep, box_.x1);
+        takeSteps(part.x0, part.x1, index);
     }
     return part;
 }

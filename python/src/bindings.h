@@ -7,9 +7,14 @@
 
 #include <nanobind/nanobind.h>
 
+#include "compute/Catalogue.h"
+
 namespace ViewTint::Python {
 
 namespace nb = nanobind;
+
+/// The default of `flags`.
+inline constexpr int packedCode = static_cast<int>(Vellum::CodeGen::Flags::packed);
 
 void bindImage(nb::module_& module);
 void bindCatalogue(nb::module_& module);

@@ -29,9 +29,11 @@ Image converted(const Image& image, Operation&& operation) {
     });
 }
 
-template <OfOne operation>
+using Conversion = void (*)(const Image&, Image&, int flags);
+
+template <Conversion conversion>
 Image colourOf(const Image& image) {
-    return converted(image, [&](Image& output) { operation(image, output); });
+    return converted(image, [&](Image& output) { conversion(image, output, packedCode); });
 }
 
 }  // namespace
@@ -40,18 +42,14 @@ void bindColour(nb::module_& module) {
     module.def(
         "colourMatrix",
         [](const Image& image, const std::variant<Matrix, MatrixRows>& matrix) {
-            return converted(image, [&](Image& output) { Common::colourMatrix(image, output, matrixOf(matrix)); });
+            return converted(image,
+                             [&](Image& output) { Common::colourMatrix(image, output, matrixOf(matrix), packedCode); });
         },
         "image"_a, "matrix"_a,
         "Components 0 to 2 times a matrix of 3 x 3, or 9 numbers row by row. A fourth component stays.");
-    module.def(
-        "xyzToLab",
-        [](const Image& image) { return converted(image, [&](Image& output) { Common::xyzToLab(image, output); }); },
-        "image"_a, "XYZ with the white point (1, 1, 1) to scaled Lab, see rgbToLab.");
-    module.def(
-        "labToXyz",
-        [](const Image& image) { return converted(image, [&](Image& output) { Common::labToXyz(image, output); }); },
-        "image"_a, "The inverse of xyzToLab.");
+    module.def("xyzToLab", colourOf<Common::xyzToLab>, "image"_a,
+               "XYZ with the white point (1, 1, 1) to scaled Lab, see rgbToLab.");
+    module.def("labToXyz", colourOf<Common::labToXyz>, "image"_a, "The inverse of xyzToLab.");
     module.def("rgbToXyz", colourOf<Common::rgbToXyz>, "image"_a,
                "Linear RGB of 3 or 4 components to XYZ with the white point (1, 1, 1). A fourth component stays.");
     module.def("xyzToRgb", colourOf<Common::xyzToRgb>, "image"_a, "The inverse of rgbToXyz.");

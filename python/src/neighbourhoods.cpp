@@ -108,7 +108,7 @@ gaussianBlur does with sigma `blur`.)");
 
     nb::class_<PullPush>(module, "PullPush",
                          "Fills the holes of a sparse picture from whatever surrounds them, at any distance.")
-        .def(nb::init<int>(), "flags"_a = 19, "flags: as of `run`.")
+        .def(nb::init<int>(), "flags"_a = packedCode, "flags: as of `run`.")
         .def("apply", &PullPush::apply, "image"_a, "weights"_a,
              R"(The filled image. weights: one component, 0 in the holes, up to 1 where a pixel is sure. Boxes of
 one size. Weights of 0 everywhere give 0.)");

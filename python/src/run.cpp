@@ -74,8 +74,8 @@ constexpr const char* signature =
 }  // namespace
 
 void bindRun(nb::module_& module) {
-    module.def("run", run, nb::arg("name"), nb::arg("images"), nb::arg("flags") = 19, nb::arg("iteration") = nb::none(),
-               nb::arg("scalars"), nb::sig(signature),
+    module.def("run", run, nb::arg("name"), nb::arg("images"), nb::arg("flags") = packedCode,
+               nb::arg("iteration") = nb::none(), nb::arg("scalars"), nb::sig(signature),
                R"(Runs a kernel of kernels() and returns its accumulators by name, {} if it has none.
 
 images: in the order of the kernel's record; those that it writes are changed in place. Images may have different boxes

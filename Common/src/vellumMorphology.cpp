@@ -1,0 +1,49 @@
+#include "Common/Common.h"
+#include "compute/RunKernel.h"
+
+namespace Vellum::Kernels {
+extern const Family morphology;
+}
+
+namespace Vellum::Common {
+
+namespace {
+
+using Vellum::Compute::ProgramSource;
+using Vellum::Compute::runKernel;
+using Vellum::Compute::Scalar;
+using Vellum::Kernels::morphology;
+
+const ProgramSource dilateSource(morphology, "dilateKernel");
+const ProgramSource erodeSource(morphology, "erodeKernel");
+const ProgramSource maskEdgeSource(morphology, "maskEdgeKernel");
+
+constexpr int onePixel = 1;
+
+void grow(const ProgramSource& kernel, const Image& source, Image& output, int radius, bool right, bool left, bool up,
+          bool down) {
+    runKernel(kernel, {&source, &output}, onePixel, {}, Scalar{"radius", radius}, Scalar{"right", right},
+              Scalar{"left", left}, Scalar{"up", up}, Scalar{"down", down});
+}
+
+}  // namespace
+
+void dilate(const Image& source, Image& output, int radius, bool right, bool left, bool up, bool down) {
+    grow(dilateSource, source, output, radius, right, left, up, down);
+}
+
+void erode(const Image& source, Image& output, int radius, bool right, bool left, bool up, bool down) {
+    grow(erodeSource, source, output, radius, right, left, up, down);
+}
+
+void maskEdges(const Image& source, Image& output, Sides sides) {
+    if (sides < Sides::left || sides > Sides::upAndDown) return;
+    const bool left = sides == Sides::left || sides == Sides::leftAndRight;
+    const bool right = sides == Sides::right || sides == Sides::leftAndRight;
+    const bool down = sides == Sides::down || sides == Sides::upAndDown;
+    const bool up = sides == Sides::up || sides == Sides::upAndDown;
+    runKernel(maskEdgeSource, {&source, &output}, onePixel, {}, Scalar{"left", left}, Scalar{"right", right},
+              Scalar{"down", down}, Scalar{"up", up});
+}
+
+}  // namespace Vellum::Common
