@@ -7,6 +7,7 @@
 
 #include <nanobind/nanobind.h>
 
+#include "compute/Box.h"
 #include "compute/Catalogue.h"
 
 namespace ViewTint::Python {
@@ -41,6 +42,14 @@ inline std::string textOf(const nb::object& object) {
     PyErr_SetString(packageClass("viewtint.errors", errorClass).ptr(), message.c_str());
     throw nb::python_error();
 }
+
+/// Raises a ValueError. Needs no lock.
+[[noreturn]] inline void raiseValue(const std::string& message) {
+    throw nb::value_error(message.c_str());
+}
+
+/// Raises a ValueError for a box that an image can't have. Kernels may double coordinates and add a reach to them.
+void requirePlace(const Vellum::Image::Box& box);
 
 /// Does `work` with the interpreter's lock released. A Ctrl-C that comes meanwhile is raised when it has finished.
 template <class Work>

@@ -1,8 +1,11 @@
 #include "compute/Image.h"
 
-#include <limits>
+#include <algorithm>
+#include <climits>
 #include <memory>
+#include <span>
 
+#include <fmt/format.h>
 #include <nanobind/ndarray.h>
 #include <nanobind/stl/string.h>
 #include <nanobind/stl/tuple.h>
@@ -38,27 +41,21 @@ AnyArray floatsOf(nb::handle object) {
 }
 
 std::string shapeText(const AnyArray& array) {
-    std::string text;
-    for (std::size_t axis = 0; axis < array.ndim(); ++axis)
-        text += (axis ? ", " : "") + std::to_string(array.shape(axis));
-    return "(" + text + (array.ndim() == 1 ? ",)" : ")");
+    const auto sizes = std::span(array.shape_ptr(), array.ndim());
+    return fmt::format("({}{})", fmt::join(sizes, ", "), array.ndim() == 1 ? "," : "");
 }
 
 Info infoFor(const AnyArray& array, int x0, int y0) {
     const std::size_t components = array.ndim() == 3 ? array.shape(2) : 1;
     if ((array.ndim() != 2 && array.ndim() != 3) || array.size() == 0 || components > 4)
-        throw nb::value_error(
-            ("Image needs an array of shape (height, width) or (height, width, 1 to 4), not " + shapeText(array) + ".")
-                .c_str());
+        raiseValue("Image needs an array of shape (height, width) or (height, width, 1 to 4), not " + shapeText(array) +
+                   ".");
     const auto end = [](int start, std::size_t length) {
-        constexpr auto most = std::numeric_limits<int>::max();
-        if (length > static_cast<std::size_t>(std::int64_t{most} - start))
-            throw nb::value_error(("An image of " + std::to_string(length) + " pixels can't begin at " +
-                                   std::to_string(start) + ": coordinates have 32 bits.")
-                                      .c_str());
-        return static_cast<int>(start + static_cast<std::int64_t>(length));
+        return static_cast<int>(std::min<std::int64_t>(start + static_cast<std::int64_t>(length), INT_MAX));
     };
-    return {{x0, y0, end(x0, array.shape(1)), end(y0, array.shape(0))}, static_cast<std::uint32_t>(components)};
+    const Box box{x0, y0, end(x0, array.shape(1)), end(y0, array.shape(0))};
+    requirePlace(box);
+    return {box, static_cast<std::uint32_t>(components)};
 }
 
 /// Memory of a NumPy array as an image; strides in bytes, of any sign.
@@ -95,12 +92,18 @@ NewArray arrayOf(const Image& image) {
 
 std::string represented(const Image& image) {
     const Box& box = image.box();
-    return "viewtint.Image(box=(" + std::to_string(box.x0) + ", " + std::to_string(box.y0) + ", " +
-           std::to_string(box.x1) + ", " + std::to_string(box.y1) +
-           "), components=" + std::to_string(image.components()) + ")";
+    return fmt::format("viewtint.Image(box=({}, {}, {}, {}), components={})", box.x0, box.y0, box.x1, box.y1,
+                       image.components());
 }
 
 }  // namespace
+
+void requirePlace(const Box& box) {
+    constexpr int most = 1 << 28;
+    if (std::min(box.x0, box.y0) < -most || std::max(box.x1, box.y1) > most)
+        raiseValue(fmt::format("An image can't lie at {}: coordinates run from {} to {}.", toString(box), -most, most));
+    if (box.empty()) raiseValue(fmt::format("An image over {} would have no pixels.", toString(box)));
+}
 
 void bindImage(nb::module_& module) {
     nb::class_<Image>(module, "Image", R"(A raster of 1 to 4 float32 components on a box of the plane.
@@ -115,7 +118,7 @@ Only `run` with a kernel that writes it, and the operations that say so, change 
             R"(Copies an array of float32 and shape (height, width) or (height, width, components).
 
 array: any strides; row 0 is the lowest. Other types of number aren't converted: TypeError. Other shapes: ValueError.
-x0, y0: where the lower left pixel lies, in pixels.
+x0, y0: where the lower left pixel lies, in pixels. Images lie within -2^28 .. 2^28.
 planar: one plane for each component; False lays the components of a pixel side by side. Results are the same.)")
         .def_prop_ro(
             "box",

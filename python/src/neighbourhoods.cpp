@@ -1,5 +1,7 @@
 #include <string>
 
+#include <fmt/format.h>
+
 #include "PullPush/PullPush.h"
 #include "operations.h"
 
@@ -16,9 +18,7 @@ constexpr float most = 65536;
 /// Limits a size in pixels to what a picture can have, so that nothing that is worked out from it overflows.
 void requireSize(const char* name, float value, float least) {
     if (value >= least && value <= most) return;  // not so for NaN
-    throw nb::value_error((std::string(name) + " must lie in " + std::to_string(static_cast<int>(least)) + " .. " +
-                           std::to_string(static_cast<int>(most)) + " pixels.")
-                              .c_str());
+    raiseValue(fmt::format("{} must lie in {} .. {} pixels.", name, least, most));
 }
 
 template <auto operation>
@@ -82,8 +82,7 @@ Sides, outside and radius: as of dilate.)");
         "maskEdges",
         [](const Image& image, int sides) {
             constexpr int lastSides = static_cast<int>(Common::Sides::upAndDown);
-            if (sides < 0 || sides > lastSides)
-                throw nb::value_error(("sides must be 0 .. " + std::to_string(lastSides) + ".").c_str());
+            if (sides < 0 || sides > lastSides) raiseValue("sides must be 0 .. " + std::to_string(lastSides) + ".");
             return written(image,
                            [&](Image& output) { Common::maskEdges(image, output, static_cast<Common::Sides>(sides)); });
         },
@@ -95,7 +94,7 @@ and right, 3 down, 4 up, 5 up and down.)");
         [](const Image& mask, float amount, float blur) {
             requireSize("amount", amount, -most);
             requireSize("blur", blur, -most);
-            if (blur == 0) throw nb::value_error("blur must not be 0.");
+            if (blur == 0) raiseValue("blur must not be 0.");
             return written(mask, [&](Image& output) {
                 Image work1 = newLike(mask);
                 Image work2 = newLike(mask);

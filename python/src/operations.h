@@ -36,6 +36,7 @@ inline Image newLike(const Image& model) {
 }
 
 inline Image newOver(const Box& box, const Image& model) {
+    requirePlace(box);
     return Image({box, model.components()}, Vellum::Compute::Host::hostDevice(), model.tile().layout.spec);
 }
 

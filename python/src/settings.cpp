@@ -15,9 +15,7 @@ namespace {
 using Vellum::Compute::Host::hostDevice;
 
 int threads(std::optional<int> n) {
-    if (n && *n < 0)
-        throw nb::value_error(
-            ("threads takes 0 (all of the machine's) or more, not " + std::to_string(*n) + ".").c_str());
+    if (n && *n < 0) raiseValue("threads takes 0 (all of the machine's) or more, not " + std::to_string(*n) + ".");
     if (n) Vellum::Compute::Host::setThreads(*n);
     return hostDevice().threader()->threads();
 }
@@ -31,7 +29,7 @@ void limitInstructionSet(const std::string& name) {
         }
         known += (known.empty() ? "" : ", ") + std::string(toString(set));
     }
-    throw nb::value_error(("There is no instruction set \"" + name + "\"; there are " + known + ".").c_str());
+    raiseValue("There is no instruction set \"" + name + "\"; there are " + known + ".");
 }
 
 }  // namespace
