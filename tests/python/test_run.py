@@ -78,6 +78,17 @@ def test_edges_with_a_colour(image):
     np.testing.assert_array_equal(o.array, expected)
 
 
+@pytest.mark.parametrize("size", [(1, 1), (3, 5), (2, 60), (50, 3), (70, 90)])
+@pytest.mark.parametrize("kernel", ["boxSumKernel", "symmetricConvolutionKernel", "dilateKernel", "erodeKernel"])
+def test_an_image_with_edges_may_be_smaller_or_larger_than_the_range(image, kernel, size):
+    a, o = image(*size, 1, mask=0.5, x0=-7, y0=20), image(40, 55, 1)
+    run(kernel, [a, o])
+    around = viewtint.copyClamped(a, (-10, -10, 65, 50))
+    expected = viewtint.Image(np.zeros((60, 75), np.float32), -10, -10)
+    run(kernel, [around, expected])
+    np.testing.assert_array_equal(o.array, expected.array[10:50, 10:65])
+
+
 def test_accumulators(image):
     a, mask = image(70, 50, 3), image(70, 50, 3, mask=0.3)
     x, m = a.array.astype(np.float64), mask.array > 0
