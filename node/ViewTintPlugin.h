@@ -4,6 +4,7 @@
 #include <memory>
 #include <vector>
 
+#include "compute/BufferManagement/BufferManager.h"
 #include "framework/SextantProgress.h"
 #include "framework/SextantVellumBase.h"
 #include "framework/StereoKnob.h"
@@ -109,7 +110,10 @@ private:
 
     void render(Fresco::Image::ImagePlane& plane, Steps& steps);
     std::array<int, 2> sourceFormat() const;
-    void rebuildOtherView(const Image& leftView, const Image& rightView, Image& projected) const;
+    /// The other view's colours on the geometry of the view to correct.
+    void rebuildOtherView(Vellum::Utils::BufferManagement::BufferManager& bufferManager,
+                          const std::array<int, 2>& fullSize, const Image& leftView, const Image& rightView,
+                          const Image& disparity, const Image& occlusion, Image& projected) const;
     void setUp(Vellum::Tone::ToneAligner& aligner, const std::array<int, 2>& fullSize, int width) const;
 };
 

@@ -1,6 +1,7 @@
 #include "node/KernelLibraries.h"
 
 #include "Common/Common.h"
+#include "PictureBuilder/PictureBuilder.h"
 #include "PullPush/PullPush.h"
 #include "ToneAligner/ToneAligner.h"
 
@@ -8,6 +9,7 @@ namespace Vellum {
 
 void registerKernelLibraries() {
     Common::registerKernels();
+    PictureBuilder::registerKernels();
     PullPush::registerKernels();
     Tone::registerKernels();
 }

@@ -1,4 +1,5 @@
 #include "Common/Common.h"
+#include "PictureBuilder/PictureBuilder.h"
 #include "ToneAligner/ToneAligner.h"
 #include "compute/BufferManagement/BufferManager.h"
 #include "node/ViewTintChoices.h"
@@ -77,7 +78,7 @@ void ViewTintPlugin::render(Fresco::Image::ImagePlane& plane, Steps& steps) {
         edgeMask.reset(occlusion.info(), *occlusion.device());
         // "Basic" doesn't look at disparity edges.
         Vellum::Common::clear(edgeMask);
-        rebuildOtherView(leftView, rightView, projected);
+        rebuildOtherView(bufferManager, fullSize, leftView, rightView, disparity, occlusion, projected);
     }
 
     Image mask;
@@ -119,12 +120,20 @@ std::array<int, 2> ViewTintPlugin::sourceFormat() const {
     return {source->info().format.width, source->info().format.height};
 }
 
-/// The other view is compared as it stands, not carried along the disparity.
-void ViewTintPlugin::rebuildOtherView(const Image& leftView, const Image& rightView, Image& projected) const {
-    const Image& other = matchWhat == 0 ? rightView : leftView;
-    const Vellum::Image::Box& box = projected.box();
-    if (!other.box().contains(box)) Vellum::Common::clear(projected);
-    Vellum::Common::copy(other, box, projected, box.x0, box.y0);
+void ViewTintPlugin::rebuildOtherView(BufferManager& bufferManager, const std::array<int, 2>& fullSize,
+                                      const Image& leftView, const Image& rightView, const Image& disparity,
+                                      const Image& occlusion, Image& projected) const {
+    constexpr int rimsExtended = 3;
+    constexpr int marksBlended = 1;
+    Vellum::PictureBuilder::PictureBuilder builder(bufferManager, false, rimsExtended, marksBlended, true,
+                                                   kernelFlags());
+    builder.setGrowOcclusion(false);
+    builder.setDirection(matchWhat == 0 ? 1 : 0);
+    builder.setGrowAmount(0.0f);
+    builder.setFeather(1.5f);
+    builder.setUseInputMask(false);
+    builder.setWrapSize(fullSize);
+    builder.build(leftView, rightView, disparity, occlusion, projected);
 }
 
 void ViewTintPlugin::setUp(Vellum::Tone::ToneAligner& aligner, const std::array<int, 2>& fullSize, int width) const {
