@@ -1,7 +1,8 @@
 #pragma once
 
 #include <algorithm>
-#include <opencv2/core/utility.hpp>
+#include <opencv2/core.hpp>
+#include <opencv2/imgproc.hpp>
 
 #include "benchmarks/MemoryReference.h"
 

@@ -1,7 +1,5 @@
 // Colour conversions of a 1080p picture of three components, against memory and against OpenCV's. Each library works on
 // pictures as it keeps them: planes here, pixels side by side there.
-#include <opencv2/core.hpp>
-#include <opencv2/imgproc.hpp>
 #include <random>
 
 #include "Common/Common.h"
@@ -81,6 +79,19 @@ void labToSrgb(benchmark::State& state) {
     });
 }
 
+/// OpenCV has no transfer curve by itself.
+void srgbToLinear(benchmark::State& state) {
+    Pictures p = Pictures::ofRgb();
+    measure(state, static_cast<int>(state.range(0)), planesMoved,
+            [&] { Vellum::Common::srgbToLinear(p.source, p.output); });
+}
+
+void linearToSrgb(benchmark::State& state) {
+    Pictures p = Pictures::ofRgb();
+    measure(state, static_cast<int>(state.range(0)), planesMoved,
+            [&] { Vellum::Common::linearToSrgb(p.source, p.output); });
+}
+
 /// As on a machine without AVX-512.
 template <void (*conversion)(benchmark::State&)>
 void onAvx2(benchmark::State& state) {
@@ -99,6 +110,8 @@ BENCHMARK(linearRgbToLab)->Apply(onOneAndTwoThreads);
 BENCHMARK(labToLinearRgb)->Apply(onOneAndTwoThreads);
 BENCHMARK(srgbToLab)->Apply(onOneAndTwoThreads);
 BENCHMARK(labToSrgb)->Apply(onOneAndTwoThreads);
+BENCHMARK(srgbToLinear)->Apply(onOneAndTwoThreads);
+BENCHMARK(linearToSrgb)->Apply(onOneAndTwoThreads);
 BENCHMARK_TEMPLATE(onAvx2, linearRgbToLab)->Apply(onOneAndTwoThreads);
 BENCHMARK_TEMPLATE(onAvx2, labToLinearRgb)->Apply(onOneAndTwoThreads);
 

@@ -1,3 +1,5 @@
+#include <cmath>
+
 #include "Common/Common.h"
 #include "compute/RunKernel.h"
 
@@ -44,6 +46,33 @@ void maskEdges(const Image& source, Image& output, Sides sides) {
     const bool up = sides == Sides::up || sides == Sides::upAndDown;
     runKernel(maskEdgeSource, {&source, &output}, onePixel, {}, Scalar{"left", left}, Scalar{"right", right},
               Scalar{"down", down}, Scalar{"up", up});
+}
+
+namespace {
+
+/// A blur of nothing is a copy.
+void blurOrCopy(const Image& source, Image& temporary, Image& output, float sigma) {
+    if (sigma != 0)
+        gaussianBlur(source, temporary, output, sigma);
+    else if (&source != &output)
+        copy(source, output);
+}
+
+}  // namespace
+
+void growMask(const Image& mask, Image& work1, Image& work2, Image& output, float amount, float blur) {
+    const bool widens = amount >= 0;
+    const int whole = static_cast<int>(std::abs(amount));
+    const float fraction = std::abs(amount) - static_cast<float>(whole);
+    const auto growBy = [&](int radius, Image& grown) {
+        widens ? dilate(mask, grown, radius) : erode(mask, grown, radius);
+    };
+    growBy(whole, work1);
+    blurOrCopy(work1, work2, output, blur);
+    if (fraction == 0) return;  // the larger mask would weigh nothing
+    growBy(whole + 1, work2);
+    blurOrCopy(work2, work1, work2, blur);
+    crossFade(work2, output, output, fraction);
 }
 
 }  // namespace Vellum::Common

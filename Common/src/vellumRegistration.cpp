@@ -16,7 +16,8 @@ namespace Vellum::Common {
 
 void registerKernels() {
     using namespace Vellum::Kernels;
-    registerFamilies({&arithmetic, &blending, &colour, &copying, &morphology, &smoothing, &statistics, &transferCurves});
+    registerFamilies(
+        {&arithmetic, &blending, &colour, &copying, &morphology, &smoothing, &statistics, &transferCurves});
 }
 
 }  // namespace Vellum::Common

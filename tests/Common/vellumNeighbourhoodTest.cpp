@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <tuple>
 
 #include "Common/Common.h"
 #include "compute/Exception.h"
@@ -518,6 +519,42 @@ TEST_F(Neighbourhood, maskEdgesBySide) {
         const Pixels untouched = edges(static_cast<Sides>(other));
         untouched.forEach([&](int x, int y, int) { EXPECT_EQ(untouched.at(x, y, 0), 7) << other; });
     }
+}
+
+/// A mask grown by a part of a pixel lies between those grown by whole pixels; the weight is the fraction.
+TEST_F(Neighbourhood, growMaskMixesWholeSteps) {
+    const Box box{-2, 1, 24, 20};
+    Pixels values(box, 1);
+    values.forEach([&](int x, int y, int) { values.at(x, y, 0) = x > 6 && x < 13 && y > 5 && y < 14; });
+    const TestImage mask(values, Arrangement::planar);
+    const auto grown = [&](float amount, float blur) {
+        TestImage work1(Pixels(box, 1), Arrangement::planar), work2(Pixels(box, 1), Arrangement::planar);
+        TestImage output(Pixels(box, 1), Arrangement::planar);
+        Vellum::Common::growMask(mask.image(), work1.image(), work2.image(), output.image(), amount, blur);
+        return output.pixels();
+    };
+    const auto blurred = [&](int radius, bool widens) {
+        TestImage step(values, Arrangement::planar), work(values, Arrangement::planar);
+        TestImage output(values, Arrangement::planar);
+        (widens ? Vellum::Common::dilate : Vellum::Common::erode)(mask.image(), step.image(), radius, true, true, true,
+                                                                  true);
+        Vellum::Common::gaussianBlur(step.image(), work.image(), output.image(), 1.5f);
+        return output.pixels();
+    };
+    EXPECT_EQ(firstDifference(blurred(2, true), grown(2, 1.5f)), "");
+    EXPECT_EQ(firstDifference(blurred(1, false), grown(-1, 1.5f)), "");
+    for (const auto& [amount, lower, upper] : {std::tuple{2.25f, 2, 3}, {-0.75f, 0, 1}}) {
+        const Pixels actual = grown(amount, 1.5f);
+        const Pixels near = blurred(lower, amount > 0), far = blurred(upper, amount > 0);
+        const float fraction = std::abs(amount) - static_cast<float>(lower);
+        actual.forEach([&](int x, int y, int) {
+            const float expected = fraction * far.at(x, y, 0) + (1 - fraction) * near.at(x, y, 0);
+            EXPECT_NEAR(actual.at(x, y, 0), expected, 1e-6f);
+        });
+    }
+    const Pixels sharp = grown(1, 0);
+    EXPECT_EQ(sharp.at(6, 9, 0), 1) << "without a blur the mask stays hard";
+    EXPECT_EQ(sharp.at(5, 9, 0), 0);
 }
 
 }  // namespace ViewTint::Tests
