@@ -94,10 +94,8 @@ void visitDefault(const CatalogueEntry& entry, const ScalarDeclaration& scalar, 
     }
 }
 
-/// "float[4]"
 std::string typeOf(const ScalarDeclaration& scalar) {
-    const int elements = scalar.vectorWidth * scalar.arrayLength;
-    return elements == 1 ? toString(scalar.type) : fmt::format("{}[{}]", toString(scalar.type), elements);
+    return typeText(scalar.type, scalar.vectorWidth * scalar.arrayLength);
 }
 
 /// "float[9] matrix"

@@ -1,5 +1,7 @@
 # How every part of the project is compiled.
 
+option(VIEWTINT_HOST "Build the node, its host and the command" ON)
+option(VIEWTINT_PYTHON "Build the Python module, if nanobind and Python's headers are there" ON)
 option(VIEWTINT_TESTS "Build the tests" ON)
 option(VIEWTINT_BENCHMARKS "Build the benchmarks" ON)
 set(VIEWTINT_SANITIZE "" CACHE STRING "Sanitizers for every part, for example address,undefined")

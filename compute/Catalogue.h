@@ -1,7 +1,9 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <initializer_list>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -14,6 +16,8 @@ namespace Vellum::Kernels {
 const char* toString(Pattern pattern);
 const char* toString(EdgeMethod method);
 const char* toString(ScalarType type);
+/// "float", "float[4]".
+std::string typeText(ScalarType type, int elements);
 
 /// A parameter block's first part as it is before anything is set: `parameterBytes` of the declaration.
 std::vector<std::byte> defaultParameters(const KernelDeclaration& declaration);
@@ -87,6 +91,7 @@ namespace Vellum::CodeGen {
 enum class Flags : int { onePixel = 1, packed = 19 };
 
 enum class InstructionSet { sse2 = 0, avx2 = 1, avx512 = 2 };
+inline constexpr std::array allInstructionSets{InstructionSet::sse2, InstructionSet::avx2, InstructionSet::avx512};
 
 /// The widest set that this build has, the machine knows and the limit allows.
 InstructionSet instructionSet();

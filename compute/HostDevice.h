@@ -24,13 +24,14 @@ public:
     void run(const KernelCall& call) override;
 
     Vellum::Parallel::ThreaderPointer threader() const;
-    /// Takes effect with the next kernel call. Not while a kernel runs.
+    /// Takes effect with the next kernel call; one that runs keeps its threads.
     void setThreader(Vellum::Parallel::ThreaderPointer threader);
 
     MemoryPool& pool() { return *pool_; }
 
 private:
     std::string name_;
+    mutable std::mutex threaderMutex_;
     Vellum::Parallel::ThreaderPointer threader_;
     std::shared_ptr<MemoryPool> pool_;
 };

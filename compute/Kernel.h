@@ -10,6 +10,7 @@
 #include <string>
 #include <string_view>
 #include <type_traits>
+#include <vector>
 
 #include <boost/smart_ptr/intrusive_ptr.hpp>
 
@@ -57,6 +58,16 @@ struct ParamName {
     std::string_view name;
     std::uint64_t hash = 0;  ///< Kernels::nameHash of the name; counts where that is empty
 };
+
+/// A scalar or a result under its name.
+struct NamedParam {
+    std::string name;
+    Vellum::CodeGen::MarshalledParam param;
+};
+
+/// What a caller may set: a kernel's scalars in their order, then the colours outside its images.
+std::vector<NamedParam> callerParams(const Vellum::Kernels::CatalogueEntry& entry);
+std::vector<NamedParam> accumulatorParams(const Vellum::Kernels::CatalogueEntry& entry);
 
 /// A kernel chosen for the pixel types of a call.
 class Kernel {
@@ -160,6 +171,12 @@ public:
     template <class T>
     T get(const ParamName& name) const;
 
+    /// The same for callers that learn the number of elements at run time.
+    template <class T>
+    void setElements(const ParamName& name, std::span<const T> elements);
+    template <class T>
+    void getElements(const ParamName& name, std::span<T> elements) const;
+
     /// True when the parameter block has changed since the last launch.
     bool dirty() const { return dirty_; }
 
@@ -233,6 +250,18 @@ T KernelExecutionContext::get(const ParamName& name) const {
     T value{};
     readScalar(name, Detail::scalarType<typename Shape::Element>(), Shape::count, &value, sizeof value);
     return value;
+}
+
+template <class T>
+void KernelExecutionContext::setElements(const ParamName& name, std::span<const T> elements) {
+    writeScalar(name, Detail::scalarType<T>(), static_cast<int>(elements.size()), elements.data(),
+                static_cast<int>(elements.size_bytes()));
+}
+
+template <class T>
+void KernelExecutionContext::getElements(const ParamName& name, std::span<T> elements) const {
+    readScalar(name, Detail::scalarType<T>(), static_cast<int>(elements.size()), elements.data(),
+               static_cast<int>(elements.size_bytes()));
 }
 
 }  // namespace Vellum::JIT

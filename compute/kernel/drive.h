@@ -158,11 +158,20 @@ void runSums(const Launch& launch) {
 
 /// A kernel may bring a second form of itself for whole pieces of a launch, where neighbouring pixels lie next to each
 /// other: `template <class V, Counts T> static void hostForm(const Launch&)`. It adds in the body's order and gives the
-/// body's bits; all other forms of the kernel are the body.
+/// body's bits; all other forms of the kernel are the body. It gets no piece that itself lies outside an image with an
+/// edge, as happens where that is smaller than the written one.
 template <class K, class V, Counts T>
 concept HasHostForm = requires(const Launch& launch) {
     K::template hostForm<V, T>(launch);
 };
+
+template <class... D, int... I>
+VT_FN bool liesInImagesWithEdges(const Launch& launch, ImageList<D...>, Sequence<I...>) {
+    const auto covers = [&](const ImageArgument& image) {
+        return image.x0 <= launch.x0 && launch.x1 <= image.x1 && image.y0 <= launch.y0 && launch.y1 <= image.y1;
+    };
+    return (... && (D::edge == EdgeMethod::none || D::pattern == Pattern::random || covers(launch.images[I])));
+}
 
 template <class K>
 consteval bool takesWholeStrips() {
@@ -175,8 +184,9 @@ consteval bool takesWholeStrips() {
 template <class K, Counts T, class V, Reach R>
 void runLaunch(const Launch& launch) {
     if constexpr (R == Reach::unit && HasHostForm<K, V, T>)
-        K::template hostForm<V, T>(launch);
-    else if constexpr (K::reduction)
+        if (liesInImagesWithEdges(launch, typename K::Images{}, typename MakeSequence<K::imageCount>::Type{}))
+            return K::template hostForm<V, T>(launch);
+    if constexpr (K::reduction)
         runSums<K, T, V, R>(launch);
     else
         runRows<K, T, V, R>(launch);

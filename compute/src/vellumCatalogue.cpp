@@ -43,6 +43,10 @@ const char* toString(ScalarType type) {
     return "unknown";
 }
 
+std::string typeText(ScalarType type, int elements) {
+    return toString(type) + (elements == 1 ? "" : "[" + std::to_string(elements) + "]");
+}
+
 std::vector<std::byte> defaultParameters(const KernelDeclaration& declaration) {
     std::vector<std::byte> parameters(static_cast<std::size_t>(declaration.parameterBytes));
     declaration.writeDefaults(parameters.data());
@@ -130,8 +134,8 @@ const char* toString(InstructionSet set) {
 
 std::vector<InstructionSet> availableInstructionSets() {
     std::vector<InstructionSet> sets;
-    for (int set = 0; set <= static_cast<int>(available()); ++set)
-        sets.push_back(static_cast<InstructionSet>(set));
+    for (const InstructionSet set : allInstructionSets)
+        if (set <= available()) sets.push_back(set);
     return sets;
 }
 

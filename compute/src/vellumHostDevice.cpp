@@ -209,15 +209,18 @@ void Device::download(void* destination, const Cobalt::Device::MemoryBlock& sour
 }
 
 void Device::run(const KernelCall& call) {
-    Work(call, *threader_).run();
+    const auto threads = threader();
+    Work(call, *threads).run();
 }
 
 Vellum::Parallel::ThreaderPointer Device::threader() const {
+    const std::scoped_lock lock(threaderMutex_);
     return threader_;
 }
 
 void Device::setThreader(Vellum::Parallel::ThreaderPointer threader) {
-    threader_ = std::move(threader);
+    const std::scoped_lock lock(threaderMutex_);
+    threader_.swap(threader);  // the former one may end its threads: outside the lock
 }
 
 Device& hostDevice() {

@@ -97,6 +97,14 @@ MarshalledParam marshalled(const ScalarDeclaration& scalar, bool inAccumulator) 
     return {scalar.offset, scalar.vectorWidth, scalar.arrayLength, scalar.type, inAccumulator};
 }
 
+std::vector<NamedParam> named(const ScalarDeclarations& scalars, bool inAccumulator) {
+    std::vector<NamedParam> params;
+    params.reserve(scalars.count);
+    for (int i = 0; i < scalars.count; ++i)
+        params.push_back({scalars.list[i].name, marshalled(scalars.list[i], inAccumulator)});
+    return params;
+}
+
 /// The number of the image whose outside colour the name means, or -1.
 int imageOfEdgeColour(const KernelDeclaration& kernel, std::string_view name) {
     if (!name.starts_with(edgeColourPrefix)) return -1;
@@ -104,6 +112,12 @@ int imageOfEdgeColour(const KernelDeclaration& kernel, std::string_view name) {
     for (int i = 0; i < kernel.images.count; ++i)
         if (kernel.images.list[i].edge == EdgeMethod::constant && name == kernel.images.list[i].name) return i;
     return -1;
+}
+
+MarshalledParam edgeColour(const Vellum::Kernels::CatalogueEntry& entry, int image) {
+    const auto offset = entry.imageParametersOffset() + image * int{sizeof(ImageParameters)} +
+                        int{offsetof(ImageParameters, constEdgeColor)};
+    return {offset, 4, 1, ScalarType::real, false};
 }
 
 /// Whether the pixels that a kernel touches without an edge rule, for a range of iteration pixels, are all there.
@@ -123,11 +137,34 @@ bool covers(const ImageArgument& argument, const ImageDeclaration& image, const 
     return x0 >= argument.x0 && y0 >= argument.y0 && x1 <= argument.x1 && y1 <= argument.y1;
 }
 
+/// Whether the places that a body reads round a pixel can be counted in 32 bits, from any coordinate.
+bool reachIsPossible(const ImageDeclaration& image, const ImageParameters& parameters) {
+    constexpr int most = 1 << 29;
+    const int axes = image.pattern == Pattern::axis ? 1 : image.pattern == Pattern::rectangle ? 2 : 0;
+    for (int axis = 0; axis < axes; ++axis)
+        for (const int reach : {parameters.rangeMin[axis], parameters.rangeMax[axis]})
+            if (reach < -most || reach > most) return false;
+    return true;
+}
+
 bool sameGeometry(const ImageArgument& a, const ImageArgument& b) {
     return boxOf(a) == boxOf(b) && a.strideX == b.strideX && a.strideY == b.strideY && a.strideC == b.strideC;
 }
 
 }  // namespace
+
+std::vector<NamedParam> callerParams(const Vellum::Kernels::CatalogueEntry& entry) {
+    const KernelDeclaration& kernel = entry.declaration();
+    auto params = named(kernel.scalars, false);
+    for (int i = 0; i < kernel.images.count; ++i)
+        if (kernel.images.list[i].edge == EdgeMethod::constant)
+            params.push_back({std::string(edgeColourPrefix) + kernel.images.list[i].name, edgeColour(entry, i)});
+    return params;
+}
+
+std::vector<NamedParam> accumulatorParams(const Vellum::Kernels::CatalogueEntry& entry) {
+    return named(entry.declaration().accumulators, true);
+}
 
 KernelPointer Kernel::Make(const Vellum::Kernels::CatalogueEntry& entry,
                            std::span<const Vellum::Image::Image* const> images, Vellum::CodeGen::Flags flags,
@@ -183,22 +220,17 @@ MarshalledParam KernelExecutionContext::getMarshalledParamThrow(const ParamName&
     const KernelDeclaration& kernel = declaration();
     if (const auto* scalar = find(kernel.scalars, name)) return marshalled(*scalar, false);
     if (const auto* result = find(kernel.accumulators, name)) return marshalled(*result, true);
-    if (const int image = imageOfEdgeColour(kernel, name.name); image >= 0) {
-        const auto offset = kernel_->entry().imageParametersOffset() + image * int{sizeof(ImageParameters)} +
-                            int{offsetof(ImageParameters, constEdgeColor)};
-        return {offset, 4, 1, ScalarType::real, false};
-    }
+    if (const int image = imageOfEdgeColour(kernel, name.name); image >= 0) return edgeColour(kernel_->entry(), image);
     std::string known;
-    for (int i = 0; i < kernel.scalars.count; ++i)
-        known += (i ? ", " : "") + std::string(kernel.scalars.list[i].name);
+    for (const auto& scalar : callerParams(kernel_->entry()))
+        known += (known.empty() ? "" : ", ") + scalar.name;
     fail(named(kernel) + " has no parameter \"" + textOf(name) + "\"; " +
          (known.empty() ? "it has none." : "there are " + known + "."));
 }
 
 void KernelExecutionContext::badType(const ParamName& name, const MarshalledParam& param) const {
-    const int elements = param.count * param.arrayLength;
-    fail(named(declaration()) + ": parameter \"" + textOf(name) + "\" is " + toString(param.type) +
-         (elements > 1 ? " x " + std::to_string(elements) : "") + " and was used as another type.");
+    fail(named(declaration()) + ": parameter \"" + textOf(name) + "\" is " +
+         typeText(param.type, param.count * param.arrayLength) + " and was used as another type.");
 }
 
 void KernelExecutionContext::writeScalar(const ParamName& name, ScalarType type, int elements, const void* bytes,
@@ -241,6 +273,8 @@ void KernelExecutionContext::checkReach(const Box& box, int c0, int c1) {
         if (bounded && !covers(images_[i], image, imageParameters()[i], box))
             fail(named(kernel) + " runs over " + toString(box) + " and reads or writes pixels that" + imageName() +
                  " of " + toString(boxOf(images_[i])) + " doesn't have.");
+        if (!bounded && !reachIsPossible(image, imageParameters()[i]))
+            fail(named(kernel) + " would read" + imageName() + " too far from a pixel.");
         if (image.written) continue;
         for (int j = 0; j < imageCount_; ++j) {
             if (!kernel.images.list[j].written || images_[j].data != images_[i].data) continue;

@@ -1,5 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <limits>
+#include <thread>
+
 #include "compute/Exception.h"
 #include "compute/RunKernel.h"
 #include "tests/harness/KernelHarness.h"
@@ -96,6 +100,41 @@ TEST(KernelCall, scalars) {
     EXPECT_NE(messageOf([&] { context.get<float>({"radius"}); }), "");
 }
 
+TEST(KernelCall, scalarsThatAreKnownAtRunTimeOnly) {
+    const auto& kernel = *Vellum::Kernels::findKernel("testConstantCornersKernel");
+    const auto params = Vellum::JIT::callerParams(kernel);
+    ASSERT_EQ(params.size(), 2u);
+    EXPECT_EQ(params[0].name, "reach");
+    EXPECT_EQ(params[0].param.type, ScalarType::integer);
+    EXPECT_EQ(params[1].name, "constEdgeColorA");
+    EXPECT_EQ(params[1].param.type, ScalarType::real);
+
+    TestImage a = ones({0, 0, 4, 4}, 1);
+    TestImage o = ones({0, 0, 4, 4}, 1);
+    const Images images{&a.image(), &o.image()};
+    KernelExecutionContext context(make("testConstantCornersKernel", images));
+    context.setImageParamBindings(images);
+    const std::vector<int> reach{0, 0, 1, 2};
+    context.setElements<int>({"reach"}, reach);
+    const std::vector<float> outside{5, 0, 0, 0};
+    context.setElements<float>({"constEdgeColorA"}, outside);
+    std::vector<int> read(4);
+    context.getElements<int>({"reach"}, read);
+    EXPECT_EQ(read, reach);
+    context.iterate(hostDevice(), {});
+    EXPECT_EQ(o.pixels().at(0, 0, 0), 1 + 2 * 1);
+    EXPECT_EQ(o.pixels().at(3, 0, 0), 1 + 2 * 5);
+
+    EXPECT_EQ(messageOf([&] { context.setElements<int>({"reach"}, std::span(reach).first(3)); }),
+              "Kernel \"testConstantCornersKernel\": parameter \"reach\" is int[4] and was used as another type.");
+    EXPECT_EQ(messageOf([&] { context.set({"reech"}, 1); }),
+              "Kernel \"testConstantCornersKernel\" has no parameter \"reech\"; there are reach, constEdgeColorA.");
+    for (const int farAway : {std::numeric_limits<int>::max(), std::numeric_limits<int>::min()}) {
+        context.set({"reach"}, std::array{0, 0, farAway, 0});
+        EXPECT_NE(messageOf([&] { context.iterate(hostDevice(), {}); }).find("too far"), std::string::npos);
+    }
+}
+
 TEST(KernelCall, variantsAndFlags) {
     const TestImage one = ones({0, 0, 4, 4}, 1);
     const TestImage two = ones({0, 0, 4, 4}, 2);
@@ -146,6 +185,20 @@ TEST(KernelCall, withoutThreadsTheResultIsTheSame) {
     Vellum::Parallel::SetThreadingEnabled(false);
     EXPECT_EQ(written({}, 1, {0, 0, 400, 300}), 400 * 300);
     Vellum::Parallel::SetThreadingEnabled(true);
+}
+
+TEST(KernelCall, threadsMayChangeWhileKernelsRun) {
+    const auto before = hostDevice().threader();
+    std::atomic<bool> done{false};
+    std::thread changes([&] {
+        for (int i = 0; !done; ++i)
+            Vellum::Compute::Host::setThreads(1 + i % 3);
+    });
+    for (int i = 0; i < 50; ++i)
+        EXPECT_EQ(written({}, 1, {0, 0, 400, 300}), 400 * 300);
+    done = true;
+    changes.join();
+    hostDevice().setThreader(before);
 }
 
 TEST(KernelCall, pointKernelsWorkInPlace) {

@@ -1,0 +1,45 @@
+#include "base/Ensure.h"
+#include "bindings.h"
+#include "compute/Exception.h"
+#include "node/KernelLibraries.h"
+
+namespace ViewTint::Python {
+
+namespace {
+
+/// Exceptions of the C++ layers carry their sentence for the user as an attribute.
+void translate(const std::exception_ptr& exception, void*) {
+    const auto set = [](nb::handle errorClass, const Cobalt::Base::Exception& failure) {
+        PyErr_SetString(errorClass.ptr(), Cobalt::Base::userMessage(failure).c_str());
+    };
+    try {
+        std::rethrow_exception(exception);
+    } catch (const Vellum::Compute::MemoryException& failure) {
+        set(PyExc_MemoryError, failure);
+    } catch (const Cobalt::Base::ContractViolation& failure) {
+        set(PyExc_RuntimeError, failure);
+    } catch (const Cobalt::Base::Exception& failure) {
+        set(packageClass("viewtint.errors", "Error"), failure);
+    }
+}
+
+}  // namespace
+
+}  // namespace ViewTint::Python
+
+NB_MODULE(_viewtint, module) {
+    using namespace ViewTint::Python;
+    Vellum::registerKernelLibraries();
+    module.doc() = "The compiled part of viewtint.";
+    module.attr("version") = VIEWTINT_VERSION;
+    nb::register_exception_translator(translate);
+    bindImage(module);
+    bindCatalogue(module);
+    bindRun(module);
+    bindCopies(module);
+    bindArithmetic(module);
+    bindColour(module);
+    bindNeighbourhoods(module);
+    bindStatistics(module);
+    bindSettings(module);
+}
