@@ -84,11 +84,20 @@ void colourMatrix(const Image& source, Image& output, const std::array<float, 9>
 void xyzToLab(const Image& source, Image& output, int flags = 1);
 void labToXyz(const Image& source, Image& output, int flags = 1);
 
-void rgbToXyz(const Image& source, Image& output);
-void xyzToRgb(const Image& source, Image& output);
-/// Linear RGB to scaled Lab. A fourth component of the output stays.
-void rgbToLab(const Image& source, Image& output);
-void labToRgb(const Image& source, Image& output);
+/// Linear RGB with the primaries of Rec. 709 to XYZ with the D65 white point divided out, row by row.
+inline constexpr std::array<float, 9> rgbToXyzMatrix{0.4339115f,  0.37622687f, 0.1898616f,   //
+                                                     0.21264936f, 0.7151691f,  0.07218152f,  //
+                                                     0.01775321f, 0.10946182f, 0.8727849f};
+inline constexpr std::array<float, 9> xyzToRgbMatrix{3.0802281f,  -1.5373085f,  -0.5429192f,  //
+                                                     -0.9212165f, 1.8759666f,   0.04525001f,  //
+                                                     0.05288144f, -0.20400739f, 1.1511259f};
+
+void rgbToXyz(const Image& source, Image& output, int flags = 1);
+void xyzToRgb(const Image& source, Image& output, int flags = 1);
+/// Linear RGB to scaled Lab (L = 1.16 f(Y) - 0.16, a = 5 (f(X) - f(Y)), b = 2 (f(Y) - f(Z))): rgbToXyz and xyzToLab in
+/// one pass. Images of 3 or 4 components; a fourth one of the output stays.
+void rgbToLab(const Image& source, Image& output, int flags = 1);
+void labToRgb(const Image& source, Image& output, int flags = 1);
 /// The sRGB transfer curve on components 0 to 2; of the others the output takes what the source has, else 0.
 void srgbToLinear(const Image& source, Image& output);
 void linearToSrgb(const Image& source, Image& output);
@@ -109,7 +118,8 @@ void erode(const Image& source, Image& output, int radius, bool right = true, bo
 enum class Sides { left = 0, right = 1, leftAndRight = 2, down = 3, up = 4, upAndDown = 5 };
 /// 1 where the mask isn't 0 and a chosen neighbour is; else 0. Another value of `sides` does nothing.
 void maskEdges(const Image& source, Image& output, Sides sides);
-/// Widens a soft mask by `amount` pixels, or narrows it by -amount, and blurs it with sigma `blur`, which must not be 0.
+/// Widens a soft mask by `amount` pixels, or narrows it by -amount, and blurs it with sigma `blur`, which must not be
+/// 0.
 void growMask(const Image& mask, Image& work1, Image& work2, Image& output, float amount, float blur);
 
 // ---- statistics

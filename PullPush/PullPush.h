@@ -17,6 +17,8 @@ public:
 
     /// `image` of 1 to 4 components; `weights` of one, limited to 0 .. 1; `result` like `image`, which may not share
     /// its memory. Boxes may begin anywhere; they must be of one size. Weights of 0 everywhere give 0.
+    /// The coarsest level is one pixel in its shorter direction only: in a picture much longer than wide, what lies
+    /// farther from any weight than that level's pixels reach stays 0.
     void apply(const Vellum::Image::Image& image, const Vellum::Image::Image& weights, Vellum::Image::Image& result);
 
 private:

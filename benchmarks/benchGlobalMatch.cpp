@@ -3,7 +3,6 @@
 
 #include "Common/Common.h"
 #include "ToneAligner/ToneAligner.h"
-#include "ToneAligner/src/vellumLabColour.h"
 #include "benchmarks/MemoryReference.h"
 #include "compute/Catalogue.h"
 #include "compute/HostDevice.h"

@@ -38,6 +38,10 @@ Json Json::number(double value) {
     return Json(fmt::format("{}", value));
 }
 
+Json Json::number(float value) {
+    return std::isfinite(value) ? Json(fmt::format("{}", value)) : number(double{value});
+}
+
 Json Json::integer(long long value) {
     return Json(fmt::format("{}", value));
 }

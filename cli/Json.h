@@ -14,6 +14,7 @@ public:
     /// In the shortest form that reads back the same. JSON has no infinity and no NaN: the one becomes the text "inf"
     /// or "-inf", the other null.
     static Json number(double value);
+    static Json number(float value);
     static Json integer(long long value);
     static Json boolean(bool value);
     static Json array(const std::vector<Json>& items);

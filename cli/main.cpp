@@ -16,6 +16,7 @@
 #include "cli/Interruption.h"
 #include "cli/compareCommand.h"
 #include "cli/infoCommand.h"
+#include "cli/kernelsCommand.h"
 #include "cli/packCommand.h"
 #include "cli/renderCommand.h"
 #include "host/files/MultiViewFile.h"
@@ -94,6 +95,7 @@ int run(int argc, char** argv) {
     addInfoCommand(app, context);
     addPackCommand(app, context);
     addCompareCommand(app, context);
+    addKernelsCommand(app, context);
 
     if (const auto ended = parse(app, argc, argv)) return *ended;
     catchInterrupts();

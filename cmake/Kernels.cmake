@@ -25,6 +25,7 @@ function(viewtint_kernel_family library family file)
     string(APPEND declarations "inline namespace ${isa} { extern const FamilyTable ${family}_${isa}; }\n")
     string(APPEND tables "&${family}_${isa}, ")
   endforeach()
+  cmake_path(GET CMAKE_CURRENT_SOURCE_DIR FILENAME folder)
   set(registration ${CMAKE_CURRENT_BINARY_DIR}/${family}Family.cpp)
   file(CONFIGURE OUTPUT ${registration} @ONLY CONTENT [[
 #include "compute/Catalogue.h"
@@ -32,7 +33,7 @@ function(viewtint_kernel_family library family file)
 namespace Vellum::Kernels {
 @declarations@
 extern const Family @family@;
-const Family @family@({@tables@});
+const Family @family@("@folder@", {@tables@});
 }  // namespace Vellum::Kernels
 ]])
   target_sources(${library} PRIVATE ${registration})

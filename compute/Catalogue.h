@@ -1,47 +1,43 @@
 #pragma once
 
-#include <cstdint>
+#include <cstddef>
 #include <initializer_list>
-#include <span>
-#include <string>
 #include <string_view>
 #include <vector>
 
+#include "compute/KernelKey.h"
+#include "compute/PixelTypes.h"
 #include "compute/kernel/launch.h"
 
 namespace Vellum::Kernels {
 
-/// The pixel types of a kernel's images in order, one byte each: the component count, plus 8 for unsigned integers.
-class PixelTypes {
-public:
-    /// "3f_1f", "4ui". Throws Compute::Exception on anything else.
-    static PixelTypes parse(std::string_view tuple);
+const char* toString(Pattern pattern);
+const char* toString(EdgeMethod method);
+const char* toString(ScalarType type);
 
-    void append(int components, bool isUnsigned);
-    int size() const { return size_; }
-    std::string text() const;
-
-    friend bool operator==(const PixelTypes&, const PixelTypes&) = default;
-
-private:
-    std::uint64_t code_ = 0;
-    int size_ = 0;
-};
+/// A parameter block's first part as it is before anything is set: `parameterBytes` of the declaration.
+std::vector<std::byte> defaultParameters(const KernelDeclaration& declaration);
 
 /// One kernel with its compiled forms for the instruction sets that were built.
 class CatalogueEntry {
 public:
-    CatalogueEntry(std::string_view family, const KernelDeclaration& declaration);
+    explicit CatalogueEntry(const KernelDeclaration& declaration);
 
-    std::string_view family() const { return family_; }
     const KernelDeclaration& declaration() const { return *declaration_; }
+    const KernelIdentity& identity() const { return identity_; }
     const std::vector<PixelTypes>& tuples() const { return tuples_; }
     /// The number of the variant for these pixel types, or -1.
     int variant(const PixelTypes& types) const;
+    KernelKey key(int variant, KernelTarget target) const { return {identity_, target, tuples_[variant]}; }
 
     /// The form that the present instruction set and the images' strides ask for.
     LaunchFunction packedForm(int variant, bool unitStride) const;
     LaunchFunction onePixelForm(int variant) const { return forms_[0][variant].onePixel; }
+    DeviceBody deviceBody(int variant) const { return forms_[0][variant].deviceBody; }
+    DeviceFold deviceFold(int variant) const { return forms_[0][variant].deviceFold; }
+    /// False where the kernel has no scalar, no derived value and nothing to know of its images: devices with memory of
+    /// their own aren't given a block then.
+    bool hasParameterBlock() const { return declaration_->hasParameterBlock; }
 
     /// The size of the parameter block: the kernel's own parameters, then what it may know of each image.
     int parameterBytes() const {
@@ -51,8 +47,8 @@ public:
 
 private:
     friend class Family;
-    std::string_view family_;
     const KernelDeclaration* declaration_;
+    KernelIdentity identity_;
     std::vector<PixelTypes> tuples_;
     std::vector<const VariantFunctions*> forms_;  // by instruction set
 };
@@ -60,23 +56,25 @@ private:
 /// The kernels of one source file. The build makes one object of this class for each family.
 class Family {
 public:
-    /// Tables in the order of the instruction sets, the baseline first.
-    Family(std::initializer_list<const FamilyTable*> tables);
+    /// Tables in the order of the instruction sets, the baseline first. `library`: the folder of the source file.
+    Family(std::string_view library, std::initializer_list<const FamilyTable*> tables);
 
+    std::string_view library() const { return library_; }
     std::string_view name() const { return name_; }
     const std::vector<CatalogueEntry>& kernels() const { return kernels_; }
     /// Null where the family has no such kernel.
     const CatalogueEntry* find(std::string_view kernel) const;
 
 private:
+    std::string_view library_;
     std::string_view name_;
     std::vector<CatalogueEntry> kernels_;
 };
 
-/// Enters families into the catalogue; those that are there already are left alone. Each library has a function
-/// registerKernels() that does this for its own, and the node's constructor calls them all.
+/// Enters families into the catalogue, and their variants into the registry of precompiled kernels; families that are
+/// there already are left alone. Each library has a function registerKernels() that does this for its own.
 void registerFamilies(std::initializer_list<const Family*> families);
-/// All families of the catalogue, by name.
+/// All families of the catalogue, by library and name.
 std::vector<const Family*> families();
 /// A kernel of any family of the catalogue, or null.
 const CatalogueEntry* findKernel(std::string_view name);

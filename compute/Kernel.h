@@ -3,6 +3,7 @@
 #include <array>
 #include <atomic>
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
 #include <initializer_list>
 #include <span>
@@ -54,6 +55,7 @@ namespace Vellum::JIT {
 /// image.
 struct ParamName {
     std::string_view name;
+    std::uint64_t hash = 0;  ///< Kernels::nameHash of the name; counts where that is empty
 };
 
 /// A kernel chosen for the pixel types of a call.
@@ -75,7 +77,8 @@ public:
         }
     };
 
-    /// Throws Compute::Exception where the kernel has no variant for the images' pixel types.
+    /// The variant whose key has the images' pixel types and suits the context's device. Throws Compute::Exception
+    /// where the kernel has none.
     static boost::intrusive_ptr<Kernel> Make(Vellum::Compute::Context& context,
                                              const Vellum::Compute::ProgramSource& source,
                                              std::span<const Vellum::Image::Image* const> images, const ParamName& name,
@@ -84,11 +87,14 @@ public:
     /// The same for a kernel found by name.
     static boost::intrusive_ptr<Kernel> Make(const Vellum::Kernels::CatalogueEntry& entry,
                                              std::span<const Vellum::Image::Image* const> images,
-                                             Vellum::CodeGen::Flags flags);
+                                             Vellum::CodeGen::Flags flags,
+                                             Cobalt::Device::APIEnum api = Cobalt::Device::APIEnum::Host);
 
     const Vellum::Kernels::CatalogueEntry& entry() const { return *entry_; }
     int variant() const { return variant_; }
     Vellum::CodeGen::Flags flags() const { return flags_; }
+    Vellum::Kernels::KernelTarget target() const { return Vellum::Kernels::targetOf(api_, flags_); }
+    Vellum::Kernels::KernelKey key() const { return entry_->key(variant_, target()); }
 
     friend void intrusive_ptr_add_ref(const Kernel* kernel) { kernel->shares_.fetch_add(1, std::memory_order_relaxed); }
     friend void intrusive_ptr_release(const Kernel* kernel) {
@@ -96,12 +102,14 @@ public:
     }
 
 private:
-    Kernel(const Vellum::Kernels::CatalogueEntry& entry, int variant, Vellum::CodeGen::Flags flags)
-        : entry_(&entry), variant_(variant), flags_(flags) {}
+    Kernel(const Vellum::Kernels::CatalogueEntry& entry, int variant, Vellum::CodeGen::Flags flags,
+           Cobalt::Device::APIEnum api)
+        : entry_(&entry), variant_(variant), flags_(flags), api_(api) {}
 
     const Vellum::Kernels::CatalogueEntry* entry_;
     int variant_;
     Vellum::CodeGen::Flags flags_;
+    Cobalt::Device::APIEnum api_;
     mutable std::atomic<int> shares_{0};
 };
 

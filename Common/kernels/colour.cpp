@@ -47,11 +47,43 @@ struct labToXyzKernel : WholePixel<In<"A">, Out<"O">> {
     }
 };
 
+/// colourMatrixKernel and xyzToLabKernel in one pass, with the same arithmetic.
+struct rgbToLabKernel : WholePixel<In<"A">, Out<"O">> {
+    struct Params {
+        float matrix[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};
+    };
+    static constexpr ScalarDeclarations scalars{1, {VT_SCALAR(matrix)}};
+    VT_FN void body(const Params& p, auto A, auto O) {
+        const auto xyz = multiplyMatrix(p.matrix, A(0), A(1), A(2));
+        const auto lab = labOfXyz(xyz.a, xyz.b, xyz.c, labKnee);
+        O.put(0, lab.a);
+        O.put(1, lab.b);
+        O.put(2, lab.c);
+    }
+};
+
+/// labToXyzKernel and colourMatrixKernel in one pass, with the same arithmetic.
+struct labToRgbKernel : WholePixel<In<"A">, Out<"O">> {
+    struct Params {
+        float matrix[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};
+    };
+    static constexpr ScalarDeclarations scalars{1, {VT_SCALAR(matrix)}};
+    VT_FN void body(const Params& p, auto A, auto O) {
+        const auto xyz = xyzOfLab(A(0), A(1), A(2), labKnee);
+        const auto rgb = multiplyMatrix(p.matrix, xyz.a, xyz.b, xyz.c);
+        O.put(0, rgb.a);
+        O.put(1, rgb.b);
+        O.put(2, rgb.c);
+    }
+};
+
 #define VT_COLOUR_SAME(X, K) X(K, "3f_3f") X(K, "4f_4f")
 #define COLOUR(K)                         \
     K(colourMatrixKernel, VT_COLOUR_SAME) \
     K(xyzToLabKernel, VT_COLOUR_PAIRS)    \
-    K(labToXyzKernel, VT_COLOUR_PAIRS)
+    K(labToXyzKernel, VT_COLOUR_PAIRS)    \
+    K(rgbToLabKernel, VT_COLOUR_PAIRS)    \
+    K(labToRgbKernel, VT_COLOUR_PAIRS)
 
 VT_FAMILY(colour, COLOUR)
 

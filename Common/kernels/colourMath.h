@@ -49,5 +49,17 @@ VT_FN Triple<V> xyzOfLab(V lightness, V a, V b, float knee) {
     return {inverseLabCurve(l + a / 5.f, knee), inverseLabCurve(l, knee), inverseLabCurve(l + b / -2.f, knee)};
 }
 
+/// The sRGB transfer curve (IEC 61966-2-1), code to linear light. NaN stays.
+template <class V>
+VT_FN V linearOfSrgb(V v) {
+    return select(v <= V(0.04045f), v / V(12.92f), pow((v + V(0.055f)) / V(1.055f), 2.4f));
+}
+
+/// Linear light to code.
+template <class V>
+VT_FN V srgbOfLinear(V v) {
+    return select(v <= V(0.0031308f), v * V(12.92f), V(1.055f) * pow(v, 0.41666666f) - V(0.055f));
+}
+
 }  // namespace VIEWTINT_ISA
 }  // namespace Vellum::Kernels

@@ -2,18 +2,21 @@
 #include "compute/Catalogue.h"
 
 namespace Vellum::Kernels {
-extern const Family pointwise;
+extern const Family arithmetic;
+extern const Family blending;
 extern const Family colour;
-extern const Family statistics;
-extern const Family smoothing;
+extern const Family copying;
 extern const Family morphology;
+extern const Family smoothing;
+extern const Family statistics;
+extern const Family transferCurves;
 }  // namespace Vellum::Kernels
 
 namespace Vellum::Common {
 
 void registerKernels() {
     using namespace Vellum::Kernels;
-    registerFamilies({&pointwise, &colour, &statistics, &smoothing, &morphology});
+    registerFamilies({&arithmetic, &blending, &colour, &copying, &morphology, &smoothing, &statistics, &transferCurves});
 }
 
 }  // namespace Vellum::Common

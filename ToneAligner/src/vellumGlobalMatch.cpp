@@ -6,7 +6,6 @@
 #include "Common/Common.h"
 #include "ToneAligner/ToneAligner.h"
 #include "compute/RunKernel.h"
-#include "vellumLabColour.h"
 
 namespace Vellum::Kernels {
 extern const Family globalMatch;
@@ -90,7 +89,7 @@ LabStatistics toLabWithStatistics(const Image& rgb, const Image& counted, Image&
             for (int c = 0; c < 3; ++c)
                 statistics.mean[c] = perPixel(sum[c], count);
         },
-        Scalar{"matrix", rgbToXyzMatrix});
+        Scalar{"matrix", Common::rgbToXyzMatrix});
     Compute::runKernelThen(
         labDeviationSource, {&lab, &counted}, kernelFlags, {},
         [&](const JIT::KernelExecutionContext& context) {
@@ -106,7 +105,7 @@ LabStatistics toLabWithStatistics(const Image& rgb, const Image& counted, Image&
 void applyGlobalMatch(const Image& lab, const Image& source, const Image& userMask, const GlobalMap& map, Image& output,
                       int kernelFlags) {
     Compute::runKernel(applyGlobalMatchSource, {&lab, &source, &userMask, &output}, kernelFlags, {},
-                       Scalar{"offsets", map.offsets}, Scalar{"gains", map.gains}, Scalar{"matrix", xyzToRgbMatrix});
+                       Scalar{"offsets", map.offsets}, Scalar{"gains", map.gains}, Scalar{"matrix", Common::xyzToRgbMatrix});
 }
 
 }  // namespace Vellum::Tone

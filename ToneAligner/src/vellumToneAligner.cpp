@@ -3,7 +3,6 @@
 #include "Common/Common.h"
 #include "compute/Exception.h"
 #include "vellumGlobalMatch.h"
-#include "vellumLabColour.h"
 
 namespace Vellum::Tone {
 
@@ -73,8 +72,8 @@ void ToneAligner::processBasic(const Views& views, const BufferManagedImage& out
     const BufferManagedImage counted(bufferManager_, floatInfo(box, 1));
     const BufferManagedImage countedPerComponent(bufferManager_, floatInfo(box, 3));
 
-    toLab(views.source.image(), sourceLab.image(), kernelFlags_);
-    toLab(views.rebuilt.image(), rebuiltLab.image(), kernelFlags_);
+    Common::rgbToLab(views.source.image(), sourceLab.image(), kernelFlags_);
+    Common::rgbToLab(views.rebuilt.image(), rebuiltLab.image(), kernelFlags_);
 
     Common::invert(views.mask.image(), counted.image(), kernelFlags_);
     Common::max(views.occlusion.image(), counted.image(), counted.image(), kernelFlags_);
@@ -85,7 +84,7 @@ void ToneAligner::processBasic(const Views& views, const BufferManagedImage& out
 
     computeGlobalMatch(sourceLab.image(), countedPerComponent.image(), rebuiltLab.image(), countedPerComponent.image(),
                        rebuiltLab.image(), kernelFlags_);
-    fromLab(rebuiltLab.image(), output.image(), kernelFlags_);
+    Common::labToRgb(rebuiltLab.image(), output.image(), kernelFlags_);
     Common::copyChannel(views.source.image(), output.image(), 3, 3);
     blendByMask(views, output.image());
 }

@@ -147,6 +147,28 @@ consteval ScalarDeclarations accumulatorsOf() {
     else
         return {};
 }
+
+/// Converts to the type of any field.
+struct AnyField {
+    template <class T>
+    consteval operator T() const;
+};
+/// How many fields a struct without base classes has: one more initialiser than that is refused.
+template <class S, class... Fields>
+consteval int fieldCount() {
+    if constexpr (requires { S{{Fields{}}..., {AnyField{}}}; })
+        return fieldCount<S, Fields..., AnyField>();
+    else
+        return sizeof...(Fields);
+}
+/// A field that isn't declared would be unknown to callers, records and other devices.
+template <class K>
+consteval bool declaresAllFields() {
+    if constexpr (K::reduction)
+        if (fieldCount<typename K::Results>() != accumulatorsOf<K>().count) return false;
+    return fieldCount<typename K::Params>() == scalarsOf<K>().count + derivedOf<K>().count;
+}
+
 template <class... D>
 consteval ImageDeclarations declareImages(ImageList<D...>) {
     return {sizeof...(D), {ImageDeclaration{D::name.text, D::written, D::pattern, D::edge}...}};

@@ -160,7 +160,9 @@ void runSums(const Launch& launch) {
 /// other: `template <class V, Counts T> static void hostForm(const Launch&)`. It adds in the body's order and gives the
 /// body's bits; all other forms of the kernel are the body.
 template <class K, class V, Counts T>
-concept HasHostForm = requires(const Launch& launch) { K::template hostForm<V, T>(launch); };
+concept HasHostForm = requires(const Launch& launch) {
+    K::template hostForm<V, T>(launch);
+};
 
 template <class K>
 consteval bool takesWholeStrips() {

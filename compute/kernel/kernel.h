@@ -2,6 +2,7 @@
 // declarations into the tables that the catalogue is made from. docs/kernels.md tells how to write one.
 #pragma once
 
+#include "deviceForm.h"
 #include "drive.h"
 
 #define VT_PASTE_(a, b) a##b
@@ -23,21 +24,26 @@
 
 #define VT_FORM(K, tuple, V, R) \
     &Vellum::Kernels::runLaunch<K, Vellum::Kernels::bodyCounts<K>(tuple), V, Vellum::Kernels::Reach::R>
+#define VT_DEVICE_BODY(K, tuple) &Vellum::Kernels::deviceBody<K, Vellum::Kernels::bodyCounts<K>(tuple)>
 #define VT_TUPLE_TEXT(K, tuple) tuple,
 
 #if VIEWTINT_BASELINE
-// The baseline object also holds the declarations, the one-pixel forms and the packed forms for any stride.
-#define VT_FORMS(K, tuple)                                                               \
-    Vellum::Kernels::VariantFunctions{VT_FORM(K, tuple, Vellum::Kernels::Lanes, unit),   \
-                                      VT_FORM(K, tuple, Vellum::Kernels::Lanes, inside), \
-                                      VT_FORM(K, tuple, float, inside)},
+// The baseline object also holds the declarations, the one-pixel forms, the packed forms for any stride and the forms
+// for the software device.
+#define VT_FORMS(K, tuple)                                                                                  \
+    Vellum::Kernels::VariantFunctions{                                                                      \
+        VT_FORM(K, tuple, Vellum::Kernels::Lanes, unit), VT_FORM(K, tuple, Vellum::Kernels::Lanes, inside), \
+        VT_FORM(K, tuple, float, inside), VT_DEVICE_BODY(K, tuple), &Vellum::Kernels::deviceFold<K>},
 #define VT_DECLARATION(K) &K##Declaration
 #define VT_DECLARE(K, TUPLES)                                                                                       \
+    static_assert(Vellum::Kernels::declaresAllFields<K>(),                                                          \
+                  "a field of Params is missing in scalars and derived, or one of Results in accumulators");        \
     static constexpr const char* K##Tuples[] = {TUPLES(VT_TUPLE_TEXT, K)};                                          \
     static constexpr Vellum::Kernels::KernelDeclaration K##Declaration{#K,                                          \
                                                                        K::perComponent,                             \
                                                                        K::reduction ? 2 : 1,                        \
                                                                        Vellum::Kernels::takesWholeStrips<K>(),      \
+                                                                       Vellum::Kernels::hasParameterBlock<K>(),     \
                                                                        sizeof(K::Params),                           \
                                                                        Vellum::Kernels::accumulatorBytes<K>(),      \
                                                                        Vellum::Kernels::declareImages(K::Images{}), \
@@ -49,8 +55,9 @@
                                                                        K##Tuples,                                   \
                                                                        sizeof K##Tuples / sizeof *K##Tuples};
 #else
-#define VT_FORMS(K, tuple) \
-    Vellum::Kernels::VariantFunctions{VT_FORM(K, tuple, Vellum::Kernels::Lanes, unit), nullptr, nullptr},
+#define VT_FORMS(K, tuple)                                                                                        \
+    Vellum::Kernels::VariantFunctions{VT_FORM(K, tuple, Vellum::Kernels::Lanes, unit), nullptr, nullptr, nullptr, \
+                                      nullptr},
 #define VT_DECLARATION(K) nullptr
 #define VT_DECLARE(K, TUPLES)
 #endif

@@ -12,6 +12,12 @@
 
 #define VT_INLINE inline __attribute__((always_inline))
 #define VT_FN static VT_INLINE
+/// Before a short loop over registers: they stay in registers only if the loop is written out.
+#if defined(__clang__)
+#define VT_UNROLL _Pragma("unroll")
+#else
+#define VT_UNROLL _Pragma("GCC unroll 8")
+#endif
 
 namespace Vellum::Kernels {
 inline namespace VIEWTINT_ISA {
@@ -89,6 +95,28 @@ VT_FN bool anyEach(IntRegister mask, Sequence<I...>) {
     return (mask[I] | ...) != 0;
 }
 
+template <int... I>
+VT_FN FloatRegister evenEach(FloatRegister a, FloatRegister b, Sequence<I...>) {
+    return __builtin_shufflevector(a, b, (2 * I)...);
+}
+template <int... I>
+VT_FN FloatRegister oddEach(FloatRegister a, FloatRegister b, Sequence<I...>) {
+    return __builtin_shufflevector(a, b, (2 * I + 1)...);
+}
+/// a[first], b[first], a[first + 1], b[first + 1] ..
+template <int first, int... I>
+VT_FN FloatRegister interleaveEach(FloatRegister a, FloatRegister b, Sequence<I...>) {
+    return __builtin_shufflevector(a, b, (first + I / 2 + I % 2 * lanesPerRegister)...);
+}
+template <int... I>
+VT_FN FloatRegister afterEach(FloatRegister a, FloatRegister next, Sequence<I...>) {
+    return __builtin_shufflevector(a, next, (I + 1)...);
+}
+template <int... I>
+VT_FN FloatRegister beforeEach(FloatRegister previous, FloatRegister a, Sequence<I...>) {
+    return __builtin_shufflevector(previous, a, (I + lanesPerRegister - 1)...);
+}
+
 struct Mask {
     IntRegister v;
     friend VT_INLINE Mask operator&(Mask a, Mask b) { return {a.v & b.v}; }
@@ -148,6 +176,29 @@ struct Lanes {
     friend VT_INLINE Lanes sqrt(Lanes a) { return {sqrtEach(a.v, EachLane{})}; }
     friend VT_INLINE Ints bitsOf(Lanes a) { return {(IntRegister)a.v}; }
 };
+
+/// Of two registers that hold neighbouring pixels, every second lane: 0, 2, 4 .. and 1, 3, 5 ..
+VT_FN Lanes evenLanes(Lanes a, Lanes b) {
+    return {evenEach(a.v, b.v, EachLane{})};
+}
+VT_FN Lanes oddLanes(Lanes a, Lanes b) {
+    return {oddEach(a.v, b.v, EachLane{})};
+}
+/// The way back: the lanes of both in turn, the first half of them and the second.
+VT_FN Lanes interleaveLow(Lanes even, Lanes odd) {
+    return {interleaveEach<0>(even.v, odd.v, EachLane{})};
+}
+VT_FN Lanes interleaveHigh(Lanes even, Lanes odd) {
+    return {interleaveEach<lanesPerRegister / 2>(even.v, odd.v, EachLane{})};
+}
+
+/// The neighbours of all lanes: lanes 1 and up, then `next`; `previous`, then all but the last.
+VT_FN Lanes lanesAfter(Lanes a, float next) {
+    return {afterEach(a.v, Lanes(next).v, EachLane{})};
+}
+VT_FN Lanes lanesBefore(float previous, Lanes a) {
+    return {beforeEach(Lanes(previous).v, a.v, EachLane{})};
+}
 
 VT_FN Lanes fromBits(Ints a) {
     return {(FloatRegister)a.v};

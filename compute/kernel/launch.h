@@ -68,11 +68,25 @@ struct ScalarDeclarations {
 
 using LaunchFunction = void (*)(const Launch&);
 
-/// The compiled forms of a kernel for one tuple of pixel types. All give the same bits.
+// ---- launches on devices with memory of their own (deviceForm.h)
+
+/// A reduction's first pass has 256 by 256 workers, each with its own slot; one group of 256 folds them.
+inline constexpr int deviceWorkersPerAxis = 256;
+inline constexpr int deviceFoldWorkers = 256;
+
+/// What one worker does, given the block of arguments and its place in the grid.
+using DeviceBody = void (*)(const void* arguments, int workerX, int workerY, int workerZ);
+/// What one worker of the folding group does in phase 0 and, after all have finished, in phase 1.
+using DeviceFold = void (*)(const void* arguments, int worker, int phase);
+
+/// The compiled forms of a kernel for one tuple of pixel types. All give the same bits (sums on devices: to rounding).
 struct VariantFunctions {
     LaunchFunction unitStride;  ///< packed, every image with neighbouring pixels next to each other
-    LaunchFunction anyStride;   ///< packed, in the baseline object only
-    LaunchFunction onePixel;    ///< in the baseline object only
+    // The others are in the baseline object only.
+    LaunchFunction anyStride;  ///< packed
+    LaunchFunction onePixel;
+    DeviceBody deviceBody;  ///< run by the software device
+    DeviceFold deviceFold;
 };
 
 /// A kernel's declaration; the baseline object holds it.
@@ -81,6 +95,7 @@ struct KernelDeclaration {
     bool perComponent;
     int passes;
     bool hostFormTakesStrips;  ///< its form for whole pieces wants strips one pixel wide as they are, not turned
+    bool hasParameterBlock;
     int parameterBytes;
     int accumulatorBytes;
     ImageDeclarations images;

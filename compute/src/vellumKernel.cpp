@@ -5,6 +5,7 @@
 #include <limits>
 
 #include "compute/Exception.h"
+#include "compute/Hash.h"
 
 namespace Vellum::Compute {
 
@@ -79,10 +80,17 @@ ImageArgument argumentOf(const Vellum::Image::Image& image, const KernelDeclarat
             0};
 }
 
-const ScalarDeclaration* find(const ScalarDeclarations& scalars, std::string_view name) {
-    for (int i = 0; i < scalars.count; ++i)
-        if (name == scalars.list[i].name) return &scalars.list[i];
+const ScalarDeclaration* find(const ScalarDeclarations& scalars, const ParamName& wanted) {
+    for (int i = 0; i < scalars.count; ++i) {
+        const char* name = scalars.list[i].name;
+        if (wanted.name.empty() ? wanted.hash == Vellum::Kernels::nameHash(name) : wanted.name == name)
+            return &scalars.list[i];
+    }
     return nullptr;
+}
+
+std::string textOf(const ParamName& name) {
+    return name.name.empty() ? "o" + Vellum::Kernels::hexadecimal(name.hash) : std::string(name.name);
 }
 
 MarshalledParam marshalled(const ScalarDeclaration& scalar, bool inAccumulator) {
@@ -96,18 +104,6 @@ int imageOfEdgeColour(const KernelDeclaration& kernel, std::string_view name) {
     for (int i = 0; i < kernel.images.count; ++i)
         if (kernel.images.list[i].edge == EdgeMethod::constant && name == kernel.images.list[i].name) return i;
     return -1;
-}
-
-const char* nameOf(ScalarType type) {
-    switch (type) {
-        case ScalarType::real:
-            return "float";
-        case ScalarType::integer:
-            return "int";
-        case ScalarType::boolean:
-            return "bool";
-    }
-    return "unknown";
 }
 
 /// Whether the pixels that a kernel touches without an edge rule, for a range of iteration pixels, are all there.
@@ -134,7 +130,8 @@ bool sameGeometry(const ImageArgument& a, const ImageArgument& b) {
 }  // namespace
 
 KernelPointer Kernel::Make(const Vellum::Kernels::CatalogueEntry& entry,
-                           std::span<const Vellum::Image::Image* const> images, Vellum::CodeGen::Flags flags) {
+                           std::span<const Vellum::Image::Image* const> images, Vellum::CodeGen::Flags flags,
+                           Cobalt::Device::APIEnum api) {
     if (flags != Vellum::CodeGen::Flags::onePixel && flags != Vellum::CodeGen::Flags::packed)
         fail(named(entry.declaration()) + " was asked for with flags " + std::to_string(static_cast<int>(flags)) +
              "; there are 1 (one pixel at a time) and 19 (packed).");
@@ -145,13 +142,13 @@ KernelPointer Kernel::Make(const Vellum::Kernels::CatalogueEntry& entry,
     const auto types = typesOf(images);
     const int variant = entry.variant(types);
     if (variant < 0) noVariant(entry, types);
-    return new Kernel(entry, variant, flags);
+    return new Kernel(entry, variant, flags, api);
 }
 
-KernelPointer Kernel::Make(Vellum::Compute::Context&, const Vellum::Compute::ProgramSource& source,
+KernelPointer Kernel::Make(Vellum::Compute::Context& context, const Vellum::Compute::ProgramSource& source,
                            std::span<const Vellum::Image::Image* const> images, const ParamName&,
                            Vellum::CodeGen::Flags flags, std::string*, std::string*) {
-    return Make(source.entry(), images, flags);
+    return Make(source.entry(), images, flags, context.device().api());
 }
 
 KernelExecutionContext::KernelExecutionContext(KernelPointer kernel) : kernel_(std::move(kernel)) {
@@ -184,8 +181,8 @@ void KernelExecutionContext::setImageParamBindings(std::span<const Vellum::Image
 
 MarshalledParam KernelExecutionContext::getMarshalledParamThrow(const ParamName& name) const {
     const KernelDeclaration& kernel = declaration();
-    if (const auto* scalar = find(kernel.scalars, name.name)) return marshalled(*scalar, false);
-    if (const auto* result = find(kernel.accumulators, name.name)) return marshalled(*result, true);
+    if (const auto* scalar = find(kernel.scalars, name)) return marshalled(*scalar, false);
+    if (const auto* result = find(kernel.accumulators, name)) return marshalled(*result, true);
     if (const int image = imageOfEdgeColour(kernel, name.name); image >= 0) {
         const auto offset = kernel_->entry().imageParametersOffset() + image * int{sizeof(ImageParameters)} +
                             int{offsetof(ImageParameters, constEdgeColor)};
@@ -194,13 +191,13 @@ MarshalledParam KernelExecutionContext::getMarshalledParamThrow(const ParamName&
     std::string known;
     for (int i = 0; i < kernel.scalars.count; ++i)
         known += (i ? ", " : "") + std::string(kernel.scalars.list[i].name);
-    fail(named(kernel) + " has no parameter \"" + std::string(name.name) + "\"; " +
+    fail(named(kernel) + " has no parameter \"" + textOf(name) + "\"; " +
          (known.empty() ? "it has none." : "there are " + known + "."));
 }
 
 void KernelExecutionContext::badType(const ParamName& name, const MarshalledParam& param) const {
     const int elements = param.count * param.arrayLength;
-    fail(named(declaration()) + ": parameter \"" + std::string(name.name) + "\" is " + nameOf(param.type) +
+    fail(named(declaration()) + ": parameter \"" + textOf(name) + "\" is " + toString(param.type) +
          (elements > 1 ? " x " + std::to_string(elements) : "") + " and was used as another type.");
 }
 

@@ -4,60 +4,30 @@
 #include <fmt/ranges.h>
 
 #include <algorithm>
-#include <cctype>
 #include <charconv>
 #include <cmath>
 #include <limits>
-#include <numeric>
 #include <optional>
 #include <utility>
 
 #include "base/Ensure.h"
+#include "base/NearestNames.h"
 #include "host/graph/SettingError.h"
 
 namespace ViewTint::Host {
 
+using Cobalt::Base::lowered;
 using Fresco::Image::KnobDeclaration;
 using Fresco::Image::KnobKind;
 
 namespace {
 
-std::string lowered(std::string_view text) {
-    std::string lower(text);
-    std::ranges::transform(lower, lower.begin(), [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    return lower;
-}
-
-/// How many letters must be changed, added or left out to turn one word into the other.
-std::size_t editDistance(const std::string& a, const std::string& b) {
-    std::vector<std::size_t> row(b.size() + 1);
-    std::iota(row.begin(), row.end(), std::size_t{0});
-    for (std::size_t i = 1; i <= a.size(); ++i) {
-        std::size_t diagonal = std::exchange(row[0], i);
-        for (std::size_t j = 1; j <= b.size(); ++j) {
-            const std::size_t replaced = diagonal + (a[i - 1] != b[j - 1]);
-            diagonal = std::exchange(row[j], std::min({replaced, row[j] + 1, row[j - 1] + 1}));
-        }
-    }
-    return row.back();
-}
-
-/// The three names most like `wanted`; one that contains the other counts as very like.
-std::vector<std::string> nearestNames(std::span<const KnobDeclaration> knobs, std::string_view wanted) {
-    const std::string target = lowered(wanted);
-    std::vector<std::pair<std::size_t, std::string>> ranked;
-    for (const KnobDeclaration& knob : knobs) {
-        if (!knob.holdsValue()) continue;
-        const std::string name = lowered(knob.name);
-        const bool within =
-            !target.empty() && (name.find(target) != std::string::npos || target.find(name) != std::string::npos);
-        ranked.emplace_back(within ? 1 : editDistance(name, target), knob.name);
-    }
-    std::ranges::stable_sort(ranked, {}, &std::pair<std::size_t, std::string>::first);
+/// The three controls with names most like `wanted`.
+std::vector<std::string> nearestControls(std::span<const KnobDeclaration> knobs, std::string_view wanted) {
     std::vector<std::string> names;
-    for (std::size_t i = 0; i < std::min<std::size_t>(3, ranked.size()); ++i)
-        names.push_back(ranked[i].second);
-    return names;
+    for (const KnobDeclaration& knob : knobs)
+        if (knob.holdsValue()) names.push_back(knob.name);
+    return Cobalt::Base::nearestNames(names, wanted);
 }
 
 /// The number that makes up the whole text, or nothing. Locale-free.
@@ -133,7 +103,7 @@ const KnobDeclaration& ControlValues::knobOf(std::string_view name) const {
     const KnobDeclaration* knob = name.empty() ? nullptr : knobs_.find(name);
     if (knob == nullptr) {
         throw SettingError(fmt::format("There is no control '{}'; the nearest are {}.", name,
-                                       fmt::join(nearestNames(declarations(), name), ", ")));
+                                       fmt::join(nearestControls(declarations(), name), ", ")));
     }
     if (!knob->holdsValue())
         throw SettingError(fmt::format("The control {} only shows something; leave it out.", name));

@@ -2,8 +2,7 @@
 
 #include <string>
 
-#include "Common/Common.h"
-#include "ToneAligner/ToneAligner.h"
+#include "node/KernelLibraries.h"
 
 namespace Cobalt::Research {
 
@@ -32,8 +31,7 @@ const Fresco::Image::Op::Description& description = describe();
 ViewTintPlugin::ViewTintPlugin(Fresco::Image::Node* node)
     : SextantVellumBase(node), stereoKnob(std::make_unique<StereoKnobDropDown>(this)) {
     knobVals.version = majorVersion + "." + minorVersion;
-    Vellum::Common::registerKernels();
-    Vellum::Tone::registerKernels();
+    Vellum::registerKernelLibraries();
 }
 
 ViewTintPlugin::~ViewTintPlugin() = default;

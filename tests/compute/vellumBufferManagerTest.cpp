@@ -2,7 +2,7 @@
 
 #include "compute/BufferManagement/BufferManager.h"
 #include "compute/Exception.h"
-#include "tests/harness/TestDevice.h"
+#include "tests/harness/SoftwareDevice.h"
 #include "tests/harness/TestImage.h"
 
 namespace ViewTint::Tests {
@@ -90,11 +90,11 @@ TEST(BufferManager, handlesRemoveExactlyTheirOwnEntries) {
 }
 
 TEST(BufferManager, aFailedAllocationMovesEverythingToTheFallbackDevice) {
-    TestDevice gpu;
+    SoftwareContext gpu;
     const Image input = filled(hostDevice(), 3);
     // Whatever allocation it is that fails, the images made before it keep their pixels.
     for (int left = 0; left <= 5; ++left) {
-        gpu.device().allocationsLeft = left;
+        gpu.device().failAt(SoftwareDevice::Operation::allocation, left, SoftwareDevice::Failing::fromThenOn);
         BufferManager manager(gpu.device(), hostDevice());
         EXPECT_FALSE(manager.sameDevices());
         testing::internal::CaptureStdout();
@@ -111,14 +111,13 @@ TEST(BufferManager, aFailedAllocationMovesEverythingToTheFallbackDevice) {
         EXPECT_EQ(lastPixel(manager.image("kA")), 3 + 307.0f);
         EXPECT_EQ(lastPixel(handle.image()), 3 + 307.0f);
     }
-    gpu.device().allocationsLeft = FailingDevice::never;
 }
 
 TEST(BufferManager, aSecondFailureReachesTheCaller) {
-    TestDevice gpu;
-    TestDevice cpu;
-    gpu.device().allocationsLeft = 0;
-    cpu.device().allocationsLeft = 0;
+    SoftwareContext gpu;
+    SoftwareContext cpu;
+    gpu.device().failAt(SoftwareDevice::Operation::allocation, 0);
+    cpu.device().failAt(SoftwareDevice::Operation::allocation, 0);
     BufferManager manager(gpu.device(), cpu.device());
     testing::internal::CaptureStdout();
     EXPECT_THROW(manager.allocate("kA", oneByOne), Vellum::Compute::Exception);
@@ -126,7 +125,7 @@ TEST(BufferManager, aSecondFailureReachesTheCaller) {
 }
 
 TEST(BufferManager, parkingMovesOneImageAndBack) {
-    TestDevice gpu;
+    SoftwareContext gpu;
     BufferManager manager(gpu.device(), hostDevice());
     manager.adopt("kA", filled(hostDevice(), 2));
     manager.allocate("kB", oneByOne);
@@ -137,7 +136,7 @@ TEST(BufferManager, parkingMovesOneImageAndBack) {
 }
 
 TEST(BufferManager, switchingAfterADeviceFailureForgetsThePixels) {
-    TestDevice gpu;
+    SoftwareContext gpu;
     BufferManager manager(gpu.device(), hostDevice());
     manager.allocate("kA", oneByOne);
     BufferManagedImage handle(manager, oneByOne);

@@ -3,7 +3,7 @@
 #include <cstring>
 
 #include "compute/Exception.h"
-#include "tests/harness/TestDevice.h"
+#include "tests/harness/SoftwareDevice.h"
 #include "tests/harness/TestImage.h"
 
 namespace ViewTint::Tests {
@@ -86,7 +86,7 @@ TEST(Image, layouts) {
 
 TEST(Image, makeLikeAndCopyFromOverArrangementsAndDevices) {
     const Pixels pixels = randomPixels({-9, 4, 260, 261}, 3, 5, true);
-    TestDevice other;
+    SoftwareContext other;
     for (const Arrangement from : allArrangements) {
         for (const Arrangement to : allArrangements) {
             const TestImage source(pixels, from);
@@ -112,7 +112,7 @@ TEST(Image, makeLikeAndCopyFromOverArrangementsAndDevices) {
 }
 
 TEST(Image, transfersToADeviceOfItsOwnMemory) {
-    OpaqueDevice device;
+    SoftwareDevice device;
     const Pixels pixels = randomPixels({-3, 2, 34, 20}, 3, 8, true);
     const TestImage source(pixels, Arrangement::wide);
     Image away = source.image().distributeTo(device);

@@ -3,7 +3,7 @@
 #include "compute/Exception.h"
 #include "compute/RunKernel.h"
 #include "tests/harness/KernelHarness.h"
-#include "tests/harness/TestDevice.h"
+#include "tests/harness/SoftwareDevice.h"
 
 namespace Vellum::Kernels {
 extern const Family testPatterns;
@@ -133,7 +133,7 @@ TEST(KernelCall, rangesThatLeaveAnImageAreRefused) {
 }
 
 TEST(KernelCall, allImagesLieOnTheDeviceThatRuns) {
-    OpaqueDevice device;
+    SoftwareDevice device;
     const TestImage a = ones({0, 0, 4, 4}, 1);
     const Image away = a.image().distributeTo(device);
     const Images images{&a.image(), &away};

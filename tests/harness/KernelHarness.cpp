@@ -7,6 +7,7 @@
 #include <sstream>
 
 #include "compute/Catalogue.h"
+#include "tests/harness/SoftwareDevice.h"
 
 namespace ViewTint::Tests {
 
@@ -62,6 +63,9 @@ private:
     void sweepSizes(int tuple);
     void checkThreads(int tuple);
     void checkSubRange(int tuple);
+    void checkDevice(const Scene& scene, const Result& expected, const IterationController& range,
+                     const std::string& where) const;
+    std::map<std::string, std::vector<float>> sumsOf(const KernelExecutionContext& context) const;
     Scene makeScene(const Box& box, int tuple, std::uint32_t seed, bool hostile,
                     const std::function<void(Pixels&)>& change = nullptr) const;
     Result runOnce(const Scene& scene, Arrangement arrangement, const Form& form, const IterationController& range,
@@ -134,9 +138,15 @@ Result KernelCheck::runOnce(const Scene& scene, Arrangement arrangement, const F
             EXPECT_EQ(firstDifference(scene.images()[i], images[i].pixels()), "")
                 << where << ": wrote into image " << i;
     }
+    result.sums = sumsOf(context);
+    return result;
+}
+
+std::map<std::string, std::vector<float>> KernelCheck::sumsOf(const KernelExecutionContext& context) const {
+    std::map<std::string, std::vector<float>> sums;
     const auto& accumulators = entry_.declaration().accumulators;
     for (int i = 0; i < accumulators.count; ++i) {
-        auto& values = result.sums[accumulators.list[i].name];
+        auto& values = sums[accumulators.list[i].name];
         switch (accumulators.list[i].vectorWidth) {
             case 1:
                 values = {context.get<float>({accumulators.list[i].name})};
@@ -150,7 +160,37 @@ Result KernelCheck::runOnce(const Scene& scene, Arrangement arrangement, const F
                     values.push_back(v);
         }
     }
-    return result;
+    return sums;
+}
+
+/// The device's form gives the host's bits; sums, which it adds in another order, the reference's values.
+void KernelCheck::checkDevice(const Scene& scene, const Result& expected, const IterationController& range,
+                              const std::string& where) const {
+    const SoftwareContext gpu;
+    for (const std::uint32_t arrangement : {1u, 2u}) {  // planar, packed
+        std::vector<Image> images;
+        for (const Pixels& pixels : scene.images()) {
+            images.emplace_back(Vellum::Image::Info{pixels.box(), static_cast<std::uint32_t>(pixels.components())},
+                                gpu.device(), Vellum::Image::LayoutSpec{arrangement, 1, 0});
+            images.back().copyFrom(TestImage(pixels, Arrangement::planar).image());
+        }
+        std::vector<const Image*> list;
+        for (const Image& image : images)
+            list.push_back(&image);
+        KernelExecutionContext context(Vellum::JIT::Kernel::Make(entry_, list, Flags::packed));
+        context.setImageParamBindings(list);
+        case_.scalars(context);
+        context.iterate(gpu.device(), range);
+
+        const std::string here = where + ", software device";
+        Result result;
+        for (int i = 0; i <= lastImage(); ++i)
+            if (writes(i)) result.outputs.emplace(i, pixelsOf(images[i]));
+        EXPECT_TRUE(gpu.device().gapsIntact()) << here << ": wrote outside its images";
+        expectSame({expected.outputs, {}}, result, here);
+        result.sums = sumsOf(context);
+        expectSums(scene, result, here);
+    }
 }
 
 double largestFinite(const Scene& scene) {
@@ -241,6 +281,7 @@ void KernelCheck::sweepSizes(int tuple) {
                 for (const Form& form : forms_)
                     expectSame(expected, runOnce(scene, arrangement, form, range, here),
                                here + " " + toString(arrangement) + ", " + nameOf(form));
+            checkDevice(scene, expected, range, here);
             if (testing::Test::HasFailure()) return;
         }
     }

@@ -148,7 +148,8 @@ bool TestImage::guardsIntact() const {
     return storage.guardsIntact(pixelPlaces(image_.tile().layout));
 }
 
-Pixels pixelsOf(const Image& image) {
+Pixels pixelsOf(const Image& anywhere) {
+    const Image image = anywhere.distributeTo(Vellum::Compute::Host::hostDevice());
     Pixels pixels(image.box(), static_cast<int>(image.components()));
     const Layout& layout = image.tile().layout;
     pixels.forEach([&](int x, int y, int c) {

@@ -75,6 +75,7 @@ private:
     Image image_;
 };
 
+/// The pixels of an image on whatever device.
 Pixels pixelsOf(const Image& image);
 
 /// Repeatable values of -0.5 to 1.5; with `hostile` some are NaN, infinite, zeros of both signs, denormal or large.

@@ -54,4 +54,29 @@ protected:
     TestedNode op{&host};
 };
 
+/// Renders with a dark left view and a bright right one.
+class Render : public NodeTest {
+protected:
+    Render() {
+        left.withColour(0.1f, 0.12f, 0.15f, 0.5f);
+        right.withColour(0.4f, 0.3f, 0.2f, 0.25f);
+    }
+
+    /// Renders RGBA and returns the standard output.
+    std::string render() {
+        testing::internal::CaptureStdout();
+        op.renderStripe(plane);
+        return testing::internal::GetCapturedStdout();
+    }
+    bool rendered() const { return static_cast<bool>(plane.buffer()); }
+    void expectPixel(int x, int y, std::array<float, 4> expected) const {
+        ASSERT_TRUE(rendered());
+        for (int c = 0; c < 4; ++c)
+            EXPECT_NEAR(*plane.at(x, y, c), expected[c], 1e-5f) << "component " << c;
+    }
+
+    const std::string switching = "Warning: switching to CPU.\n";
+    ImagePlane plane{box, false, ChannelSet::fromMask(rgbaMask)};
+};
+
 }  // namespace ViewTint::Tests

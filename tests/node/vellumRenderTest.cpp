@@ -35,30 +35,6 @@ public:
     using Exception::Exception;
 };
 
-class Render : public NodeTest {
-protected:
-    Render() {
-        left.withColour(0.1f, 0.12f, 0.15f, 0.5f);
-        right.withColour(0.4f, 0.3f, 0.2f, 0.25f);
-    }
-
-    /// Renders RGBA and returns the standard output.
-    std::string render() {
-        testing::internal::CaptureStdout();
-        op.renderStripe(plane);
-        return testing::internal::GetCapturedStdout();
-    }
-    bool rendered() const { return static_cast<bool>(plane.buffer()); }
-    void expectPixel(int x, int y, std::array<float, 4> expected) const {
-        ASSERT_TRUE(rendered());
-        for (int c = 0; c < 4; ++c)
-            EXPECT_NEAR(*plane.at(x, y, c), expected[c], 1e-5f) << "component " << c;
-    }
-
-    const std::string switching = "Warning: switching to CPU.\n";
-    ImagePlane plane{box, false, ChannelSet::fromMask(rgbaMask)};
-};
-
 TEST_F(Render, GivesTheCorrectedViewTheOthersColourAndKeepsItsAlpha) {
     EXPECT_EQ(render(), "");
     EXPECT_TRUE(host.errors.empty());
@@ -203,33 +179,6 @@ TEST_F(Render, AbortedBetweenStagesEndsSilently) {
     left.onFetch = [&](const ChannelSet& channels) { fetched = channels.contains(firstDisparityChannel); };
     op.hostContext = WatchedDevice::context([&] { host.abortWanted = fetched; });
     EXPECT_EQ(lastReport(""), "Fetching images");
-}
-
-TEST_F(Render, RunsTheMatcherAgainOnTheCpuWhenTheGpuFails) {
-    int launches = 0;
-    op.gpuContext = WatchedDevice::context([&] {
-        if (++launches == 2) Cobalt::Base::raise(DeviceFailure("lost"));
-    });
-    EXPECT_EQ(render(), switching);
-    EXPECT_EQ(launches, 2);
-    EXPECT_TRUE(host.errors.empty());
-    expectPixel(0, 0, {0.4f, 0.3f, 0.2f, 0.5f});
-    EXPECT_EQ(host.progress.back(), "0.857:0");
-
-    op.useGPUIfAvailable = false;
-    EXPECT_EQ(render(), "");
-    EXPECT_EQ(launches, 2);
-}
-
-TEST_F(Render, TriesTheGpuAgainInTheNextRender) {
-    int launches = 0;
-    op.gpuContext = WatchedDevice::context([&] {
-        if (++launches == 1) throw 1;
-    });
-    EXPECT_EQ(render(), switching);
-    EXPECT_EQ(render(), "");
-    EXPECT_GT(launches, 2);
-    EXPECT_TRUE(host.errors.empty());
 }
 
 TEST_F(Render, ReportsAFailureThatHappensTwice) {

@@ -124,6 +124,19 @@ struct testRunningSumKernel : PerComponent<In<"A", Pattern::axis>, Out<"O", Patt
     }
 };
 
+/// The sum of A per component.
+struct testSumKernel : PerComponentSum<In<"A">> {
+    template <class V>
+    struct Sums {
+        V sum;
+    };
+    struct Results {
+        float sum[4];
+    };
+    static constexpr ScalarDeclarations accumulators{1, {VT_RESULT(sum)}};
+    VT_FN void body(const Params&, auto& sums, auto A) { sums.sum += A(); }
+};
+
 #define VT_DISPLACED(X, K) X(K, "1f_2f_1f") X(K, "4f_2f_4f")
 #define TEST_PATTERNS(K)                         \
     K(testMathKernel, VT_SAME_2)                 \
@@ -133,7 +146,8 @@ struct testRunningSumKernel : PerComponent<In<"A", Pattern::axis>, Out<"O", Patt
     K(testConstantCornersKernel, VT_SAME_2)      \
     K(testDisplacedKernel, VT_DISPLACED)         \
     K(testConstantDisplacedKernel, VT_DISPLACED) \
-    K(testRunningSumKernel, VT_SAME_2)
+    K(testRunningSumKernel, VT_SAME_2)           \
+    K(testSumKernel, VT_SAME_1)
 
 VT_FAMILY(testPatterns, TEST_PATTERNS)
 

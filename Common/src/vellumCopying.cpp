@@ -4,7 +4,7 @@
 #include "compute/RunKernel.h"
 
 namespace Vellum::Kernels {
-extern const Family pointwise;
+extern const Family copying;
 }
 
 namespace Vellum::Common {
@@ -14,18 +14,15 @@ namespace {
 using Vellum::Compute::ProgramSource;
 using Vellum::Compute::runKernel;
 using Vellum::JIT::IterationController;
-using Vellum::Kernels::pointwise;
+using Vellum::Kernels::copying;
 
-const ProgramSource copySource(pointwise, "copyKernel");
-const ProgramSource copyChannelSource(pointwise, "copyChannelKernel");
-const ProgramSource copyChannelRangeSource(pointwise, "copyChannelRangeKernel");
-const ProgramSource clearSource(pointwise, "clearKernel");
-const ProgramSource fillConstantSource(pointwise, "fillConstantKernel");
-const ProgramSource invertSource(pointwise, "invertKernel");
-const ProgramSource maxSource(pointwise, "maxKernel");
-const ProgramSource thresholdSource(pointwise, "thresholdKernel");
-const ProgramSource maskMixSource(pointwise, "maskMixKernel");
-const ProgramSource weightedComponentSumSource(pointwise, "weightedComponentSumKernel");
+const ProgramSource copySource(copying, "copyKernel");
+const ProgramSource copyClampedSource(copying, "copyClampedKernel");
+const ProgramSource copyChannelSource(copying, "copyChannelKernel");
+const ProgramSource copyChannelRangeSource(copying, "copyChannelRangeKernel");
+const ProgramSource clearSource(copying, "clearKernel");
+const ProgramSource fillConstantSource(copying, "fillConstantKernel");
+const ProgramSource fillWhereMaskSource(copying, "fillWhereMaskKernel");
 
 constexpr int onePixel = 1;
 
@@ -58,6 +55,10 @@ void copy(const Image& source, Image& output) {
     const Image from = withComponents(source, both);
     const Image to = withComponents(output, both);
     runKernel(copySource, {&from, &to}, onePixel, {});
+}
+
+void copyClamped(const Image& source, Image& output) {
+    runKernel(copyClampedSource, {&source, &output}, onePixel, {});
 }
 
 void copy(const Image& source, const Box& box, Image& output, int targetX, int targetY) {
@@ -96,32 +97,9 @@ void fillConstant(Image& image, const Float4& value) {
     runKernel(fillConstantSource, {&image}, onePixel, {}, Compute::Scalar{"value", value});
 }
 
-void invert(const Image& source, Image& output, int flags) {
-    runKernel(invertSource, {&source, &output}, flags, {});
-}
-
-void max(const Image& a, const Image& b, Image& output, int flags) {
-    runKernel(maxSource, {&a, &b, &output}, flags, {});
-}
-
-void max(const Image& a, const Image& b, Image& output, const Box& region, int flags) {
-    runKernel(maxSource, {&a, &b, &output}, flags, IterationController::over(region));
-}
-
-void threshold(const Image& source, Image& output, float threshold, bool binarise, int flags) {
-    runKernel(thresholdSource, {&source, &output}, flags, {}, Compute::Scalar{"threshold", threshold},
-              Compute::Scalar{"binarise", binarise});
-}
-
-void maskMix(const Image& a, const Image& b, const Image& mask, Image& output, int flags) {
-    runKernel(maskMixSource, {&a, &b, &mask, &output}, flags, {});
-}
-
-Image weightedComponentSum(const Image& source, const Float4& weights, bool normalise) {
-    Image sum({source.box(), 1, source.info().type}, Compute::deviceOf(source));
-    runKernel(weightedComponentSumSource, {&source, &sum}, onePixel, {}, Compute::Scalar{"weights", weights},
-              Compute::Scalar{"normalise", normalise});
-    return sum;
+void fillWhereMask(Image& image, const Image& mask, const Float4& value, bool invert) {
+    runKernel(fillWhereMaskSource, {&image, &mask}, onePixel, {}, Compute::Scalar{"value", value},
+              Compute::Scalar{"invert", invert});
 }
 
 }  // namespace Vellum::Common

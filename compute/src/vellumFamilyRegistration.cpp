@@ -1,0 +1,63 @@
+#include <algorithm>
+#include <deque>
+#include <mutex>
+#include <string>
+#include <utility>
+
+#include "compute/Catalogue.h"
+#include "compute/ParameterRecord.h"
+#include "compute/PrecompiledKernels.h"
+
+namespace Vellum::Kernels {
+
+namespace {
+
+std::mutex catalogueMutex;
+std::vector<const Family*> catalogue;
+
+/// What the registry points to. Deques, because nothing in them moves.
+std::deque<std::string> keys;
+std::deque<std::vector<std::byte>> records;
+
+/// The forms for the CPU are functions of this program, so there is nothing to store for them.
+void registerVariants(const Family& family) {
+    const char* slot = Vellum::JIT::placeholderSlot.data();
+    constexpr auto size = static_cast<std::int32_t>(Vellum::JIT::placeholderSlot.size());
+    for (const CatalogueEntry& entry : family.kernels()) {
+        const auto& record = records.emplace_back(ParameterRecord::of(entry).toBytes());
+        for (int variant = 0; variant < static_cast<int>(entry.tuples().size()); ++variant)
+            for (const KernelTarget target : {KernelTarget::cpuOnePixel, KernelTarget::cpuPacked})
+                Vellum::JIT::AddPrecompiledKernel(keys.emplace_back(entry.key(variant, target).text()), slot, size,
+                                                  size, slot, size, size, record.data(),
+                                                  static_cast<std::int32_t>(record.size()));
+    }
+}
+
+}  // namespace
+
+void registerFamilies(std::initializer_list<const Family*> families) {
+    const std::scoped_lock lock(catalogueMutex);
+    for (const Family* family : families)
+        if (std::find(catalogue.begin(), catalogue.end(), family) == catalogue.end()) {
+            catalogue.push_back(family);
+            registerVariants(*family);
+        }
+}
+
+std::vector<const Family*> families() {
+    const std::scoped_lock lock(catalogueMutex);
+    auto list = catalogue;
+    std::sort(list.begin(), list.end(), [](const Family* a, const Family* b) {
+        return std::make_pair(a->library(), a->name()) < std::make_pair(b->library(), b->name());
+    });
+    return list;
+}
+
+const CatalogueEntry* findKernel(std::string_view name) {
+    const std::scoped_lock lock(catalogueMutex);
+    for (const Family* family : catalogue)
+        if (const CatalogueEntry* entry = family->find(name)) return entry;
+    return nullptr;
+}
+
+}  // namespace Vellum::Kernels

@@ -1,0 +1,147 @@
+#include "tests/harness/SoftwareDevice.h"
+#include "tests/node/NodeTest.h"
+
+namespace ViewTint::Tests {
+
+namespace {
+
+using Operation = SoftwareDevice::Operation;
+using Failing = SoftwareDevice::Failing;
+
+/// Renders on a device of its own memory that fails at one point after the other.
+class Fallback : public Render {
+protected:
+    Fallback() {
+        // Pictures with some spread, so that every statistic matters.
+        for (const Channel channel : {redChannel, greenChannel, blueChannel}) {
+            left.with(channel, [=](int x, int y) { return 0.1f + 0.03f * x + 0.02f * y * (channel + 1); });
+            right.with(channel, [=](int x, int y) { return 0.2f + 0.05f * x + 0.01f * y * (channel + 2); });
+        }
+        renderAgain();
+        onTheCpu = picture();
+        op.gpuContext = gpu.context();
+    }
+
+    /// Renders into a new plane and returns the standard output.
+    std::string renderAgain() {
+        fresh = std::make_unique<ImagePlane>(box, false, ChannelSet::fromMask(rgbaMask));
+        testing::internal::CaptureStdout();
+        op.renderStripe(*fresh);
+        return testing::internal::GetCapturedStdout();
+    }
+
+    /// What the latest render wrote; nothing where it wrote nothing.
+    std::vector<float> picture() const {
+        std::vector<float> values;
+        for (int y = box.y0; fresh->buffer() && y < box.y1; ++y)
+            for (int x = box.x0; x < box.x1; ++x)
+                for (int c = 0; c < 4; ++c)
+                    values.push_back(*fresh->at(x, y, c));
+        return values;
+    }
+
+    /// How many operations of a kind an undisturbed render tries.
+    int operationsOfARender(Operation operation) {
+        const int before = gpu.device().count(operation);
+        EXPECT_EQ(renderAgain(), "");
+        return gpu.device().count(operation) - before;
+    }
+
+    void expectTheCpusFrame(const std::string& when) {
+        EXPECT_TRUE(host.errors.empty()) << when;
+        EXPECT_EQ(picture(), onTheCpu) << when;
+        EXPECT_EQ(gpu.device().bytesInUse(), 0u) << when;
+    }
+
+    const std::string outOfMemory = "Warning: not enough memory on GPU, switching to CPU.\n";
+    SoftwareContext gpu;
+    std::unique_ptr<ImagePlane> fresh;
+    std::vector<float> onTheCpu;
+};
+
+TEST_F(Fallback, WithoutFailuresTheDeviceGivesTheCpusFrameToRounding) {
+    EXPECT_GT(operationsOfARender(Operation::launch), 20);
+    EXPECT_TRUE(host.errors.empty());
+    const auto onTheGpu = picture();
+    ASSERT_EQ(onTheGpu.size(), onTheCpu.size());
+    for (std::size_t i = 0; i < onTheCpu.size(); ++i)
+        EXPECT_NEAR(onTheGpu[i], onTheCpu[i], 1e-6f);
+
+    op.useGPUIfAvailable = false;
+    EXPECT_EQ(operationsOfARender(Operation::launch), 0);
+    expectTheCpusFrame("not wanted");
+}
+
+/// An image that finds no room moves the render to the CPU where it stands; a call that finds none for its own blocks
+/// is a failed call, after which the match is started again.
+TEST_F(Fallback, AnyFailingAllocationIsSurvived) {
+    int images = 0;
+    int calls = 0;
+    const int all = operationsOfARender(Operation::allocation);
+    for (const Failing failing : {Failing::once, Failing::fromThenOn}) {
+        for (int number = 0; number < all; ++number) {
+            gpu.device().failAt(Operation::allocation, number, failing);
+            const std::string warning = renderAgain();
+            const bool insideCall = gpu.device().failedInsideCall();
+            ++(insideCall ? calls : images);
+            EXPECT_EQ(warning, insideCall ? switching : outOfMemory) << "allocation " << number;
+            expectTheCpusFrame("allocation " + std::to_string(number));
+        }
+    }
+    EXPECT_GT(images, 0);
+    EXPECT_GT(calls, 0);
+}
+
+TEST_F(Fallback, AnyFailingLaunchIsSurvived) {
+    const int all = operationsOfARender(Operation::launch);
+    for (const Failing failing : {Failing::once, Failing::fromThenOn}) {
+        for (int number = 0; number < all; ++number) {
+            gpu.device().failAt(Operation::launch, number, failing);
+            EXPECT_EQ(renderAgain(), switching) << "launch " << number;
+            expectTheCpusFrame("launch " + std::to_string(number));
+        }
+    }
+}
+
+/// A device that no longer gives out what it holds makes the move to the CPU fail too: then the match starts again.
+TEST_F(Fallback, AnyFailingCopyIsSurvived) {
+    bool both = false;
+    const int all = operationsOfARender(Operation::copy);
+    for (const Failing failing : {Failing::once, Failing::fromThenOn}) {
+        for (int number = 0; number < all; ++number) {
+            gpu.device().failAt(Operation::copy, number, failing);
+            const std::string warning = renderAgain();
+            both |= warning == outOfMemory + switching;
+            EXPECT_TRUE(warning == switching || warning == outOfMemory ||
+                        (failing == Failing::fromThenOn && warning == outOfMemory + switching))
+                << "copy " << number << ": " << warning;
+            expectTheCpusFrame("copy " + std::to_string(number));
+        }
+    }
+    EXPECT_TRUE(both);
+}
+
+TEST_F(Fallback, ADeviceTooSmallForTheRenderIsLeft) {
+    for (const std::size_t budget : {0, 1000, 4000, 100000}) {
+        const SoftwareContext small(budget);
+        op.gpuContext = small.context();
+        const std::string warning = renderAgain();
+        EXPECT_EQ(warning, small.device().failedInsideCall() ? switching : outOfMemory) << budget;
+        expectTheCpusFrame("budget " + std::to_string(budget));
+    }
+}
+
+TEST_F(Fallback, AFailureThatStaysIsReported) {
+    const SoftwareContext cpu;
+    op.hostContext = cpu.context();
+    cpu.device().failAt(Operation::launch, 0, Failing::fromThenOn);
+    gpu.device().failAt(Operation::launch, 0);
+    renderAgain();
+    ASSERT_EQ(host.errors.size(), 1u);
+    EXPECT_NE(host.errors[0].find("The software device failed"), std::string::npos) << host.errors[0];
+    EXPECT_TRUE(picture().empty());
+}
+
+}  // namespace
+
+}  // namespace ViewTint::Tests
