@@ -1,3 +1,5 @@
+#include <cmath>
+
 #include "Common/Common.h"
 #include "compute/RunKernel.h"
 
@@ -44,6 +46,18 @@ void maskEdges(const Image& source, Image& output, Sides sides) {
     const bool up = sides == Sides::up || sides == Sides::upAndDown;
     runKernel(maskEdgeSource, {&source, &output}, onePixel, {}, Scalar{"left", left}, Scalar{"right", right},
               Scalar{"down", down}, Scalar{"up", up});
+}
+
+void growMask(const Image& mask, Image& work1, Image& work2, Image& output, float amount, float blur) {
+    const ProgramSource& kernel = amount >= 0 ? dilateSource : erodeSource;
+    const int whole = static_cast<int>(std::abs(amount));
+    const float fraction = std::abs(amount) - static_cast<float>(whole);
+    grow(kernel, mask, work1, whole, true, true, true, true);
+    gaussianBlur(work1, work2, output, blur);
+    if (fraction == 0) return;  // the other growth would have no weight
+    grow(kernel, mask, work2, whole + 1, true, true, true, true);
+    gaussianBlur(work2, work1, work2, blur);
+    crossFade(work2, output, output, fraction);
 }
 
 }  // namespace Vellum::Common

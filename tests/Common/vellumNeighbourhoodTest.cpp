@@ -150,11 +150,11 @@ struct Square {
 
 const Square squares[] = {{0},
                           {3},
-                          {8},
+                          {5},
                           {-1},
                           {5, true, false, false, false},
                           {2, false, true, false, true},
-                          {40, true, true, false, false},
+                          {30, true, true, false, false},
                           {96, false, false, true, true},
                           {200, false, true, false, false},  // farther than the form for whole blocks looks
                           {-4, false, false, false, false}};
@@ -518,6 +518,44 @@ TEST_F(Neighbourhood, maskEdgesBySide) {
         const Pixels untouched = edges(static_cast<Sides>(other));
         untouched.forEach([&](int x, int y, int) { EXPECT_EQ(untouched.at(x, y, 0), 7) << other; });
     }
+}
+
+TEST_F(Neighbourhood, growMaskMixesTwoWholeGrowths) {
+    constexpr float blur = 1.2f;
+    const Box box{-4, 2, 45, 40};
+    Pixels mask(box, 1);
+    mask.forEach([&](int x, int y, int) { mask.at(x, y, 0) = x >= 8 && x < 30 && y >= 10 && y < 33; });
+    const auto scratch = [&] { return TestImage(Pixels(box, 1), Arrangement::planar); };
+    const auto grown = [&](float amount) {
+        return resultOf(mask, [&](const Image& from, Image& to) {
+            TestImage work1 = scratch();
+            TestImage work2 = scratch();
+            Vellum::Common::growMask(from, work1.image(), work2.image(), to, amount, blur);
+        });
+    };
+    const auto whole = [&](auto operation, int radius) {
+        return resultOf(mask, [&](const Image& from, Image& to) {
+            TestImage sharp = scratch();
+            TestImage temporary = scratch();
+            operation(from, sharp.image(), radius, true, true, true, true);
+            Vellum::Common::gaussianBlur(sharp.image(), temporary.image(), to, blur);
+        });
+    };
+    EXPECT_EQ(firstDifference(whole(Vellum::Common::dilate, 2), grown(2)), "");
+    EXPECT_EQ(firstDifference(whole(Vellum::Common::dilate, 0), grown(0)), "");
+    EXPECT_EQ(firstDifference(whole(Vellum::Common::erode, 3), grown(-3)), "");
+    const auto expectMix = [&](const Pixels& less, const Pixels& more, float share, const Pixels& actual) {
+        mask.forEach([&](int x, int y, int) {
+            EXPECT_NEAR(actual.at(x, y, 0), share * more.at(x, y, 0) + (1 - share) * less.at(x, y, 0), 1e-6);
+        });
+    };
+    expectMix(whole(Vellum::Common::dilate, 2), whole(Vellum::Common::dilate, 3), 0.25f, grown(2.25f));
+    expectMix(whole(Vellum::Common::erode, 1), whole(Vellum::Common::erode, 2), 0.75f, grown(-1.75f));
+    // Half of the mask's height lies on the border that was asked for.
+    EXPECT_GT(grown(2).at(6, 20, 0), 0.5f);
+    EXPECT_LT(grown(2).at(5, 20, 0), 0.5f);
+    EXPECT_GT(grown(-2).at(10, 20, 0), 0.5f);
+    EXPECT_LT(grown(-2).at(9, 20, 0), 0.5f);
 }
 
 }  // namespace ViewTint::Tests
