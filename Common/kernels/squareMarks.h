@@ -2,7 +2,7 @@
 // integer, so that a step of the search looks at 32 pixels of each lane at a time.
 #pragma once
 
-#include "compute/kernel/kernel.h"
+#include "compute/kernel/hostForm.h"
 
 namespace Vellum::Kernels {
 inline namespace VIEWTINT_ISA {
@@ -84,8 +84,7 @@ private:
             const float* rows[rowsAbreast];
             for (int i = 0; i < rowsAbreast; ++i) {
                 const int y = clampTo(block.y0 + range.rangeMin[1] + row + i, a.y0, a.y1 - 1);
-                rows[i] = a.data + (begin - a.x0) + (y - a.y0) * static_cast<long>(a.strideY) +
-                          block.c0 * static_cast<long>(a.strideC);
+                rows[i] = addressIn(a, begin, y, block.c0);
             }
             int* words = marks.of[row / rowsPerWord] + (begin - from);
             const int firstBit = row % rowsPerWord;
@@ -146,14 +145,12 @@ private:
     }
 
     VT_FN void write(const Launch& block, const Marks& marks) {
-        const ImageArgument& o = block.images[1];
         const int columns = block.x1 - block.x0;
         for (int y = block.y0; y < block.y1; ++y) {
             const int row = y - block.y0;
             const int* words = marks.of[row / rowsPerWord];
             const I bit = I(1) << (row % rowsPerWord);
-            float* target = o.data + (block.x0 - o.x0) + (y - o.y0) * static_cast<long>(o.strideY) +
-                            block.c0 * static_cast<long>(o.strideC);
+            float* target = addressIn(block.images[1], block.x0, y, block.c0);
             for (int x = 0; x < columns; x += width) {
                 const int at = x + width <= columns ? x : columns - width;
                 store(select((loadInts(words + at) & bit) != I(0), V(K::ofMarked), V(K::ofUnmarked)), target + at, 1);
