@@ -8,10 +8,10 @@ namespace Vellum::Kernels {
 inline namespace VIEWTINT_ISA {
 
 /// Runs pieces of K, whose first image is read in a rectangle: O = K::ofMarked where any pixel there is marked, else
-/// K::ofUnmarked. Unless K::marksDecide,
-/// blocks with a pixel for which K::markDecides is false take the body.
+/// K::ofUnmarked. Unless K::marksDecide says that this always holds, blocks with a pixel for which K::markDecides is
+/// false take the body.
 template <class K, Counts T, class V>
-class SquareMarks {
+class RectangleMarks {
 public:
     VT_FN void run(const Launch& launch) {
         const ImageParameters& range = launch.imageParameters[0];
@@ -122,11 +122,9 @@ private:
             const int shift = step % rowsPerWord;
             words[marks.words] = I(0);
             for (int w = 0; w + skipped < marks.words; ++w) {
-                I above = words[w + skipped];
-                if (shift) {
-                    const I low = (above >> shift) & I(static_cast<int>(0xffffffffu >> shift));
-                    above = low | words[w + skipped + 1] << (rowsPerWord - shift);
-                }
+                // What comes in from the left repeats bit 31, which is in reach of all those bits.
+                I above = words[w + skipped] >> shift;
+                if (shift) above = above | words[w + skipped + 1] << (rowsPerWord - shift);
                 words[w] = words[w] | above;
             }
         }
