@@ -1,7 +1,6 @@
 #include "benchmarks/MemoryReference.h"
 
 #include <algorithm>
-#include <chrono>
 #include <cstring>
 #include <memory>
 #include <vector>
@@ -31,14 +30,15 @@ double secondsToMove(double bytes, int threads) {
     const int pieces = threads == 1 ? 1 : threads * 4;
     double best = 1e9;
     for (int i = 0; i < repetitions; ++i) {
-        const auto start = std::chrono::steady_clock::now();
-        Vellum::Parallel::forEachIndex(*threader, pieces, [&](int index) {
-            const std::size_t from = half / pieces * index;
-            const std::size_t to = index == pieces - 1 ? half : half / pieces * (index + 1);
-            std::memcpy(target.get() + from, source.get() + from, to - from);
+        const double seconds = secondsFor([&] {
+            Vellum::Parallel::forEachIndex(*threader, pieces, [&](int index) {
+                const std::size_t from = half / pieces * index;
+                const std::size_t to = index == pieces - 1 ? half : half / pieces * (index + 1);
+                std::memcpy(target.get() + from, source.get() + from, to - from);
+            });
+            benchmark::ClobberMemory();
         });
-        benchmark::ClobberMemory();
-        best = std::min(best, std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
+        best = std::min(best, seconds);
     }
     return best;
 }

@@ -24,25 +24,37 @@ public:
     ~Threads();
 };
 
+/// Wall-clock time of one call.
+template <class Work>
+double secondsFor(Work&& work) {
+    const auto start = std::chrono::steady_clock::now();
+    work();
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
 /// Runs `work` as a benchmark on `threads` threads and reports
 ///   ns_per_pixel    time of one 1080p picture's pixel
 ///   times_memcpy    time against moving `planes` planes with memcpy on the same threads
 /// `planes` counts each one-component plane once for reading and once for writing. Times are wall-clock, the best
-/// run's.
-template <class Work>
-void measure(benchmark::State& state, int threads, double planes, Work&& work) {
+/// run's. `between` is called after each run, outside the time.
+template <class Work, class Between>
+void measure(benchmark::State& state, int threads, double planes, Work&& work, Between&& between) {
     const Threads scope(threads);
     work();  // memory from the pool, kernels looked up
     double best = 1e9;
     for (auto _ : state) {
-        const auto start = std::chrono::steady_clock::now();
-        work();
-        const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        const double seconds = secondsFor(work);
         state.SetIterationTime(seconds);
         best = std::min(best, seconds);
+        between();
     }
     state.counters["ns_per_pixel"] = best / pixels * 1e9;
     state.counters["times_memcpy"] = best / secondsToMove(planes * planeBytes, threads);
+}
+
+template <class Work>
+void measure(benchmark::State& state, int threads, double planes, Work&& work) {
+    measure(state, threads, planes, work, [] {});
 }
 
 }  // namespace ViewTint::Benchmarks

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <opencv2/core.hpp>
 #include <opencv2/imgproc.hpp>
 
@@ -7,21 +8,14 @@
 
 namespace ViewTint::Benchmarks {
 
-/// Measures `work` as measure() does, on as many threads as the benchmark's first argument says, and OpenCV's `peer` on
-/// as many in the same run; reports `times_faster_than_opencv`, best run against best run.
+/// As measure(), with `peer`, the same operation by OpenCV on as many threads, run in turns with `work`. Reports also
+///   times_faster_than_opencv    the peer's best time against the best of `work`
 template <class Work, class Peer>
-void compare(benchmark::State& state, double planes, Work&& work, Peer&& peer) {
-    constexpr int runs = 30;
-    const int threads = static_cast<int>(state.range(0));
-    measure(state, threads, planes, work);
+void measureBesideOpenCV(benchmark::State& state, int threads, double planes, Work&& work, Peer&& peer) {
     cv::setNumThreads(threads);
-    peer();
+    peer();  // the memory of its result
     double best = 1e9;
-    for (int i = 0; i < runs; ++i) {
-        const auto start = std::chrono::steady_clock::now();
-        peer();
-        best = std::min(best, std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
-    }
+    measure(state, threads, planes, work, [&] { best = std::min(best, secondsFor(peer)); });
     state.counters["times_faster_than_opencv"] = best / (state.counters["ns_per_pixel"] * pixels * 1e-9);
 }
 

@@ -1,8 +1,10 @@
-// Colour conversions of 1080p pictures of three components, against memory and OpenCV's conversions.
+// Colour conversions of a 1080p picture of three components, against memory and against OpenCV's. Each library works on
+// pictures as it keeps them: planes here, pixels side by side there.
 #include <random>
 
 #include "Common/Common.h"
 #include "benchmarks/Peer.h"
+#include "compute/Catalogue.h"
 #include "compute/HostDevice.h"
 
 namespace ViewTint::Benchmarks {
@@ -11,53 +13,107 @@ namespace {
 
 using Vellum::Image::Image;
 
-Image makePicture() {
+constexpr double planesMoved = 6;
+
+Image makeImage() {
     return Image({{0, 0, width, height}, 3, Vellum::Pixel::DataEnum::float32}, Vellum::Compute::Host::hostDevice());
 }
 
-/// The same picture for both libraries.
+/// The same picture of linear RGB for both libraries, or the Lab picture that each makes of it, and room for results.
 struct Pictures {
-    Pictures() : source(makePicture()), output(makePicture()), peerSource(height, width, CV_32FC3) {
+    Image source = makeImage(), output = makeImage();
+    cv::Mat peerSource = cv::Mat(height, width, CV_32FC3), peerOutput = cv::Mat(height, width, CV_32FC3);
+
+    static Pictures ofRgb() {
+        Pictures pictures;
         std::minstd_rand random(1);
-        std::uniform_real_distribution<float> value(0.01f, 0.9f);
-        const auto& layout = source.tile().layout;
+        std::uniform_real_distribution<float> value(0, 1);
+        const auto& layout = pictures.source.tile().layout;
         for (int y = 0; y < height; ++y)
             for (int x = 0; x < width; ++x)
-                for (int c = 0; c < 3; ++c)
-                    peerSource.at<cv::Vec3f>(y, x)[c] =
-                        source.data()[x + y * layout.y.elements + c * layout.component.elements] = value(random);
-        output.clear();
+                for (int c = 0; c < 3; ++c) {
+                    const float v = value(random);
+                    pictures.source.data()[x + y * layout.y.elements + c * layout.component.elements] = v;
+                    pictures.peerSource.at<cv::Vec3f>(y, x)[c] = v;
+                }
+        pictures.output.clear();
+        return pictures;
     }
-    Image source, output;
-    cv::Mat peerSource, peerOutput;
+
+    static Pictures ofLab() {
+        Pictures pictures = ofRgb();
+        Vellum::Common::rgbToLab(pictures.source, pictures.source);
+        cv::cvtColor(pictures.peerSource, pictures.peerSource, cv::COLOR_LRGB2Lab);
+        return pictures;
+    }
 };
 
-void convert(benchmark::State& state, void (*conversion)(const Image&, Image&, int), int peerCode) {
-    Pictures p;
-    compare(
-        state, 6, [&] { conversion(p.source, p.output, 19); },
-        [&] { cv::cvtColor(p.peerSource, p.peerOutput, peerCode); });
+void beside(benchmark::State& state, Pictures pictures, cv::ColorConversionCodes conversion,
+            void (*convert)(const Image& source, Image& output)) {
+    measureBesideOpenCV(
+        state, static_cast<int>(state.range(0)), planesMoved, [&] { convert(pictures.source, pictures.output); },
+        [&] { cv::cvtColor(pictures.peerSource, pictures.peerOutput, conversion); });
 }
 
-void rgbToLab(benchmark::State& state) {
-    convert(state, Vellum::Common::rgbToLab, cv::COLOR_LRGB2Lab);
+void linearRgbToLab(benchmark::State& state) {
+    beside(state, Pictures::ofRgb(), cv::COLOR_LRGB2Lab,
+           [](const Image& source, Image& output) { Vellum::Common::rgbToLab(source, output); });
 }
 
-void labToRgb(benchmark::State& state) {
-    convert(state, Vellum::Common::labToRgb, cv::COLOR_Lab2LRGB);
+void labToLinearRgb(benchmark::State& state) {
+    beside(state, Pictures::ofLab(), cv::COLOR_Lab2LRGB,
+           [](const Image& source, Image& output) { Vellum::Common::labToRgb(source, output); });
+}
+
+void srgbToLab(benchmark::State& state) {
+    beside(state, Pictures::ofRgb(), cv::COLOR_RGB2Lab, [](const Image& source, Image& output) {
+        Vellum::Common::srgbToLinear(source, output);
+        Vellum::Common::rgbToLab(output, output);
+    });
+}
+
+void labToSrgb(benchmark::State& state) {
+    beside(state, Pictures::ofLab(), cv::COLOR_Lab2RGB, [](const Image& source, Image& output) {
+        Vellum::Common::labToRgb(source, output);
+        Vellum::Common::linearToSrgb(output, output);
+    });
 }
 
 /// OpenCV has no transfer curve by itself.
+void srgbToLinear(benchmark::State& state) {
+    Pictures p = Pictures::ofRgb();
+    measure(state, static_cast<int>(state.range(0)), planesMoved,
+            [&] { Vellum::Common::srgbToLinear(p.source, p.output); });
+}
+
 void linearToSrgb(benchmark::State& state) {
-    Pictures p;
-    measure(state, static_cast<int>(state.range(0)), 6, [&] { Vellum::Common::linearToSrgb(p.source, p.output); });
+    Pictures p = Pictures::ofRgb();
+    measure(state, static_cast<int>(state.range(0)), planesMoved,
+            [&] { Vellum::Common::linearToSrgb(p.source, p.output); });
+}
+
+/// As on a machine without AVX-512.
+template <void (*conversion)(benchmark::State&)>
+void onAvx2(benchmark::State& state) {
+    Vellum::CodeGen::limitInstructionSet(Vellum::CodeGen::InstructionSet::avx2);
+    conversion(state);
+    Vellum::CodeGen::limitInstructionSet(Vellum::CodeGen::InstructionSet::avx512);
+}
+
+void onOneAndTwoThreads(benchmark::internal::Benchmark* benchmark) {
+    benchmark->Arg(1)->Arg(2)->ArgName("threads")->UseManualTime()->Unit(benchmark::kMillisecond);
 }
 
 }  // namespace
 
-BENCHMARK(rgbToLab)->Arg(1)->Arg(2)->ArgName("threads")->UseManualTime()->Unit(benchmark::kMillisecond);
-BENCHMARK(labToRgb)->Arg(1)->Arg(2)->ArgName("threads")->UseManualTime()->Unit(benchmark::kMillisecond);
-BENCHMARK(linearToSrgb)->Arg(1)->Arg(2)->ArgName("threads")->UseManualTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(linearRgbToLab)->Apply(onOneAndTwoThreads);
+BENCHMARK(labToLinearRgb)->Apply(onOneAndTwoThreads);
+BENCHMARK(srgbToLab)->Apply(onOneAndTwoThreads);
+BENCHMARK(labToSrgb)->Apply(onOneAndTwoThreads);
+BENCHMARK(srgbToLinear)->Apply(onOneAndTwoThreads);
+BENCHMARK(linearToSrgb)->Apply(onOneAndTwoThreads);
+BENCHMARK_TEMPLATE(onAvx2, linearRgbToLab)->Apply(onOneAndTwoThreads);
+BENCHMARK_TEMPLATE(onAvx2, labToLinearRgb)->Apply(onOneAndTwoThreads);
 
 }  // namespace ViewTint::Benchmarks
 

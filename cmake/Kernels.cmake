@@ -2,7 +2,8 @@
 
 option(VIEWTINT_AVX512 "Compile the kernels for AVX-512 too" ON)
 
-set(VIEWTINT_KERNEL_FLAGS -O2 -fno-exceptions -fno-rtti)
+# Tracking where variables live takes minutes in bodies of hundreds of registers.
+set(VIEWTINT_KERNEL_FLAGS -O2 -fno-exceptions -fno-rtti -fno-var-tracking)
 set(VIEWTINT_ISA_FLAGS_sse2 -DVIEWTINT_BASELINE=1)
 set(VIEWTINT_ISA_FLAGS_avx2 -mavx2)
 set(VIEWTINT_ISA_FLAGS_avx512 -mavx512f -mavx512dq -mavx512vl -mavx512bw -mprefer-vector-width=512)

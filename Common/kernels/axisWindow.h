@@ -1,9 +1,7 @@
 // Host forms of filters with a window along one axis: several registers and rows side by side share what they load.
 #pragma once
 
-#include "compute/kernel/kernel.h"
-
-#define VT_INLINE_LAMBDA __attribute__((always_inline))
+#include "compute/kernel/hostForm.h"
 
 namespace Vellum::Kernels {
 inline namespace VIEWTINT_ISA {
@@ -31,17 +29,6 @@ struct Abreast {
     }
 };
 
-/// Columns from .. from + count - 1 of a row, the nearest column of 0 .. width - 1 for one that isn't there.
-VT_FN void copyClamped(const float* row, int width, int from, int count, float* target) {
-    const int begin = clampTo(-from, 0, count);
-    const int end = clampTo(width - from, begin, count);
-    for (int i = 0; i < begin; ++i)
-        target[i] = row[0];
-    __builtin_memcpy(target + begin, row + from + begin, (end - begin) * sizeof(float));
-    for (int i = end; i < count; ++i)
-        target[i] = row[width - 1];
-}
-
 /// Runs pieces by K::window<rows>(parameters, tap, results): results.of[k][b] is the window of row k and register b,
 /// whose first tap is tap(k, b) and whose last is tap(k + 2 radius, b). It adds in the body's order.
 template <class K, Counts T, class V>
@@ -61,10 +48,6 @@ private:
     /// What is left to the ends of a row: the pixels that read beyond the image, filled up to whole steps.
     static constexpr int mostEdgePixels = (mostWindowRadius + columns) / columns * columns + columns;
 
-    VT_FN float* address(const ImageArgument& image, int x, int y, int c) {
-        return image.data + (x - image.x0) + (y - image.y0) * static_cast<long>(image.strideY) +
-               c * static_cast<long>(image.strideC);
-    }
     VT_FN int wholeSteps(int count) { return (count + columns - 1) / columns * columns; }
 
     /// Windows that go down columns, several rows at a time. Pieces overlap at their ends, where the same is written
@@ -78,9 +61,9 @@ private:
             const float* source[2 * mostWindowRadius + rowsAbreast];
             float* target[rowsAbreast];
             for (int i = 0; i < 2 * radius + rowsAbreast; ++i)
-                source[i] = address(a, launch.x0, clampTo(first - radius + i, a.y0, a.y1 - 1), c);
+                source[i] = addressIn(a, launch.x0, clampTo(first - radius + i, a.y0, a.y1 - 1), c);
             for (int k = 0; k < rowsAbreast; ++k)
-                target[k] = address(launch.images[1], launch.x0, first + k, c);
+                target[k] = addressIn(launch.images[1], launch.x0, first + k, c);
             for (int x = 0; x < width; x += columns) {
                 const int at = x + columns <= width ? x : width - columns;
                 Abreast<V, rowsAbreast> results;
@@ -121,8 +104,8 @@ private:
         const int inside = (end + radius <= imageWidth ? end : imageWidth - radius) - left;
         const int right = inside > 0 ? left + inside / columns * columns : left;
         for (int y = launch.y0; y < launch.y1; ++y) {
-            const float* row = address(a, a.x0, y, c);
-            float* target = address(launch.images[1], launch.x0, y, c) - begin;
+            const float* row = addressIn(a, a.x0, y, c);
+            float* target = addressIn(launch.images[1], launch.x0, y, c) - begin;
             const auto runEdge = [&](int x, int count) {
                 float source[mostEdgePixels + 2 * mostWindowRadius];
                 float results[mostEdgePixels];

@@ -49,16 +49,20 @@ VT_FN Triple<V> xyzOfLab(V lightness, V a, V b, float knee) {
     return {inverseLabCurve(l + a / 5.f, knee), inverseLabCurve(l, knee), inverseLabCurve(l + b / -2.f, knee)};
 }
 
-/// The sRGB transfer curve (IEC 61966-2-1), code to linear light. NaN stays.
+/// The sRGB transfer curve (IEC 61966-2-1), code to linear light. NaN and infinity stay themselves, which the straight
+/// line sees to.
 template <class V>
 VT_FN V linearOfSrgb(V v) {
-    return select(v <= V(0.04045f), v / V(12.92f), pow((v + V(0.055f)) / V(1.055f), 2.4f));
+    const auto curved = (v > V(0.04045f)) & (v < V(infinity));
+    const V t = select(curved, v + V(0.055f), v) / select(curved, V(1.055f), V(12.92f));
+    return select(curved, pow12Over5OfNormal(t), t);
 }
 
-/// Linear light to code.
+/// Linear light to code, the same way.
 template <class V>
 VT_FN V srgbOfLinear(V v) {
-    return select(v <= V(0.0031308f), v * V(12.92f), V(1.055f) * pow(v, 0.41666666f) - V(0.055f));
+    const auto curved = (v > V(0.0031308f)) & (v < V(infinity));
+    return select(curved, V(1.055f) * pow5Over12OfNormal(v) - V(0.055f), v * V(12.92f));
 }
 
 }  // namespace VIEWTINT_ISA

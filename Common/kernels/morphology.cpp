@@ -1,12 +1,12 @@
 // Growing, shrinking and edges of masks. Compiled once per instruction set.
-#include "Common/kernels/squareMarks.h"
+#include "Common/kernels/rectangleMarks.h"
 
 namespace Vellum::Kernels {
 inline namespace VIEWTINT_ISA {
 
 /// Reads A in a square of which each half, left, right, down and up, can be switched off. With a negative radius there
 /// is nothing to read.
-struct Square : PerComponent<In<"A", Pattern::rectangle, EdgeMethod::clamped>, Out<"O">> {
+struct InSquare : PerComponent<In<"A", Pattern::rectangle, EdgeMethod::clamped>, Out<"O">> {
     struct Params {
         int radius = 1;
         bool right = true, left = true, up = true, down = true;
@@ -23,7 +23,7 @@ struct Square : PerComponent<In<"A", Pattern::rectangle, EdgeMethod::clamped>, O
 
 /// O = 1 where the sum of A over the square, row by row from 0, is above 0, else 0; so 0 for NaN, and negative values
 /// cancel positive ones.
-struct dilateKernel : Square {
+struct dilateKernel : InSquare {
     VT_FN void body(const Params&, auto A, auto O) {
         const ImageParameters& range = A.parameters;
         auto sum = O.lane(0);
@@ -40,12 +40,12 @@ struct dilateKernel : Square {
     VT_FN auto markDecides(auto value) { return value >= 0.f; }
     template <class V, Counts T>
     static void hostForm(const Launch& launch) {
-        SquareMarks<dilateKernel, T, V>::run(launch);
+        RectangleMarks<dilateKernel, T, V>::run(launch);
     }
 };
 
 /// O = 0 where A is 0 anywhere in the square, else 1. NaN isn't 0.
-struct erodeKernel : Square {
+struct erodeKernel : InSquare {
     VT_FN void body(const Params&, auto A, auto O) {
         const ImageParameters& range = A.parameters;
         auto kept = O.lane(1);
@@ -60,7 +60,7 @@ struct erodeKernel : Square {
     VT_FN auto marked(auto value) { return value == 0.f; }
     template <class V, Counts T>
     static void hostForm(const Launch& launch) {
-        SquareMarks<erodeKernel, T, V>::run(launch);
+        RectangleMarks<erodeKernel, T, V>::run(launch);
     }
 };
 

@@ -112,11 +112,11 @@ struct runningBoxSumKernel : PerComponent<In<"A", Pattern::axis>, Out<"O", Patte
         const auto& p = *static_cast<const Params*>(launch.parameters);
         const bool acrossRows =
             p.horizontal && launch.x1 - launch.x0 == 1 && launch.y1 - launch.y0 >= LaneTraits<V>::width;
-        const bool downColumns = !p.horizontal && launch.x1 - launch.x0 >= LaneTraits<V>::width;
-        if (!acrossRows && !downColumns) return runRows<runningBoxSumKernel, T, V, Reach::unit>(launch);
+        const bool upColumns = !p.horizontal && launch.x1 - launch.x0 >= LaneTraits<V>::width;
+        if (!acrossRows && !upColumns) return runRows<runningBoxSumKernel, T, V, Reach::unit>(launch);
         for (int c = launch.c0; c < launch.c1; ++c)
             acrossRows ? runMeansAcross(launch, p.radius, p.lineLength, p.scale, c)
-                       : runMeansDown(launch, p.radius, p.lineLength, p.scale, c);
+                       : runMeansUp(launch, p.radius, p.lineLength, p.scale, c);
     }
 };
 

@@ -61,16 +61,13 @@ void blurOrCopy(const Image& source, Image& temporary, Image& output, float sigm
 }  // namespace
 
 void growMask(const Image& mask, Image& work1, Image& work2, Image& output, float amount, float blur) {
-    const bool widens = amount >= 0;
+    const ProgramSource& kernel = amount >= 0 ? dilateSource : erodeSource;
     const int whole = static_cast<int>(std::abs(amount));
     const float fraction = std::abs(amount) - static_cast<float>(whole);
-    const auto growBy = [&](int radius, Image& grown) {
-        widens ? dilate(mask, grown, radius) : erode(mask, grown, radius);
-    };
-    growBy(whole, work1);
+    grow(kernel, mask, work1, whole, true, true, true, true);
     blurOrCopy(work1, work2, output, blur);
-    if (fraction == 0) return;  // the larger mask would weigh nothing
-    growBy(whole + 1, work2);
+    if (fraction == 0) return;  // the other growth would have no weight
+    grow(kernel, mask, work2, whole + 1, true, true, true, true);
     blurOrCopy(work2, work1, work2, blur);
     crossFade(work2, output, output, fraction);
 }

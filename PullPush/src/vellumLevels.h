@@ -20,7 +20,7 @@ void push(const Vellum::Image::Image& coarseValues, const Vellum::Image::Image& 
           Vellum::Image::Image& values, Vellum::Image::Image& weights, int flags);
 
 // The finest level is the picture itself. Both steps limit its weights to 0 .. 1 on the way and leave it as it is,
-// which gives the same bits as working on a limited copy and saves half the time.
+// which gives the same bits as working on a limited copy and saves a third of the time.
 
 /// The first coarser level from the picture.
 void pullPicture(const Vellum::Image::Image& picture, const Vellum::Image::Image& weights,

@@ -100,13 +100,20 @@ VT_FN F pow(F x, float p) {
     return select(x >= F(0.f), y, notANumber);
 }
 
-/// Cube root of a positive normal number, 2.5 ulp; what else is given comes out meaningless.
-/// y = 1 / cbrt(x) is guessed from the exponent to within 3.5 percent. With h = 1 - x y^3 the root is
-/// x y^2 (1 - h)^(-2/3) exactly; the power is a polynomial of degree 5, fitted on the interval that the guess leaves.
-/// Short chains of operations count here: Lab is a cube root of each component, and waits for them.
+/// x^(-1/n) of a positive normal number, guessed from the exponent to within 3.6 percent; `constant` belongs to n.
+template <int n, int constant, class F>
+VT_FN F guessInverseRoot(F x) {
+    return fromBits(IntOf<F>(constant) - toInt(toFloat(bitsOf(x)) * F(1.f / n)));
+}
+
+// Powers by roots. With a guess y of x^(-1/n) and h = 1 - x y^n, what is sought is a product of powers of x and y times
+// (1 - h)^p exactly; that power is a polynomial, fitted on the interval that the guess leaves. Short chains of
+// operations count here: colour conversions are such powers, and wait for them.
+
+/// Cube root of a positive normal number, 2.5 ulp; what else is given comes out meaningless. x y^2 (1 - h)^(-2/3).
 template <class F>
 VT_FN F cbrtOfNormal(F x) {
-    const F y = fromBits(IntOf<F>(0x54a20000) - toInt(toFloat(bitsOf(x)) * F(1.f / 3)));
+    const F y = guessInverseRoot<3, 0x54a20000>(x);
     const F y2 = y * y;
     const F h = F(1.f) - (x * y) * y2;
     const F h2 = h * h;
@@ -114,6 +121,33 @@ VT_FN F cbrtOfNormal(F x) {
     const F r = ((F(2.f / 3) + F(0.5555279f) * h) + h2 * high) * h;
     const F root = x * y2;
     return root + root * r;
+}
+
+/// x^(5/12) of a positive normal number, 4.5 ulp; what else is given comes out meaningless. s^2 y (1 - h)^(-1/3) with
+/// the fourth root s in place of x.
+template <class F>
+VT_FN F pow5Over12OfNormal(F x) {
+    const F s = sqrt(sqrt(x));
+    const F y = guessInverseRoot<3, 0x54a20000>(s);
+    const F h = F(1.f) - (s * y) * (y * y);
+    const F h2 = h * h;
+    const F high = (F(0.17283118f) + F(0.14566329f) * h) + h2 * F(0.12650401f);
+    const F r = ((F(0.33333334f) + F(0.22221693f) * h) + h2 * high) * h;
+    const F power = (s * s) * y;
+    return power + power * r;
+}
+
+/// x^(12/5) of a positive normal number, 6.5 ulp; what else is given comes out meaningless. (x y)^3 (1 - h)^(-3/5).
+template <class F>
+VT_FN F pow12Over5OfNormal(F x) {
+    const F y = guessInverseRoot<5, 0x4c2b4400>(x);
+    const F y2 = y * y;
+    const F u = x * y;
+    const F h = F(1.f) - u * (y2 * y2);
+    const F h2 = h * h;
+    const F high = (F(0.41584689f) + F(0.37410831f) * h) + h2 * (F(0.35736214f) + F(0.33826352f) * h);
+    const F r = ((F(0.60000044f) + F(0.48000149f) * h) + h2 * high) * h;
+    return ((u * u) * u) * (F(1.f) + r);
 }
 
 /// Cube root, 2.5 ulp, odd: cbrt(-x) = -cbrt(x). 0 for 0 and for denormals; infinities and NaN stay themselves.

@@ -94,7 +94,6 @@ and right, 3 down, 4 up, 5 up and down.)");
         [](const Image& mask, float amount, float blur) {
             requireSize("amount", amount, -most);
             requireSize("blur", blur, -most);
-            if (blur == 0) raiseValue("blur must not be 0.");
             return written(mask, [&](Image& output) {
                 Image work1 = newLike(mask);
                 Image work2 = newLike(mask);

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <vector>
+
 #include "Common/Common.h"
 #include "tests/harness/KernelHarness.h"
 
@@ -26,6 +28,21 @@ inline Pixels constantPixels(const Box& box, int components, float value) {
     Pixels pixels(box, components);
     pixels.forEach([&](int x, int y, int c) { pixels.at(x, y, c) = value; });
     return pixels;
+}
+
+/// One row of pixels of one component, from x0 on.
+inline Pixels row(const std::vector<float>& values, int x0 = 0) {
+    Pixels pixels({x0, 0, x0 + static_cast<int>(values.size()), 1}, 1);
+    pixels.forEach([&](int x, int y, int c) { pixels.at(x, y, c) = values[x - x0]; });
+    return pixels;
+}
+
+/// What an operation leaves in an image that held `before`.
+template <class Operation>
+Pixels resultOf(Operation&& operation, const Pixels& before) {
+    TestImage output(before, Arrangement::paddedPlanar);
+    operation(output.image());
+    return output.pixels();
 }
 
 }  // namespace ViewTint::Tests

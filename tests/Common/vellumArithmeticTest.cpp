@@ -100,18 +100,44 @@ TEST_F(CommonKernels, clampAndSoftLimit) {
                          }});
 }
 
+TEST(CommonWrappers, arithmeticByHand) {
+    const TestImage a(row({6, -1, 0, 3}), Arrangement::planar);
+    const TestImage b(row({2, 0, 0, NAN}), Arrangement::planar);
+    const auto expect = [](const std::vector<float>& expected, auto operation) {
+        EXPECT_EQ(firstDifference(row(expected), resultOf(operation, row({0, 0, 0, 0}))), "");
+    };
+    namespace Common = Vellum::Common;
+    expect({8, -1, 0, NAN}, [&](Image& o) { Common::add(a.image(), b.image(), o); });
+    expect({4, -1, 0, NAN}, [&](Image& o) { Common::subtract(a.image(), b.image(), o); });
+    expect({12, -0.0f, 0, NAN}, [&](Image& o) { Common::multiply(a.image(), b.image(), o); });
+    expect({3, 0, 0, NAN}, [&](Image& o) { Common::divide(a.image(), b.image(), o); });
+    expect({-12, 2, -0.0f, -6}, [&](Image& o) { Common::multiplyConstant(a.image(), o, -2); });
+    expect({5, -2, -1, 2}, [&](Image& o) { Common::addConstant(a.image(), o, {-1, 7, 7, 7}); });
+    expect({1, 0, 0, 1}, [&](Image& o) { Common::clamp(a.image(), o, 0, 1); });
+    expect({2, 0, 0, NAN}, [&](Image& o) { Common::clamp(b.image(), o, 0, 5); });
+    expect({1, 1, 1, 1}, [&](Image& o) { Common::clamp(a.image(), o, 2, 1); });
+}
+
+/// (1 + 2i) (3 - i) = 5 + 5i, in place.
+TEST(CommonWrappers, complexProductByHand) {
+    const auto complex = [](float real, float imaginary) {
+        Pixels pixels({0, 0, 1, 1}, 2);
+        pixels.at(0, 0, 0) = real;
+        pixels.at(0, 0, 1) = imaginary;
+        return pixels;
+    };
+    TestImage a(complex(1, 2), Arrangement::packed);
+    const TestImage b(complex(3, -1), Arrangement::packed);
+    Vellum::Common::complexMultiply(a.image(), b.image(), a.image());
+    EXPECT_EQ(firstDifference(complex(5, 5), a.pixels()), "");
+}
+
 /// With a limit of 1 and a softness of 0.1: the line, the parabola at the limit (1 - 0.1 / 4), and +1 on both sides.
 TEST(CommonWrappers, softLimitByHand) {
-    const std::pair<float, float> known[] = {{0.5f, 0.5f},   {0.9f, 0.9f},     {1.0f, 0.975f}, {1.1f, 1}, {5, 1},
-                                             {-0.5f, -0.5f}, {-1.0f, -0.975f}, {-1.1f, 1},     {-5, 1},   {NAN, 1}};
-    Pixels values({0, 0, 10, 1}, 1);
-    for (int x = 0; x < 10; ++x)
-        values.at(x, 0, 0) = known[x].first;
-    const TestImage source(values, Arrangement::planar);
-    TestImage output(values, Arrangement::planar);
-    Vellum::Common::softLimit(source.image(), output.image(), 1, 0.1f);
-    for (int x = 0; x < 10; ++x)
-        EXPECT_NEAR(output.pixels().at(x, 0, 0), known[x].second, 1e-6) << known[x].first;
+    const TestImage source(row({0.5f, 0.9f, 1.0f, 1.1f, 5, -0.5f, -1.0f, -1.1f, -5, NAN}), Arrangement::planar);
+    const Pixels expected = row({0.5f, 0.9f, 0.975f, 1, 1, -0.5f, -0.975f, 1, 1, 1});
+    const Pixels limited = resultOf([&](Image& o) { Vellum::Common::softLimit(source.image(), o, 1, 0.1f); }, expected);
+    expected.forEach([&](int x, int y, int c) { EXPECT_NEAR(limited.at(x, y, c), expected.at(x, y, c), 1e-6) << x; });
 }
 
 TEST_F(CommonKernels, weightedComponentSum) {
@@ -132,6 +158,13 @@ TEST_F(CommonKernels, weightedComponentSum) {
                              context.set({"normalise"}, normalise);
                          }});
     }
+}
+
+/// In single precision 2^24 + 1 + 1 + 1 is 2^24.
+TEST(CommonWrappers, weightsAreDividedByTheirSumInSinglePrecision) {
+    const TestImage ones(constantPixels({0, 0, 3, 2}, 1, 1), Arrangement::planar);
+    const Image sum = Vellum::Common::weightedComponentSum(ones.image(), {0x1p24f, 1, 1, 1}, true);
+    EXPECT_EQ(firstDifference(ones.pixels(), pixelsOf(sum)), "");
 }
 
 }  // namespace ViewTint::Tests

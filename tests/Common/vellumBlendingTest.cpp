@@ -81,4 +81,26 @@ TEST_F(CommonKernels, crossFade) {
     }
 }
 
+/// A has the first two of three pixels, B the last two.
+TEST(CommonWrappers, blendingByHand) {
+    const TestImage a(row({1, 2}), Arrangement::planar);
+    const TestImage b(row({10, 20}, 1), Arrangement::planar);
+    const auto faded = [&](float mix, bool clampMix) {
+        return resultOf(
+            [&](Image& o) { Vellum::Common::crossFade(a.image(), b.image(), o, mix, clampMix, {4}, {100}); },
+            row({0, 0, 0}));
+    };
+    EXPECT_EQ(firstDifference(row({75.25f, 8, 16}), faded(0.25f, true)), "");
+    EXPECT_EQ(firstDifference(row({1, 2, 4}), faded(2, true)), "") << "as with 1";
+    EXPECT_EQ(firstDifference(row({-98, -6, -12}), faded(2, false)), "");
+
+    const TestImage mask(row({0.25f, 1}), Arrangement::planar);
+    for (const bool invert : {false, true})
+        EXPECT_EQ(firstDifference(
+                      invert ? row({0.75f, 0}) : row({0.25f, 2}),
+                      resultOf([&](Image& o) { Vellum::Common::multiplyByMask(a.image(), mask.image(), o, invert); },
+                               row({0, 0}))),
+                  "");
+}
+
 }  // namespace ViewTint::Tests

@@ -89,6 +89,24 @@ TEST_F(CommonKernels, channels) {
     }
 }
 
+TEST(CommonWrappers, fillingByHand) {
+    const TestImage mask(row({-1, -0.0f, 0, 0.5f, NAN}), Arrangement::planar);
+    for (const bool invert : {false, true})
+        EXPECT_EQ(firstDifference(invert ? row({1, 9, 9, 4, 5}) : row({1, 2, 3, 9, 5}),
+                                  resultOf(
+                                      [&](Image& o) {
+                                          Vellum::Common::fillWhereMask(o, mask.image(), {9, 8, 7, 6}, invert);
+                                      },
+                                      row({1, 2, 3, 4, 5}))),
+                  "");
+    const TestImage two(row({1, 2}), Arrangement::planar);
+    EXPECT_EQ(firstDifference(
+                  row({1, 1, 2, 2, 2}, -1),
+                  resultOf([&](Image& o) { Vellum::Common::copyClamped(two.image(), o); }, row({0, 0, 0, 0, 0}, -1))),
+              "")
+        << "repeats the border";
+}
+
 TEST(CommonWrappers, clearAlsoTakesUnsignedImages) {
     Image image({{0, 0, 19, 3}, 2, Vellum::Pixel::DataEnum::unsigned32}, Vellum::Compute::Host::hostDevice());
     auto* values = reinterpret_cast<std::uint32_t*>(image.data());

@@ -151,11 +151,11 @@ struct Square {
 
 const Square squares[] = {{0},
                           {3},
-                          {8},
+                          {5},
                           {-1},
                           {5, true, false, false, false},
                           {2, false, true, false, true},
-                          {40, true, true, false, false},
+                          {30, true, true, false, false},
                           {96, false, false, true, true},
                           {200, false, true, false, false},  // farther than the form for whole blocks looks
                           {-4, false, false, false, false}};
@@ -521,40 +521,45 @@ TEST_F(Neighbourhood, maskEdgesBySide) {
     }
 }
 
-/// A mask grown by a part of a pixel lies between those grown by whole pixels; the weight is the fraction.
-TEST_F(Neighbourhood, growMaskMixesWholeSteps) {
-    const Box box{-2, 1, 24, 20};
-    Pixels values(box, 1);
-    values.forEach([&](int x, int y, int) { values.at(x, y, 0) = x > 6 && x < 13 && y > 5 && y < 14; });
-    const TestImage mask(values, Arrangement::planar);
+TEST_F(Neighbourhood, growMaskMixesTwoWholeGrowths) {
+    constexpr float blur = 1.2f;
+    const Box box{-4, 2, 45, 40};
+    Pixels mask(box, 1);
+    mask.forEach([&](int x, int y, int) { mask.at(x, y, 0) = x >= 8 && x < 30 && y >= 10 && y < 33; });
+    const auto scratch = [&] { return TestImage(Pixels(box, 1), Arrangement::planar); };
     const auto grown = [&](float amount, float blur) {
-        TestImage work1(Pixels(box, 1), Arrangement::planar), work2(Pixels(box, 1), Arrangement::planar);
-        TestImage output(Pixels(box, 1), Arrangement::planar);
-        Vellum::Common::growMask(mask.image(), work1.image(), work2.image(), output.image(), amount, blur);
-        return output.pixels();
-    };
-    const auto blurred = [&](int radius, bool widens) {
-        TestImage step(values, Arrangement::planar), work(values, Arrangement::planar);
-        TestImage output(values, Arrangement::planar);
-        (widens ? Vellum::Common::dilate : Vellum::Common::erode)(mask.image(), step.image(), radius, true, true, true,
-                                                                  true);
-        Vellum::Common::gaussianBlur(step.image(), work.image(), output.image(), 1.5f);
-        return output.pixels();
-    };
-    EXPECT_EQ(firstDifference(blurred(2, true), grown(2, 1.5f)), "");
-    EXPECT_EQ(firstDifference(blurred(1, false), grown(-1, 1.5f)), "");
-    for (const auto& [amount, lower, upper] : {std::tuple{2.25f, 2, 3}, {-0.75f, 0, 1}}) {
-        const Pixels actual = grown(amount, 1.5f);
-        const Pixels near = blurred(lower, amount > 0), far = blurred(upper, amount > 0);
-        const float fraction = std::abs(amount) - static_cast<float>(lower);
-        actual.forEach([&](int x, int y, int) {
-            const float expected = fraction * far.at(x, y, 0) + (1 - fraction) * near.at(x, y, 0);
-            EXPECT_NEAR(actual.at(x, y, 0), expected, 1e-6f);
+        return resultOf(mask, [&](const Image& from, Image& to) {
+            TestImage work1 = scratch();
+            TestImage work2 = scratch();
+            Vellum::Common::growMask(from, work1.image(), work2.image(), to, amount, blur);
         });
-    }
-    const Pixels sharp = grown(1, 0);
-    EXPECT_EQ(sharp.at(6, 9, 0), 1) << "without a blur the mask stays hard";
-    EXPECT_EQ(sharp.at(5, 9, 0), 0);
+    };
+    const auto whole = [&](auto operation, int radius) {
+        return resultOf(mask, [&](const Image& from, Image& to) {
+            TestImage sharp = scratch();
+            TestImage temporary = scratch();
+            operation(from, sharp.image(), radius, true, true, true, true);
+            Vellum::Common::gaussianBlur(sharp.image(), temporary.image(), to, blur);
+        });
+    };
+    EXPECT_EQ(firstDifference(whole(Vellum::Common::dilate, 2), grown(2, blur)), "");
+    EXPECT_EQ(firstDifference(whole(Vellum::Common::dilate, 0), grown(0, blur)), "");
+    EXPECT_EQ(firstDifference(whole(Vellum::Common::erode, 3), grown(-3, blur)), "");
+    const auto expectMix = [&](const Pixels& less, const Pixels& more, float share, const Pixels& actual) {
+        mask.forEach([&](int x, int y, int) {
+            EXPECT_NEAR(actual.at(x, y, 0), share * more.at(x, y, 0) + (1 - share) * less.at(x, y, 0), 1e-6);
+        });
+    };
+    expectMix(whole(Vellum::Common::dilate, 2), whole(Vellum::Common::dilate, 3), 0.25f, grown(2.25f, blur));
+    expectMix(whole(Vellum::Common::erode, 1), whole(Vellum::Common::erode, 2), 0.75f, grown(-1.75f, blur));
+    // Half of the mask's height lies on the border that was asked for.
+    EXPECT_GT(grown(2, blur).at(6, 20, 0), 0.5f);
+    EXPECT_LT(grown(2, blur).at(5, 20, 0), 0.5f);
+    EXPECT_GT(grown(-2, blur).at(10, 20, 0), 0.5f);
+    EXPECT_LT(grown(-2, blur).at(9, 20, 0), 0.5f);
+    // Without a blur the mask stays hard.
+    EXPECT_EQ(grown(1, 0).at(7, 20, 0), 1);
+    EXPECT_EQ(grown(1, 0).at(6, 20, 0), 0);
 }
 
 }  // namespace ViewTint::Tests

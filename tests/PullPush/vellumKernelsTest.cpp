@@ -52,9 +52,10 @@ struct Step {
         if (makesWeights()) pixel.weight = scene.at(values() + 1, x, y, 0);
         return pixel;
     }
-    /// The other level's box. Pulled is an odd one: its last column and row have no coarse pixel of their own.
+    /// The other level's box. Of those that are pulled some are odd: then no coarse pixel lies over the last column or
+    /// row.
     Box otherLevel(const Box& box) const {
-        if (!pushes) return {2 * box.x0, 2 * box.y0, 2 * box.x1 + 1, 2 * box.y1 + 1};
+        if (!pushes) return {2 * box.x0, 2 * box.y0, 2 * box.x1 + box.width() % 2, 2 * box.y1 + box.height() % 2};
         const auto half = [](int coordinate) { return static_cast<int>(std::floor(coordinate * 0.5)); };
         return {half(box.x0), half(box.y0), std::max(half(box.x1), half(box.x0) + 1),
                 std::max(half(box.y1), half(box.y0) + 1)};

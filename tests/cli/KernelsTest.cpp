@@ -8,7 +8,7 @@ class Kernels : public CommandTest {};
 TEST_F(Kernels, AreListedFromEveryLibrary) {
     const Outcome table = run({"kernels"});
     EXPECT_EQ(table.exitCode, 0);
-    for (const char* row : {"\nthresholdKernel ", " Common/pointwise ", " read A point, write O point ",
+    for (const char* row : {"\nthresholdKernel ", " Common/arithmetic ", " read A point, write O point ",
                             "threshold, binarise\n", "\nlinearMapKernel ", " ToneAligner/globalMatch "})
         EXPECT_NE(table.output.find(row), std::string::npos) << row;
 
@@ -20,7 +20,7 @@ TEST_F(Kernels, AreListedFromEveryLibrary) {
 TEST_F(Kernels, OneIsShownWithEverything) {
     const Outcome details = run({"kernels", "thresholdKernel"});
     EXPECT_EQ(details.exitCode, 0);
-    EXPECT_EQ(details.output.find("thresholdKernel: Common/pointwise, one body for each component, one pass\n"
+    EXPECT_EQ(details.output.find("thresholdKernel: Common/arithmetic, one body for each component, one pass\n"
                                   "images:\n  read  A, point, edge none\n  write O, point, edge none\n"
                                   "scalars:\n  float threshold = 0\n  bool binarise = false\n"),
               0u)

@@ -174,7 +174,11 @@ TEST(KernelMath, errorsAreAsDocumented) {
         {2, "pow 1/2.4", [](double x) { return std::pow(x, double{0.41666666f}); }, 1e-6, 1, 4.5, 0.41666666f},
         {2, "pow 2.4", [](double x) { return std::pow(x, double{2.4f}); }, 0.01, 1, 17, 2.4f},
         {3, "cbrt", [](double x) { return std::cbrt(x); }, -100, 100, 2.5, 1},
-        {8, "sqrt", [](double x) { return std::sqrt(x); }, 0, 100, 0.5001, 1},
+        {8, "5/12th power", [](double x) { return std::pow(x, 5.0 / 12); }, 0.003, 1, 4.5, 1},
+        {8, "5/12th power", [](double x) { return std::pow(x, 5.0 / 12); }, 1, 1e30, 4.5, 1},
+        {9, "12/5th power", [](double x) { return std::pow(x, 2.4); }, 0.09, 1, 6.5, 1},
+        {9, "12/5th power", [](double x) { return std::pow(x, 2.4); }, 1, 1e15, 6.5, 1},
+        {10, "sqrt", [](double x) { return std::sqrt(x); }, 0, 100, 0.5001, 1},
     };
     for (const auto& function : functions) {
         std::vector<float> values;
@@ -226,7 +230,7 @@ TEST(KernelMath, specialValues) {
 
 /// Every function on every instruction set and in its one-pixel form.
 TEST(KernelMath, sameBitsOnEveryInstructionSet) {
-    for (int function = 0; function <= 8; ++function)
+    for (int function = 0; function <= 10; ++function)
         checkKernel({.kernel = "testMathKernel", .scalars = [=](KernelExecutionContext& context) {
                          context.set({"function"}, function);
                          context.set({"exponent"}, 2.4f);

@@ -1,5 +1,5 @@
 // A kernel whose form for whole blocks gives itself away. Compiled once per instruction set.
-#include "Common/kernels/squareMarks.h"
+#include "Common/kernels/rectangleMarks.h"
 
 namespace Vellum::Kernels {
 inline namespace VIEWTINT_ISA {
@@ -20,7 +20,7 @@ struct testMarksKernel : PerComponent<In<"A", Pattern::rectangle, EdgeMethod::cl
     VT_FN auto markDecides(auto value) { return value >= 0.f; }
     template <class V, Counts T>
     static void hostForm(const Launch& launch) {
-        SquareMarks<testMarksKernel, T, V>::run(launch);
+        RectangleMarks<testMarksKernel, T, V>::run(launch);
     }
 };
 

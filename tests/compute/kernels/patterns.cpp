@@ -38,6 +38,12 @@ struct testMathKernel : PerComponent<In<"A">, Out<"O">> {
             case 7:
                 O = clampTo(a, A.lane(0.25f), A.lane(0.75f));
                 break;
+            case 8:
+                O = pow5Over12OfNormal(a);
+                break;
+            case 9:
+                O = pow12Over5OfNormal(a);
+                break;
             default:
                 O = sqrt(a);
                 break;

@@ -2,16 +2,16 @@
 // integer, so that a step of the search looks at 32 pixels of each lane at a time.
 #pragma once
 
-#include "compute/kernel/kernel.h"
+#include "compute/kernel/hostForm.h"
 
 namespace Vellum::Kernels {
 inline namespace VIEWTINT_ISA {
 
 /// Runs pieces of K, whose first image is read in a rectangle: O = K::ofMarked where any pixel there is marked, else
-/// K::ofUnmarked. Unless K::marksDecide,
-/// blocks with a pixel for which K::markDecides is false take the body.
+/// K::ofUnmarked. Unless K::marksDecide says that this always holds, blocks with a pixel for which K::markDecides is
+/// false take the body.
 template <class K, Counts T, class V>
-class SquareMarks {
+class RectangleMarks {
 public:
     VT_FN void run(const Launch& launch) {
         const ImageParameters& range = launch.imageParameters[0];
@@ -84,8 +84,7 @@ private:
             const float* rows[rowsAbreast];
             for (int i = 0; i < rowsAbreast; ++i) {
                 const int y = clampTo(block.y0 + range.rangeMin[1] + row + i, a.y0, a.y1 - 1);
-                rows[i] = a.data + (begin - a.x0) + (y - a.y0) * static_cast<long>(a.strideY) +
-                          block.c0 * static_cast<long>(a.strideC);
+                rows[i] = addressIn(a, begin, y, block.c0);
             }
             int* words = marks.of[row / rowsPerWord] + (begin - from);
             const int firstBit = row % rowsPerWord;
@@ -123,11 +122,9 @@ private:
             const int shift = step % rowsPerWord;
             words[marks.words] = I(0);
             for (int w = 0; w + skipped < marks.words; ++w) {
-                I above = words[w + skipped];
-                if (shift) {
-                    const I low = (above >> shift) & I(static_cast<int>(0xffffffffu >> shift));
-                    above = low | words[w + skipped + 1] << (rowsPerWord - shift);
-                }
+                // What comes in from the left repeats bit 31, which is in reach of all those bits.
+                I above = words[w + skipped] >> shift;
+                if (shift) above = above | words[w + skipped + 1] << (rowsPerWord - shift);
                 words[w] = words[w] | above;
             }
         }
@@ -146,14 +143,12 @@ private:
     }
 
     VT_FN void write(const Launch& block, const Marks& marks) {
-        const ImageArgument& o = block.images[1];
         const int columns = block.x1 - block.x0;
         for (int y = block.y0; y < block.y1; ++y) {
             const int row = y - block.y0;
             const int* words = marks.of[row / rowsPerWord];
             const I bit = I(1) << (row % rowsPerWord);
-            float* target = o.data + (block.x0 - o.x0) + (y - o.y0) * static_cast<long>(o.strideY) +
-                            block.c0 * static_cast<long>(o.strideC);
+            float* target = addressIn(block.images[1], block.x0, y, block.c0);
             for (int x = 0; x < columns; x += width) {
                 const int at = x + width <= columns ? x : columns - width;
                 store(select((loadInts(words + at) & bit) != I(0), V(K::ofMarked), V(K::ofUnmarked)), target + at, 1);
