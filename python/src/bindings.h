@@ -24,6 +24,7 @@ void bindCopies(nb::module_& module);
 void bindArithmetic(nb::module_& module);
 void bindColour(nb::module_& module);
 void bindNeighbourhoods(nb::module_& module);
+void bindPictureBuilder(nb::module_& module);
 void bindStatistics(nb::module_& module);
 void bindSettings(nb::module_& module);
 
