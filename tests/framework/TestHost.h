@@ -147,12 +147,15 @@ public:
     std::atomic<bool> abortWanted{false};
     std::vector<std::string> errors;
     std::vector<std::string> progress;
+    /// Called with every report.
+    std::function<void(const std::string&)> onReport;
     /// The report after which the user wants the render to end; empty for none.
     std::string abortAfter;
 
 private:
     void note(const std::string& report) {
         progress.push_back(report);
+        if (onReport) onReport(report);
         if (report == abortAfter) abortWanted = true;
     }
 };
