@@ -209,17 +209,19 @@ def test_mask_edges(image):
             viewtint.maskEdges(a, sides)
 
 
+@pytest.mark.parametrize("blur", [0, 1.5])
 @pytest.mark.parametrize("amount", [0, 0.25, 2, 2.75, -1, -1.5])
-def test_grow_mask(image, amount):
+def test_grow_mask(image, amount, blur):
     a = image(40, 50, 1, mask=0.03 if amount >= 0 else 0.97)
     extreme = np.max if amount >= 0 else np.min
     whole = int(abs(amount))
 
     def grown(radius):
-        return gaussian(extreme([moved(double(a), *d) for d in reached(radius)], axis=0), 1.5)
+        mask = extreme([moved(double(a), *d) for d in reached(radius)], axis=0)
+        return gaussian(mask, blur) if blur else mask
 
     fraction = abs(amount) - whole
-    near(viewtint.growMask(a, amount, 1.5), fraction * grown(whole + 1) + (1 - fraction) * grown(whole), 2e-6)
+    near(viewtint.growMask(a, amount, blur), fraction * grown(whole + 1) + (1 - fraction) * grown(whole), 2e-6)
 
 
 def test_sizes_out_of_range(image):
