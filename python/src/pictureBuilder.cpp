@@ -35,8 +35,9 @@ class PictureBuilder {
 public:
     PictureBuilder(int direction, const Size& wrapSize) : direction_(direction), wrapSize_(wrapSize) {
         if (direction != 0 && direction != 1)
-            raiseValue("direction must be 0 (sample view A through the first two components of the disparity) or 1 "
-                       "(view B through the other two).");
+            raiseValue(
+                "direction must be 0 (sample view A through the first two components of the disparity) or 1 "
+                "(view B through the other two).");
     }
 
     Image build(const Image& viewA, const Image& viewB, const Image& disparity, const Image& occlusion) const {
@@ -45,9 +46,8 @@ public:
         requireComponents("disparity", disparity, 4);
         requireComponents("occlusion", occlusion, 1);
         requireSameBox("occlusion", occlusion, "disparity", disparity);
-        return run(disparity, 4, [&](Builder& builder, Image& result) {
-            builder.build(viewA, viewB, disparity, occlusion, result);
-        });
+        return run(disparity, 4,
+                   [&](Builder& builder, Image& result) { builder.build(viewA, viewB, disparity, occlusion, result); });
     }
 
     Image warp(const Image& image, const Image& displacement) const {
@@ -109,8 +109,9 @@ panorama; otherwise columns are clamped. Rows always are.)")
              R"(The rebuilt view, 4 components over the disparity's box; its alpha is 0 where occlusion is above 0.
 
 viewA, viewB: 4 components, linear light. disparity: 4. occlusion: 1, in the disparity's box. Else ValueError.)")
-        .def("warp", &PictureBuilder::warp, "image"_a, "displacement"_a,
-             R"(The image at (x, y) + displacement (2 components) by a Lanczos window of half-width 3, mixed as sRGB codes.
+        .def(
+            "warp", &PictureBuilder::warp, "image"_a, "displacement"_a,
+            R"(The image at (x, y) + displacement (2 components) by a Lanczos window of half-width 3, mixed as sRGB codes.
 0 where the displacement is NaN or infinite.)")
         .def("markOcclusion", &PictureBuilder::markOcclusion, "displacement"_a,
              R"(1 where the displacement (2 components) jumps by more than a pixel or points out of its box, else 0.)")

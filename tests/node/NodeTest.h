@@ -68,6 +68,8 @@ protected:
         op.renderStripe(plane);
         return testing::internal::GetCapturedStdout();
     }
+    /// The other view is rebuilt and the match runs.
+    bool matching() const { return host.progress.back() == "0.429:0"; }
     bool rendered() const { return static_cast<bool>(plane.buffer()); }
     void expectPixel(int x, int y, std::array<float, 4> expected) const {
         ASSERT_TRUE(rendered());

@@ -185,6 +185,7 @@ TEST_F(Render, ReportsAFailureThatHappensTwice) {
     bool gpuLost = false;
     std::function<void()> failure;
     op.gpuContext = WatchedDevice::context([&] {
+        if (!matching()) return;
         gpuLost = true;
         failure();
     });
@@ -211,6 +212,7 @@ TEST_F(Render, ReportsAFailureThatHappensTwice) {
 
 TEST_F(Render, DoesNotRunTheMatcherAgainAfterAnAbort) {
     op.gpuContext = WatchedDevice::context([&] {
+        if (!matching()) return;
         host.abortWanted = true;
         Cobalt::Base::raise(DeviceFailure("lost"));
     });
@@ -233,7 +235,7 @@ TEST_F(Render, ViewsOfOtherBoxesAreComparedWhereTheyOverlap) {
     expectPixel(0, 0, {0.1f, 0.12f, 0.15f, 0.5f});
 }
 
-TEST_F(Render, BeyondTheOtherViewThereIsBlackNotStaleMemory) {
+TEST_F(Render, BeyondTheOtherViewItsBorderGoesOnNotStaleMemory) {
     TestSource smaller({0, 0, 6, 2});
     smaller.withColour(0.4f, 0.3f, 0.2f, 1.0f);
     host.splits[0][2] = &smaller;
@@ -245,9 +247,8 @@ TEST_F(Render, BeyondTheOtherViewThereIsBlackNotStaleMemory) {
     }
     stale.clear();
     render();
-    ASSERT_TRUE(rendered());
-    for (int c = 0; c < 3; ++c)
-        EXPECT_LT(*plane.at(0, 0, c), 0.3f);
+    expectPixel(0, 0, {0.4f, 0.3f, 0.2f, 0.5f});
+    expectPixel(5, 3, {0.4f, 0.3f, 0.2f, 0.5f});
 }
 
 }  // namespace
