@@ -20,7 +20,8 @@ struct WarpFilter {
 
     /// Where `coded` finds room for what the filter samples: the pixels of one place side by side.
     static constexpr Vellum::Image::LayoutSpec codedLayout{2, 1, 0};
-    /// What the filter samples: the picture's sRGB codes, or the picture itself.
+    /// What the filter samples: the picture's sRGB codes, or the picture itself. NaN and infinity become 0, so that a
+    /// broken pixel doesn't break its neighbours.
     void code(const Image& picture, Image& coded) const;
     /// output(x, y) = picture at (x, y) + displacement, in linear light.
     void warp(const Image& coded, const Image& displacement, Image& output) const;

@@ -427,9 +427,31 @@ struct warpWhereWrapKernel : WarpWhere<WarpWhereWrapParams> {
     }
 };
 
+/// O = A, with `encode` its components 0 to 2 as sRGB codes, and 0 where that isn't finite: a filter would spread it.
+struct codedPictureKernel : WholePixel<In<"A">, Out<"O">> {
+    struct Params {
+        bool encode = true;
+    };
+    static constexpr ScalarDeclarations scalars{1, {VT_SCALAR(encode)}};
+    VT_FN void body(const Params& p, auto A, auto O) {
+        for (int c = 0; c < O.count; ++c) {
+            const auto a = A(c);
+            const auto value = p.encode && c < 3 ? srgbOfLinear(a) : a;
+            O.put(c, select(abs(value) < A.lane(infinity), value, A.lane(0)));
+        }
+    }
+    // The picture goes into another layout; the curve is worth the widest registers all the same.
+    static bool hostFormTakes(const ImageArgument* images) { return images[0].strideX != 1 || images[1].strideX != 1; }
+    template <class V, Counts T>
+    static void hostForm(const Launch& launch) {
+        runRows<codedPictureKernel, T, V, Reach::inside>(launch);
+    }
+};
+
 #define VT_WARP_WHERE(X, K) X(K, "4f_2f_1f_4f")
 #define VT_WARP(X, K) X(K, "1f_2f_1f") X(K, "2f_2f_2f") X(K, "3f_2f_3f") X(K, "4f_2f_4f")
 #define WARP(K)                       \
+    K(codedPictureKernel, VT_SAME_2)  \
     K(warpKernel, VT_WARP)            \
     K(warpWrapKernel, VT_WARP)        \
     K(warpWhereKernel, VT_WARP_WHERE) \

@@ -15,6 +15,7 @@ using Compute::ProgramSource;
 using Compute::runKernel;
 using Compute::Scalar;
 
+const ProgramSource codedPictureSource(Kernels::warp, "codedPictureKernel");
 const ProgramSource warpSource(Kernels::warp, "warpKernel");
 const ProgramSource warpWrapSource(Kernels::warp, "warpWrapKernel");
 const ProgramSource warpWhereSource(Kernels::warp, "warpWhereKernel");
@@ -27,10 +28,7 @@ bool wraps(const std::array<int, 2>& size) {
 }  // namespace
 
 void WarpFilter::code(const Image& picture, Image& coded) const {
-    if (sRGBDomain)
-        Common::linearToSrgb(picture, coded);
-    else
-        Common::copy(picture, coded);
+    runKernel(codedPictureSource, {&picture, &coded}, kernelFlags, {}, Scalar{"encode", sRGBDomain});
 }
 
 void WarpFilter::warp(const Image& coded, const Image& displacement, Image& output) const {

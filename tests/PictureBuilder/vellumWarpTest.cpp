@@ -109,6 +109,24 @@ TEST_F(WarpKernels, closedRoundAWidth) {
     checkKernel(warpCase("warpWrapKernel", {.lanczos = false, .wrapWidth = 31}));
 }
 
+TEST_F(WarpKernels, codedPicture) {
+    for (const bool encode : {true, false})
+        checkKernel({.kernel = "codedPictureKernel",
+                     .reference =
+                         [=](const Scene& scene, int x, int y) {
+                             Pixel pixel{};
+                             for (int c = 0; c < scene.count(0); ++c) {
+                                 const double v = scene.at(0, x, y, c);
+                                 const double code = v > 0.0031308 ? 1.055 * std::pow(v, 1 / 2.4) - 0.055 : v * 12.92;
+                                 const float value = static_cast<float>(encode && c < 3 ? code : v);
+                                 pixel[c] = std::isfinite(value) ? value : 0;
+                             }
+                             return pixel;
+                         },
+                     .scalars = [=](KernelExecutionContext& context) { context.set({"encode"}, encode); },
+                     .tolerance = 2e-6});
+}
+
 /// Only where asked, and decoded: the bits of the plain warp and the transfer curve after it.
 TEST_F(WarpKernels, whereAsked) {
     for (const bool wraps : {false, true}) {
