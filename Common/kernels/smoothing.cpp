@@ -15,7 +15,7 @@ struct boxSumKernel : PerComponent<In<"A", Pattern::axis, EdgeMethod::clamped>, 
     static constexpr ScalarDeclarations scalars{2, {VT_SCALAR(horizontal), VT_SCALAR(radius)}};
     static constexpr ScalarDeclarations derived{1, {VT_SCALAR(scale)}};
     static void derive(Params& p, const ImageArgument*, ImageParameters* images) {
-        p.scale = 1.f / static_cast<float>(2 * p.radius + 1);
+        p.scale = 1.f / (2.f * static_cast<float>(p.radius) + 1.f);
         images[0].rangedAxisMask = p.horizontal - 1;
         images[0].rangeMin[0] = -p.radius;
         images[0].rangeMax[0] = p.radius;
@@ -72,7 +72,7 @@ struct runningBoxSumKernel : PerComponent<In<"A", Pattern::axis>, Out<"O", Patte
     static constexpr ScalarDeclarations scalars{3, {VT_SCALAR(horizontal), VT_SCALAR(radius), VT_SCALAR(lineLengths)}};
     static constexpr ScalarDeclarations derived{2, {VT_SCALAR(scale), VT_SCALAR(lineLength)}};
     static void derive(Params& p, const ImageArgument*, ImageParameters* images) {
-        p.scale = 1.f / static_cast<float>(2 * p.radius + 1);
+        p.scale = 1.f / (2.f * static_cast<float>(p.radius) + 1.f);
         p.lineLength = p.horizontal ? p.lineLengths[0] : p.lineLengths[1];
         // A line shorter than the window would be read beyond its end: no image covers this range.
         constexpr int refused = 0x40000000;
