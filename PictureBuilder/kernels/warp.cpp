@@ -19,12 +19,13 @@ VT_FN I wrapColumn(I column, int width) {
     if (width < 1) return column;
     const I w(width);
     const V perWidth(1.f / static_cast<float>(width));
-    const I above = column - I(1);  // so that the width itself stays
-    const I turns = toInt(floor(toFloat(select(column < I(0), column, above)) * perWidth));
-    const I wrapped = column - turns * w;
-    const I low = select(wrapped < I(0), wrapped + w, wrapped);  // the quotient may be one off
-    const I high = select(low > w, low - w, low);
-    return select((column < I(0)) | (column > w), high, column);
+    const I first = select(column < I(0), I(0), I(1));  // from the left it ends in 0 .. width - 1, else in 1 .. width
+    const I distance = column - first;
+    const I turns = toInt(floor(toFloat(distance) * perWidth));
+    const I rest = distance - turns * w;
+    const I low = select(rest < I(0), rest + w, rest);  // the quotient may be one off
+    const I wrapped = select(low >= w, low - w, low) + first;
+    return select((column < I(0)) | (column > w), wrapped, column);
 }
 
 /// Reads a picture's pixel (x, y), rows clamped, columns clamped or closed round a width.

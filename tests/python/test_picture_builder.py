@@ -75,6 +75,24 @@ def test_a_panorama_has_no_seam_at_its_ends():
     np.testing.assert_allclose(actual[4, clear_of_the_last_column, 0], expected[clear_of_the_last_column], atol=2e-3)
 
 
+@pytest.mark.parametrize("width", [1, 3, 7, 41, 49, 107, 1920])
+def test_whole_turns_of_a_panorama_end_where_they_should(width):
+    """From the left in column 0 .. width - 1, from the right in 1 .. width, of which the last reads column width - 1."""
+    values = np.arange(width, dtype=np.float32)[None, :, None] * np.ones((1, 1, 4), np.float32)
+    columns = np.concatenate([-np.arange(1, 60) * width, np.arange(1, 60) * width, np.arange(-300, 300)])
+    displacement = np.zeros((1, len(columns), 2), np.float32)
+    displacement[0, :, 0] = columns - np.arange(len(columns))
+    ends = [c % width if c < 0 else (c - 1) % width + 1 if c > width else c for c in columns]
+    o = viewtint.Image(np.zeros((1, len(columns), 4), np.float32))
+    viewtint.run(
+        "warpWrapKernel",
+        [viewtint.Image(values, planar=False), viewtint.Image(displacement), o],
+        wrapSize=(width, 1),
+        lanczos=False,
+    )
+    np.testing.assert_allclose(o.array[0, :, 0], np.minimum(ends, width - 1), atol=1e-3)
+
+
 def test_no_disparity_gives_back_the_view():
     views = picture(30, 45, 3), picture(30, 45, 4)
     disparity = viewtint.Image(np.zeros((30, 45, 4), np.float32))
