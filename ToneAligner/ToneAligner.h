@@ -9,6 +9,11 @@ namespace Vellum::Tone {
 /// Enters this library's kernels into the catalogue.
 void registerKernels();
 
+/// result = 1 where the disparity of the view to correct (2 components, in pixels) jumps by more than a pixel between
+/// the neighbours of a pixel, else 0. `scale` multiplies the disparity. Without `thin` the marks are as wide as the
+/// jumps.
+void detectDisparityEdges(const Vellum::Image::Image& disparity, Vellum::Image::Image& result, float scale, bool thin);
+
 /// Turns the fetched images of one render into the corrected view. Made for one render, on the stack.
 ///
 /// Colours are matched in scaled Lab: L = 1.16 f(Y) - 0.16, a = 5 (f(X) - f(Y)), b = 2 (f(Y) - f(Z)), so that L runs

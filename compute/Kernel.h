@@ -193,6 +193,7 @@ private:
                      int size);
     void readScalar(const ParamName& name, Vellum::Kernels::ScalarType type, int elements, void* bytes, int size) const;
     int imageOfRange() const;
+    std::uint64_t bytesTouched(const Vellum::Image::Box& box, int components) const;
     void checkReach(const Vellum::Image::Box& box, int c0, int c1);
 
     template <class T>

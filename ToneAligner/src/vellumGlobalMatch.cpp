@@ -40,10 +40,6 @@ float limitedGain(float varianceA, float varianceB) {
 
 }  // namespace
 
-void registerKernels() {
-    Kernels::registerFamilies({&Kernels::globalMatch});
-}
-
 GlobalMap globalMap(const LabStatistics& a, const LabStatistics& b) {
     GlobalMap map;
     for (int c = 0; c < 3; ++c) {
@@ -105,7 +101,8 @@ LabStatistics toLabWithStatistics(const Image& rgb, const Image& counted, Image&
 void applyGlobalMatch(const Image& lab, const Image& source, const Image& userMask, const GlobalMap& map, Image& output,
                       int kernelFlags) {
     Compute::runKernel(applyGlobalMatchSource, {&lab, &source, &userMask, &output}, kernelFlags, {},
-                       Scalar{"offsets", map.offsets}, Scalar{"gains", map.gains}, Scalar{"matrix", Common::xyzToRgbMatrix});
+                       Scalar{"offsets", map.offsets}, Scalar{"gains", map.gains},
+                       Scalar{"matrix", Common::xyzToRgbMatrix});
 }
 
 }  // namespace Vellum::Tone

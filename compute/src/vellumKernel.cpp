@@ -6,6 +6,7 @@
 
 #include "compute/Exception.h"
 #include "compute/Hash.h"
+#include "compute/StageStatistics.h"
 
 namespace Vellum::Compute {
 
@@ -284,6 +285,14 @@ void KernelExecutionContext::checkReach(const Box& box, int c0, int c1) {
     }
 }
 
+/// A pixel's bytes in every image, over the range.
+std::uint64_t KernelExecutionContext::bytesTouched(const Box& box, int components) const {
+    std::uint64_t perPixel = 0;
+    for (int i = 0; i < imageCount_; ++i)
+        perPixel += sizeof(float) * (declaration().perComponent ? components : components_[i]);
+    return perPixel * static_cast<std::uint64_t>(box.pixels());
+}
+
 void KernelExecutionContext::iterate(Vellum::Compute::Device& device, const IterationController& controller) {
     if (imageCount_ == 0) fail(named(declaration()) + " was started without images.");
     for (int i = 0; i < imageCount_; ++i)
@@ -306,6 +315,7 @@ void KernelExecutionContext::iterate(Vellum::Compute::Device& device, const Iter
     }
     checkReach(box, c0, c1);
     accumulators_.fill(0.0f);
+    if (Vellum::Compute::Stage::counting()) Vellum::Compute::Stage::countKernelCall(bytesTouched(box, c1 - c0));
     device.run({*kernel_,
                 box,
                 c0,
