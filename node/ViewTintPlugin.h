@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <functional>
 #include <memory>
 #include <vector>
 
@@ -48,6 +49,8 @@ public:
 
     /// The split of input 0 that holds the corrected view, written at the start of every render.
     int matchInputOffset = 0;
+    /// Shown the intermediate pictures of "Local Matching" by name, see ToneAligner.
+    std::function<void(const char* name, const Vellum::Image::Image& picture)> stageObserver;
     std::unique_ptr<StereoKnobI> stereoKnob;
 
     // ---- description (src/vellumViewTintPlugin.cpp, src/vellumViewTintControls.cpp)
@@ -110,6 +113,7 @@ private:
 
     void render(Fresco::Image::ImagePlane& plane, Steps& steps);
     std::array<int, 2> sourceFormat() const;
+    void markDisparityEdges(const Image& disparity, Image& edges) const;
     /// The other view's colours on the geometry of the view to correct.
     void rebuildOtherView(Vellum::Utils::BufferManagement::BufferManager& bufferManager,
                           const std::array<int, 2>& fullSize, const Image& leftView, const Image& rightView,

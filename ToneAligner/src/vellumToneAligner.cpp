@@ -1,8 +1,9 @@
 #include "ToneAligner/ToneAligner.h"
 
 #include "Common/Common.h"
-#include "compute/Exception.h"
+#include "compute/StageStatistics.h"
 #include "vellumGlobalMatch.h"
+#include "vellumViews.h"
 
 namespace Vellum::Tone {
 
@@ -19,30 +20,12 @@ Info floatInfo(const Vellum::Image::Box& box, std::uint32_t components) {
 
 }  // namespace
 
-/// The pictures of one call, as the manager holds them.
-struct ToneAligner::Views {
-    Views(BufferManager& manager, const Image& sourceView, const Image& rebuiltView, const Image& userMask,
-          const Image& occlusionMask, const Image& disparityEdges)
-        : source(manager, sourceView),
-          rebuilt(manager, rebuiltView),
-          mask(manager, userMask),
-          occlusion(manager, occlusionMask),
-          edges(manager, disparityEdges) {}
-
-    BufferManagedImage source;
-    BufferManagedImage rebuilt;
-    BufferManagedImage mask;
-    BufferManagedImage occlusion;
-    BufferManagedImage edges;
-};
-
 ToneAligner::ToneAligner(BufferManager& bufferManager, int kernelFlags)
     : bufferManager_(bufferManager), kernelFlags_(kernelFlags) {}
 
 void ToneAligner::process(const Image& sourceView, const Image& rebuiltView, const Image& userMask,
                           const Image& occlusion, const Image& disparityEdges, Image& output) {
-    if (mode_ == idle) return;
-    if (mode_ != basic) Compute::fail("This version can match colours in the basic mode only.");
+    if (settings_.mode == idle) return;
     if (userMask.box() != output.box()) {
         // A mask of another size selects nothing outside itself.
         const BufferManagedImage fitted(bufferManager_, floatInfo(output.box(), 1));
@@ -55,6 +38,11 @@ void ToneAligner::process(const Image& sourceView, const Image& rebuiltView, con
     }
     const Views views(bufferManager_, sourceView, rebuiltView, userMask, occlusion, disparityEdges);
     const bool here = bufferManager_.currentDevice() == output.device();
+    if (settings_.mode != basic) {
+        processLocal(views, output);
+        return;
+    }
+    const Compute::Stage stage("match");
     if (here && fusedPasses_ && output.device()->hostAccessible()) {
         processBasicFused(views, output);  // reads each pixel before it writes it, so the output may be a source
         return;

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "base/Exception.h"
+#include "compute/StageStatistics.h"
 
 namespace ViewTint::Host {
 
@@ -50,6 +51,7 @@ void FileReadOp::_validate(bool) {
 }
 
 void FileReadOp::fetchPlane(ImagePlane& plane) {
+    const Vellum::Compute::Stage stage("read");
     clear(plane);
     try {
         readInto(plane);

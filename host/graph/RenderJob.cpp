@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "base/Exception.h"
+#include "compute/StageStatistics.h"
 #include "host/files/AtomicFile.h"
 #include "host/graph/ReaderOps.h"
 #include "host/graph/SettingError.h"
@@ -236,6 +237,7 @@ void RenderJob::render(int frame, const fs::path& output) {
     checkWritable(output);
     const auto corrected = render(frame);
     throwIfAborted();
+    const Vellum::Compute::Stage stage("write");
     corrected->save(output);
 }
 

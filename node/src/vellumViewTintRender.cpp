@@ -2,6 +2,7 @@
 #include "PictureBuilder/PictureBuilder.h"
 #include "ToneAligner/ToneAligner.h"
 #include "compute/BufferManagement/BufferManager.h"
+#include "compute/StageStatistics.h"
 #include "node/ViewTintChoices.h"
 #include "node/ViewTintPlugin.h"
 
@@ -10,6 +11,7 @@ namespace Cobalt::Research {
 namespace {
 
 using Cobalt::Sextant::abortCheck;
+using Vellum::Compute::Stage;
 using Vellum::Utils::BufferManagement::BufferManager;
 
 constexpr auto float32 = Vellum::Pixel::DataEnum::float32;
@@ -49,6 +51,7 @@ void ViewTintPlugin::renderStripe(Fresco::Image::ImagePlane& plane) {
 }
 
 void ViewTintPlugin::render(Fresco::Image::ImagePlane& plane, Steps& steps) {
+    const Stage stage("fetch and deliver");
     const std::array<int, 2> fullSize = sourceFormat();
     if (!inputsUsable(inputNumber(0, 1), inputNumber(0, 2))) {
         abortCheck(*this);
@@ -65,10 +68,6 @@ void ViewTintPlugin::render(Fresco::Image::ImagePlane& plane, Steps& steps) {
     BufferManager bufferManager(renderContext()->device(), hostDevice());
     Image leftView, rightView, disparity;
     if (!fetchSourceViews(leftView, rightView) || !fetchDisparity(disparity)) return;
-    if (matchingMode != 0) {
-        Cobalt::Base::raise(
-            Cobalt::Base::NotImplemented("Local Matching isn't available in this version. Set matchingMode to Basic."));
-    }
 
     Image projected;
     Image edgeMask;
@@ -76,8 +75,7 @@ void ViewTintPlugin::render(Fresco::Image::ImagePlane& plane, Steps& steps) {
         const Vellum::Compute::AutoContextThreadBinder binder(renderContext());
         projected.reset({disparity.box(), 4, float32}, *disparity.device());
         edgeMask.reset(occlusion.info(), *occlusion.device());
-        // "Basic" doesn't look at disparity edges.
-        Vellum::Common::clear(edgeMask);
+        markDisparityEdges(disparity, edgeMask);
         rebuildOtherView(bufferManager, fullSize, leftView, rightView, disparity, occlusion, projected);
     }
 
@@ -96,6 +94,8 @@ void ViewTintPlugin::render(Fresco::Image::ImagePlane& plane, Steps& steps) {
 
     Vellum::Tone::ToneAligner aligner(bufferManager, kernelFlags());
     setUp(aligner, fullSize, corrected.box().width());
+    aligner.setStageObserver(stageObserver);
+    aligner.setCheckpoint([this] { abortCheck(*this); });
     steps.report();
 
     const auto process = [&] { aligner.process(target, projected, mask, occlusion, edgeMask, corrected); };
@@ -120,9 +120,24 @@ std::array<int, 2> ViewTintPlugin::sourceFormat() const {
     return {source->info().format.width, source->info().format.height};
 }
 
+/// Edges of the vectors that belong to the view to correct.
+void ViewTintPlugin::markDisparityEdges(const Image& disparity, Image& edges) const {
+    constexpr int occlusionsAndEdges = 1;
+    if (occlusionCorrection != occlusionsAndEdges) {
+        Vellum::Common::clear(edges);
+        return;
+    }
+    Image vectors({disparity.box(), 2, float32}, *disparity.device());
+    const int first = matchWhat == 0 ? 2 : 0;
+    Vellum::Common::copyChannel(disparity, vectors, first, 0);
+    Vellum::Common::copyChannel(disparity, vectors, first + 1, 1);
+    Vellum::Tone::detectDisparityEdges(vectors, edges, 1.0f, true);
+}
+
 void ViewTintPlugin::rebuildOtherView(BufferManager& bufferManager, const std::array<int, 2>& fullSize,
                                       const Image& leftView, const Image& rightView, const Image& disparity,
                                       const Image& occlusion, Image& projected) const {
+    const Stage stage("rebuild the other view");
     constexpr int rimsExtended = 3;
     constexpr int marksBlended = 1;
     Vellum::PictureBuilder::PictureBuilder builder(bufferManager, false, rimsExtended, marksBlended, true,

@@ -42,5 +42,6 @@ NB_MODULE(_viewtint, module) {
     bindNeighbourhoods(module);
     bindPictureBuilder(module);
     bindStatistics(module);
+    bindToneAligner(module);
     bindSettings(module);
 }

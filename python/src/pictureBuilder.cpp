@@ -4,6 +4,7 @@
 #include <nanobind/stl/array.h>
 
 #include "operations.h"
+#include "requirements.h"
 
 namespace ViewTint::Python {
 
@@ -13,17 +14,6 @@ using Vellum::Compute::Host::hostDevice;
 using Vellum::Utils::BufferManagement::BufferManager;
 using Builder = Vellum::PictureBuilder::PictureBuilder;
 using Size = std::array<int, 2>;
-
-void requireComponents(const char* name, const Image& image, std::uint32_t components) {
-    if (image.components() == components) return;
-    raiseValue(fmt::format("{} must have {} component{}, not {}.", name, components, components == 1 ? "" : "s",
-                           image.components()));
-}
-
-void requireSameBox(const char* name, const Image& image, const char* modelName, const Image& model) {
-    if (image.box() == model.box()) return;
-    raiseValue(fmt::format("{} and {} must have the same box.", name, modelName));
-}
 
 /// A new image over the model's box.
 Image over(const Image& model, std::uint32_t components) {
