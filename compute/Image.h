@@ -104,6 +104,8 @@ public:
     Image translate(const vnl_vector_fixed<int, 2>& offset) const;
     /// The first pixels of this image under another box, which may not be wider or higher. Shares the memory.
     Image subView(const Box& box) const;
+    /// One component as an image of its own. Shares the memory.
+    Image componentView(std::uint32_t component) const;
     /// This image on another device; shares the memory where it already lies there.
     Image distributeTo(DeviceBase& device, const MemoryKind& kind = bufferMemory()) const;
     /// A new image of the same description on a device; pixels are unspecified. Laid out alike, except that strides

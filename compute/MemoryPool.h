@@ -26,6 +26,9 @@ public:
     void setBudget(std::size_t bytes);
 
     std::size_t bytesInUse() const;
+    /// The most that has been in use since forgetMostBytesInUse().
+    std::size_t mostBytesInUse() const;
+    void forgetMostBytesInUse();
     std::size_t bytesKept() const;
 
 private:
@@ -38,6 +41,7 @@ private:
     std::map<std::size_t, std::vector<void*>> kept_;
     std::size_t budget_;
     std::size_t bytesInUse_ = 0;
+    std::size_t mostBytesInUse_ = 0;
     std::size_t bytesKept_ = 0;
 };
 

@@ -111,15 +111,22 @@ void deviceBody(const void* argumentBlock, int workerX, int workerY, int workerZ
     if constexpr (K::reduction) {
         deviceSums<K, T>(arguments, workerX, workerY);
     } else {
-        const int x = arguments.x0 + workerX;
-        const int y = arguments.y0 + workerY;
-        if (x >= arguments.x1 || y >= arguments.y1) return;
+        int x0 = arguments.x0 + workerX, x1 = x0 + 1;
+        int y0 = arguments.y0 + workerY, y1 = y0 + 1;
+        if constexpr (runsInRasterOrder<K>()) {  // the first worker does it all
+            if (workerX != 0 || workerY != 0) return;
+            x1 = arguments.x1;
+            y1 = arguments.y1;
+        }
+        if (x0 >= arguments.x1 || y0 >= arguments.y1) return;
         const typename K::Params parameters = arguments.parameters();
         ImageParameters imageParameters[K::imageCount];
         arguments.imageParameters(imageParameters);
         NoSums none;
-        callDeviceBody<K, T>(arguments, parameters, imageParameters, none, x, y,
-                             static_cast<int>(arguments.c0) + workerZ);
+        for (int y = y0; y < y1; ++y)
+            for (int x = x0; x < x1; ++x)
+                callDeviceBody<K, T>(arguments, parameters, imageParameters, none, x, y,
+                                     static_cast<int>(arguments.c0) + workerZ);
     }
 }
 

@@ -194,6 +194,16 @@ consteval bool takesWholeStrips() {
         return false;
 }
 
+/// A kernel whose pixels write the same place with unlike values says `static constexpr bool inRasterOrder = true`: it
+/// runs row by row from the left on one thread, so that the last one stays.
+template <class K>
+consteval bool runsInRasterOrder() {
+    if constexpr (requires { K::inRasterOrder; })
+        return K::inRasterOrder;
+    else
+        return false;
+}
+
 template <class K, Counts T, class V, Reach R>
 void runLaunch(const Launch& launch) {
     if constexpr (R == Reach::unit && HasHostForm<K, V, T> && ChoosesHostForm<K>) {

@@ -44,6 +44,7 @@
                                                                        K::reduction ? 2 : 1,                        \
                                                                        Vellum::Kernels::hostFormChoice<K>(),        \
                                                                        Vellum::Kernels::takesWholeStrips<K>(),      \
+                                                                       Vellum::Kernels::runsInRasterOrder<K>(),     \
                                                                        Vellum::Kernels::hasParameterBlock<K>(),     \
                                                                        sizeof(K::Params),                           \
                                                                        Vellum::Kernels::accumulatorBytes<K>(),      \

@@ -53,7 +53,7 @@ struct ScalarDeclaration {
     int offset;  ///< in its block
 };
 
-inline constexpr int mostImages = 6;
+inline constexpr int mostImages = 12;
 inline constexpr int mostScalars = 12;
 
 struct ImageDeclarations {
@@ -96,6 +96,7 @@ struct KernelDeclaration {
     int passes;
     bool (*hostFormTakes)(const ImageArgument* images);  ///< null: with neighbouring pixels next to each other
     bool hostFormTakesStrips;  ///< its form for whole pieces wants strips one pixel wide as they are, not turned
+    bool inRasterOrder;        ///< one pixel after the other: later ones may overwrite what earlier ones wrote
     bool hasParameterBlock;
     int parameterBytes;
     int accumulatorBytes;

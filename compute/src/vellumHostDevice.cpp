@@ -118,6 +118,7 @@ void Work::chooseCut() {
         pieces_ = (box_.height() + rowsPerSum - 1) / rowsPerSum;
         return;
     }
+    if (declaration_.inRasterOrder) return;
     const std::int64_t components = declaration_.perComponent ? call_.c1 - call_.c0 : 1;
     // A body that writes along an axis walks a whole line at each pixel.
     const bool small = box_.pixels() * components < pixelsWorthThreads && !hasPattern(Pattern::axis, true);

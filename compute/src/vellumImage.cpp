@@ -165,6 +165,33 @@ Image Image::subView(const Box& box) const {
     return image;
 }
 
+namespace {
+
+/// A block within a block, which it keeps alive.
+class PartOfBlock final : public Cobalt::Device::MemoryBlock {
+public:
+    PartOfBlock(const MemoryHandle& whole, std::size_t offset)
+        : MemoryBlock(static_cast<char*>(whole->address()) + offset, whole->bytes() - offset), whole_(whole) {
+        placeOn(*whole->device());
+    }
+
+private:
+    MemoryHandle whole_;
+};
+
+}  // namespace
+
+Image Image::componentView(std::uint32_t component) const {
+    ENSURE(component < components(), "component {} of an image of {}", component, components());
+    const Layout& layout = tile().layout;
+    const Layout one =
+        Layout::withStrides({info_.box, 1, info_.type}, layout.x.bytes, layout.y.bytes, layout.component.bytes);
+    const auto offset = static_cast<std::size_t>(component * layout.component.bytes);
+    Image image(Tile(one, MemoryHandle(new PartOfBlock(tile().memory, offset))));
+    image.kind_ = kind_;
+    return image;
+}
+
 Image Image::distributeTo(DeviceBase& device, const MemoryKind& kind) const {
     if (empty() || device_ == &device) return *this;
     Image copy = makeLike(device, kind);

@@ -73,6 +73,7 @@ Cobalt::Device::MemoryHandle MemoryPool::allocate(std::size_t bytes) {
     held.release();
     const std::scoped_lock lock(mutex_);
     bytesInUse_ += size;
+    mostBytesInUse_ = std::max(mostBytesInUse_, bytesInUse_);
     return block;
 }
 
@@ -116,6 +117,16 @@ void MemoryPool::setBudget(std::size_t bytes) {
 std::size_t MemoryPool::bytesInUse() const {
     const std::scoped_lock lock(mutex_);
     return bytesInUse_;
+}
+
+std::size_t MemoryPool::mostBytesInUse() const {
+    const std::scoped_lock lock(mutex_);
+    return mostBytesInUse_;
+}
+
+void MemoryPool::forgetMostBytesInUse() {
+    const std::scoped_lock lock(mutex_);
+    mostBytesInUse_ = bytesInUse_;
 }
 
 std::size_t MemoryPool::bytesKept() const {
