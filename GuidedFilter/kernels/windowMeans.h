@@ -16,7 +16,7 @@ class WindowMeans {
 public:
     static constexpr int width = LaneTraits<V>::width;
     static constexpr int stripColumns = 256;
-    static constexpr int rowLength = stripColumns + 2 * mostDirectRadius + width;
+    static constexpr int rowLength = stripColumns + 2 * mostDirectRadius + 2 + 2 * width;
 
     /// The values of one row, with the pixels that windows reach to the left and right.
     struct Row {
@@ -43,22 +43,57 @@ private:
         alignas(64) float of[mostRing][quantities][stripColumns];
     };
 
+    static constexpr int abreast = 2;
+    using Sums = V[quantities][abreast];
+
+    /// Adds the taps of some windows side by side, a register's lanes of taps at a time while `left` lasts: lanes s .. of
+    /// one register, then of the next. A load from a place that isn't a register's own costs two, and most taps' are
+    /// such; a shuffle costs one.
+    template <int... S>
+    VT_FN void addShifted(const V (&values)[quantities][abreast + 1], int left, Sums& sums, Sequence<S...>) {
+        (void)((S < left ? (addTap<S>(values, sums), true) : false) && ...);
+    }
+    template <int s>
+    VT_FN void addTap(const V (&values)[quantities][abreast + 1], Sums& sums) {
+#pragma GCC unroll 4
+        for (int q = 0; q < quantities; ++q)
+#pragma GCC unroll 2
+            for (int b = 0; b < abreast; ++b)
+                sums[q][b] += shifted<s>(values[q][b], values[q][b + 1], EachLane{});
+    }
+    template <int s, int... I>
+    VT_FN V shifted(V low, V high, Sequence<I...>) {
+        return V(__builtin_shufflevector(low.v, high.v, (s + I)...));
+    }
+
     __attribute__((noinline)) static void sumAlongRow(const Row& row, int columns, int radius, float scale,
                                                       float (&sums)[quantities][stripColumns]) {
         const int taps = 2 * radius + 1;
-        constexpr int abreast = 2;
         for (int x = 0; x < columns; x += abreast * width) {
-            V sum[quantities][abreast];
+            Sums sum;
+#pragma GCC unroll 4
             for (int q = 0; q < quantities; ++q)
 #pragma GCC unroll 2
                 for (int b = 0; b < abreast; ++b)
                     sum[q][b] = V(0.f);
-            for (int i = 0; i < taps; ++i)
+            if constexpr (width == 16) {
+                for (int done = 0; done < taps; done += width) {
+                    V values[quantities][abreast + 1];
 #pragma GCC unroll 4
-                for (int q = 0; q < quantities; ++q)
+                    for (int q = 0; q < quantities; ++q)
+#pragma GCC unroll 3
+                        for (int b = 0; b <= abreast; ++b)
+                            values[q][b] = load<V>(&row.of[q][x + done + b * width], 1);
+                    addShifted(values, taps - done, sum, EachLane{});
+                }
+            } else {
+                for (int i = 0; i < taps; ++i)
+#pragma GCC unroll 4
+                    for (int q = 0; q < quantities; ++q)
 #pragma GCC unroll 2
-                    for (int b = 0; b < abreast; ++b)
-                        sum[q][b] += load<V>(&row.of[q][x + i + b * width], 1);
+                        for (int b = 0; b < abreast; ++b)
+                            sum[q][b] += load<V>(&row.of[q][x + i + b * width], 1);
+            }
 #pragma GCC unroll 4
             for (int q = 0; q < quantities; ++q)
 #pragma GCC unroll 2
@@ -122,7 +157,7 @@ private:
         const int ringRows = 2 * radius + rowsAbreast;
         const int reached = columns + 2 * radius;
         for (int q = 0; q < quantities; ++q)  // what fills up the last register of a row
-            for (int i = reached; i < reached + width && i < rowLength; ++i)
+            for (int i = reached; i < reached + 2 * width && i < rowLength; ++i)
                 row.of[q][i] = 0;
         int next = 0;            // the slot of the next row of sums
         int made = y0 - radius;  // its y

@@ -40,6 +40,7 @@ NB_MODULE(_viewtint, module) {
     bindArithmetic(module);
     bindColour(module);
     bindNeighbourhoods(module);
+    bindGuidedFilter(module);
     bindPictureBuilder(module);
     bindStatistics(module);
     bindToneAligner(module);

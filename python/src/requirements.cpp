@@ -24,6 +24,11 @@ void requireSameBox(const char* name, const Image& image, const char* modelName,
     raiseValue(fmt::format("{} and {} must have the same box.", name, modelName));
 }
 
+void requireCovers(const char* name, const Image& image, const char* modelName, const Image& model) {
+    if (image.box().contains(model.box())) return;
+    raiseValue(fmt::format("{} must cover the box of {}.", name, modelName));
+}
+
 void requireSameSize(const char* name, const Image& image, const char* modelName, const Image& model) {
     if (image.box().width() == model.box().width() && image.box().height() == model.box().height()) return;
     raiseValue(fmt::format("{} and {} must have the same size.", name, modelName));

@@ -13,6 +13,9 @@ void requireComponents(const char* name, const Vellum::Image::Image& image, std:
 void requireColour(const char* name, const Vellum::Image::Image& image);
 void requireSameBox(const char* name, const Vellum::Image::Image& image, const char* modelName,
                     const Vellum::Image::Image& model);
+/// `image` has all pixels of the model's box.
+void requireCovers(const char* name, const Vellum::Image::Image& image, const char* modelName,
+                   const Vellum::Image::Image& model);
 /// Boxes may begin anywhere.
 void requireSameSize(const char* name, const Vellum::Image::Image& image, const char* modelName,
                      const Vellum::Image::Image& model);
