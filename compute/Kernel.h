@@ -140,7 +140,7 @@ struct KernelCall {
     std::span<const Vellum::Kernels::ImageArgument> images;
     /// The parameter block: the kernel's own parameters, then the image parameters. Derived values are up to date.
     std::span<std::byte> parameters;
-    /// Zero at the start; receives the sums of a kernel with two passes.
+    /// The results of a kernel with two passes as they begin; receives them.
     std::span<float> accumulators;
 };
 

@@ -46,8 +46,8 @@ private:
     static constexpr int abreast = 2;
     using Sums = V[quantities][abreast];
 
-    /// Adds the taps of some windows side by side, a register's lanes of taps at a time while `left` lasts: lanes s .. of
-    /// one register, then of the next. A load from a place that isn't a register's own costs two, and most taps' are
+    /// Adds the taps of some windows side by side, a register's lanes of taps at a time while `left` lasts: lanes s ..
+    /// of one register, then of the next. A load from a place that isn't a register's own costs two, and most taps' are
     /// such; a shuffle costs one.
     template <int... S>
     VT_FN void addShifted(const V (&values)[quantities][abreast + 1], int left, Sums& sums, Sequence<S...>) {
@@ -181,22 +181,6 @@ private:
         }
     }
 };
-
-/// The first `count` of a register's pixels.
-template <class V>
-VT_FN V loadSome(const float* from, int count) {
-    if (count == LaneTraits<V>::width) return load<V>(from, 1);
-    float some[LaneTraits<V>::width] = {};
-    __builtin_memcpy(some, from, count * sizeof(float));
-    return load<V>(some, 1);
-}
-template <class V>
-VT_FN void storeSome(V value, float* to, int count) {
-    if (count == LaneTraits<V>::width) return store(value, to, 1);
-    float some[LaneTraits<V>::width];
-    store(value, some, 1);
-    __builtin_memcpy(to, some, count * sizeof(float));
-}
 
 }  // namespace VIEWTINT_ISA
 }  // namespace Vellum::Kernels

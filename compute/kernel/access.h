@@ -83,8 +83,8 @@ struct Access {
         return value;
     }
 
-    /// Writes one value to every pixel of (atX0, atY0) .. (atX1, atY1), both included, after each corner is moved into the
-    /// box. Several pixels of a launch may write the same place, if all write the same.
+    /// Writes one value to every pixel of (atX0, atY0) .. (atX1, atY1), both included, after each corner is moved into
+    /// the box. Several pixels of a launch may write the same place, if all write the same.
     VT_INLINE void scatter(int atX0, int atY0, int atX1, int atY1, float value, int c = 0) const {
         const int x0 = clampTo(atX0, image.x0, image.x1 - 1), x1 = clampTo(atX1, image.x0, image.x1 - 1);
         const int y0 = clampTo(atY0, image.y0, image.y1 - 1), y1 = clampTo(atY1, image.y0, image.y1 - 1);

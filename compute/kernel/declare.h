@@ -115,7 +115,7 @@ template <>
 inline constexpr ScalarType scalarTypeOf<bool> = ScalarType::boolean;
 
 template <class T>
-consteval ScalarDeclaration declareScalar(const char* name, int offset) {
+consteval ScalarDeclaration declareScalar(const char* name, int offset, Fold fold = Fold::sum) {
     constexpr int length = Element<T>::length;
     constexpr bool isVector = length <= 4;
     return {name,
@@ -123,7 +123,8 @@ consteval ScalarDeclaration declareScalar(const char* name, int offset) {
             isVector ? length : 1,
             isVector ? 1 : length,
             static_cast<int>(sizeof(T)),
-            offset};
+            offset,
+            fold};
 }
 
 template <class K>
@@ -179,5 +180,10 @@ consteval ImageDeclarations declareImages(ImageList<D...>) {
 
 /// Declares a field of the kernel's own `Params` as a scalar under its own name.
 #define VT_SCALAR(field) declareScalar<decltype(Params::field)>(#field, __builtin_offsetof(Params, field))
-/// Declares a field of the kernel's `Results` as an accumulator.
+/// Declares a field of the kernel's `Results` as an accumulator: a sum, or the least or most of the workers' values.
+/// The latter two begin with the values that `Results` and `Sums` give them.
 #define VT_RESULT(field) declareScalar<decltype(Results::field)>(#field, __builtin_offsetof(Results, field))
+#define VT_LEAST(field) \
+    declareScalar<decltype(Results::field)>(#field, __builtin_offsetof(Results, field), Vellum::Kernels::Fold::least)
+#define VT_MOST(field) \
+    declareScalar<decltype(Results::field)>(#field, __builtin_offsetof(Results, field), Vellum::Kernels::Fold::most)

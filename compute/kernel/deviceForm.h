@@ -89,8 +89,7 @@ VT_FN void deviceSums(const DeviceArguments<K>& arguments, int workerX, int work
     arguments.imageParameters(imageParameters);
 
     float* slot = arguments.slots + (workerY * deviceWorkersPerAxis + workerX) * results;
-    for (int i = 0; i < results; ++i)
-        slot[i] = 0;
+    startResults<K>(slot);
     const int c0 = K::perComponent ? static_cast<int>(arguments.c0) : 0;
     const int c1 = K::perComponent ? static_cast<int>(arguments.c1) : 1;
     for (int c = c0; c < c1; ++c) {
@@ -140,12 +139,10 @@ void deviceFold(const void* argumentBlock, int worker, int phase) {
         float* all = DeviceArguments<K>(argumentBlock).slots;
         if (phase == 0) {
             for (int slot = worker + deviceFoldWorkers; slot < slots; slot += deviceFoldWorkers)
-                for (int i = 0; i < results; ++i)
-                    all[worker * results + i] += all[slot * results + i];
+                foldResults<K>(all + worker * results, all + slot * results);
         } else if (worker == 0) {
             for (int slot = 1; slot < deviceFoldWorkers; ++slot)
-                for (int i = 0; i < results; ++i)
-                    all[i] += all[slot * results + i];
+                foldResults<K>(all, all + slot * results);
         }
     }
 }

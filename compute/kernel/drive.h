@@ -104,15 +104,71 @@ void runRows(const Launch& launch) {
             runRow<K, T, V, R>(launch, inside, y, c);
 }
 
-/// Adds the places of one field, packed ones and single ones, in the order of the places.
-template <class V>
-VT_FN float foldPlaces(const float* packed, const float* single, int field, int fields) {
+/// How the float of that number in a kernel's `Results` is folded.
+template <class K>
+consteval Fold foldOf(int result) {
+    const ScalarDeclarations accumulators = accumulatorsOf<K>();
+    for (int i = 0; i < accumulators.count; ++i) {
+        const ScalarDeclaration& field = accumulators.list[i];
+        const int first = field.offset / static_cast<int>(sizeof(float));
+        if (result >= first && result < first + field.bytes / static_cast<int>(sizeof(float))) return field.fold;
+    }
+    return Fold::sum;
+}
+template <Fold fold>
+VT_FN float folded(float a, float b) {
+    if constexpr (fold == Fold::sum)
+        return a + b;
+    else
+        return (fold == Fold::least ? b < a : b > a) ? b : a;
+}
+
+template <class K>
+VT_FN auto freshResults() {
+    if constexpr (K::reduction)
+        return typename K::Results{};
+    else
+        return NoParams{};
+}
+template <class K>
+void startResults(float* results) {
+    if constexpr (K::reduction) {
+        const auto fresh = freshResults<K>();
+        __builtin_memcpy(results, &fresh, sizeof fresh);
+    }
+}
+template <class K, int... I>
+VT_FN void foldEach(float* results, const float* part, Sequence<I...>) {
+    ((results[I] = folded<foldOf<K>(I)>(results[I], part[I])), ...);
+}
+template <class K>
+void foldResults(float* results, const float* part) {
+    if constexpr (K::reduction)
+        foldEach<K>(results, part, typename MakeSequence<sizeof(typename K::Results) / sizeof(float)>::Type{});
+}
+
+/// Folds the places of one field, packed ones and single ones, in the order of the places.
+template <Fold fold, class V>
+VT_FN float foldPlaces(float total, const float* packed, const float* single, int field, int fields) {
     constexpr int width = LaneTraits<V>::width;
-    float total = 0;
     for (int place = 0; place < sumPlaces; ++place)
-        total +=
-            packed[(place / width) * fields * width + field * width + place % width] + single[place * fields + field];
+        total =
+            folded<fold>(total, folded<fold>(packed[(place / width) * fields * width + field * width + place % width],
+                                             single[place * fields + field]));
     return total;
+}
+template <class K, class V, int... Field>
+VT_FN void foldFields(float* results, const float* packed, const float* single, int c, Sequence<Field...>) {
+    constexpr int stride = K::perComponent ? 4 : 1;
+    constexpr int fields = sizeof...(Field);
+    const auto start = freshResults<K>();
+    const float* fresh = reinterpret_cast<const float*>(&start);
+    const auto foldField = [&]<int field>() {
+        constexpr Fold fold = foldOf<K>(field * stride);
+        float& result = results[field * stride + c];
+        result = folded<fold>(result, foldPlaces<fold, V>(fresh[field * stride + c], packed, single, field, fields));
+    };
+    (foldField.template operator()<Field>(), ...);
 }
 
 template <class K, Counts T, class V, Reach R>
@@ -147,12 +203,9 @@ void runSums(const Launch& launch) {
                                                      single[(x - launch.x0) % sumPlaces], list, sequence, x, y, c,
                                                      true);
         }
-        const float* packedFields = reinterpret_cast<const float*>(packed);
-        const float* singleFields = reinterpret_cast<const float*>(single);
-        for (int field = 0; field < fields; ++field) {
-            const int result = K::perComponent ? field * 4 + c : field;
-            launch.accumulators[result] += foldPlaces<V>(packedFields, singleFields, field, fields);
-        }
+        foldFields<K, V>(launch.accumulators, reinterpret_cast<const float*>(packed),
+                         reinterpret_cast<const float*>(single), K::perComponent ? c : 0,
+                         typename MakeSequence<fields>::Type{});
     }
 }
 

@@ -25,5 +25,21 @@ VT_FN void copyClamped(const float* row, int width, int from, int count, float* 
         target[i] = row[width - 1];
 }
 
+/// The first `count` of a register's pixels; the others are 0.
+template <class V>
+VT_FN V loadSome(const float* from, int count) {
+    if (count == LaneTraits<V>::width) return load<V>(from, 1);
+    float some[LaneTraits<V>::width] = {};
+    __builtin_memcpy(some, from, count * sizeof(float));
+    return load<V>(some, 1);
+}
+template <class V>
+VT_FN void storeSome(V value, float* to, int count) {
+    if (count == LaneTraits<V>::width) return store(value, to, 1);
+    float some[LaneTraits<V>::width];
+    store(value, some, 1);
+    __builtin_memcpy(to, some, count * sizeof(float));
+}
+
 }  // namespace VIEWTINT_ISA
 }  // namespace Vellum::Kernels

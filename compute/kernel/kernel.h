@@ -54,6 +54,8 @@
                                                                        Vellum::Kernels::accumulatorsOf<K>(),        \
                                                                        &Vellum::Kernels::writeDefaults<K>,          \
                                                                        &Vellum::Kernels::derive<K>,                 \
+                                                                       &Vellum::Kernels::startResults<K>,           \
+                                                                       &Vellum::Kernels::foldResults<K>,            \
                                                                        K##Tuples,                                   \
                                                                        sizeof K##Tuples / sizeof *K##Tuples};
 #else

@@ -90,9 +90,17 @@ template <int... I>
 VT_FN IntRegister countEach(Sequence<I...>) {
     return IntRegister{I...};
 }
-template <int... I>
-VT_FN bool anyEach(IntRegister mask, Sequence<I...>) {
-    return (mask[I] | ...) != 0;
+/// Asked in inner loops: taking the lanes one by one would cost more than most bodies.
+VT_FN bool anyLane(IntRegister mask) {
+#if defined(__AVX512F__)
+    return __builtin_ia32_ptestmd512(mask, mask, 0xffff) != 0;
+#elif defined(__AVX2__)
+    using Longs = long long __attribute__((vector_size(32)));
+    return __builtin_ia32_ptestz256((Longs)mask, (Longs)mask) == 0;
+#else
+    using Bytes = char __attribute__((vector_size(16)));
+    return __builtin_ia32_pmovmskb128((Bytes)mask) != 0;
+#endif
 }
 
 template <int... I>
@@ -122,7 +130,7 @@ struct Mask {
     friend VT_INLINE Mask operator&(Mask a, Mask b) { return {a.v & b.v}; }
     friend VT_INLINE Mask operator|(Mask a, Mask b) { return {a.v | b.v}; }
     friend VT_INLINE Mask operator!(Mask a) { return {~a.v}; }
-    friend VT_INLINE bool any(Mask mask) { return anyEach(mask.v, EachLane{}); }
+    friend VT_INLINE bool any(Mask mask) { return anyLane(mask.v); }
 };
 
 struct Ints {

@@ -27,7 +27,7 @@ struct Launch {
     const ImageArgument* images;
     const ImageParameters* imageParameters;
     const void* parameters;
-    float* accumulators;  ///< of this piece alone, zero at the start
+    float* accumulators;  ///< of this piece alone, as startResults leaves them
 };
 
 // ---- what a kernel declares
@@ -44,6 +44,9 @@ struct ImageDeclaration {
 
 enum class ScalarType { real = 1, integer = 3, boolean = 4 };
 
+/// What becomes of the workers' own results of a reduction.
+enum class Fold { sum, least, most };
+
 struct ScalarDeclaration {
     const char* name;
     ScalarType type;
@@ -51,6 +54,7 @@ struct ScalarDeclaration {
     int arrayLength;  ///< 1 as a rule, 9 for a matrix
     int bytes;
     int offset;  ///< in its block
+    Fold fold;   ///< of an accumulator
 };
 
 inline constexpr int mostImages = 12;
@@ -106,6 +110,8 @@ struct KernelDeclaration {
     ScalarDeclarations accumulators;
     void (*writeDefaults)(void* parameters);
     void (*derive)(void* parameters, const ImageArgument* images, ImageParameters* imageParameters);
+    void (*startResults)(float* results);
+    void (*foldResults)(float* results, const float* part);
     const char* const* tuples;
     int tupleCount;
 };

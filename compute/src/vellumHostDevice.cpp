@@ -167,8 +167,11 @@ void Work::runPiece(int index, float* accumulators) {
 
 void Work::runSums() {
     const std::size_t fields = call_.accumulators.size();
-    std::vector<float> slots(pieces_ * fields, 0.0f);
-    auto band = [&](int index) { runPiece(index, slots.data() + index * fields); };
+    std::vector<float> slots(pieces_ * fields);
+    auto band = [&](int index) {
+        declaration_.startResults(slots.data() + index * fields);
+        runPiece(index, slots.data() + index * fields);
+    };
     const bool small = box_.pixels() < pixelsWorthThreads || !Vellum::Parallel::ThreadingEnabled();
     if (small)
         for (int index = 0; index < pieces_; ++index)
@@ -176,8 +179,7 @@ void Work::runSums() {
     else
         Vellum::Parallel::forEachIndex(threader_, pieces_, band);
     for (int index = 0; index < pieces_; ++index)
-        for (std::size_t field = 0; field < fields; ++field)
-            call_.accumulators[field] += slots[index * fields + field];
+        declaration_.foldResults(call_.accumulators.data(), slots.data() + index * fields);
 }
 
 void Work::run() {

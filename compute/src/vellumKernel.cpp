@@ -303,6 +303,7 @@ void KernelExecutionContext::iterate(Vellum::Compute::Device& device, const Iter
     Box box{controller.x0, controller.y0, controller.x1, controller.y1};
     const bool wholeImage = box == Box{} && controller.c0 == 0 && controller.c1 == 0;
     if (wholeImage) box = boxOf(images_[ranging]);
+    declaration().startResults(accumulators_.data());
     if (box.empty()) return;
     const bool allComponents = controller.c0 == 0 && controller.c1 == 0;
     const int c0 = controller.c0;
@@ -314,7 +315,6 @@ void KernelExecutionContext::iterate(Vellum::Compute::Device& device, const Iter
         dirty_ = derivedAreStale_ = false;
     }
     checkReach(box, c0, c1);
-    accumulators_.fill(0.0f);
     if (Vellum::Compute::Stage::counting()) Vellum::Compute::Stage::countKernelCall(bytesTouched(box, c1 - c0));
     device.run({*kernel_,
                 box,

@@ -1,5 +1,6 @@
 #include "node/KernelLibraries.h"
 
+#include "BilateralFilter/BilateralFilter.h"
 #include "Common/Common.h"
 #include "GuidedFilter/GuidedFilter.h"
 #include "PictureBuilder/PictureBuilder.h"
@@ -9,6 +10,7 @@
 namespace Vellum {
 
 void registerKernelLibraries() {
+    BilateralFilter::registerKernels();
     Common::registerKernels();
     GuidedFilter::registerKernels();
     PictureBuilder::registerKernels();

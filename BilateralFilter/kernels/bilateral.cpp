@@ -1,0 +1,279 @@
+// Distances into a mask, and the fill of what it covers. Compiled once per instruction set.
+#include "compute/kernel/hostForm.h"
+
+namespace Vellum::Kernels {
+inline namespace VIEWTINT_ISA {
+
+/// One pass of the growth of a distance field: D and A, the distance and the mark of each pixel, to D2 and A2. A marked
+/// pixel (A not 0) stays. Another whose diagonal neighbours include one of A above 0 gets the least distance among them
+/// plus 1 and the mark 1: it is new. All others get distance 10000 and mark 0. Results: the number of new pixels and
+/// their box, both ends included.
+struct distanceGrowthKernel : WholePixelSum<In<"D", Pattern::random, EdgeMethod::constant>,
+                                            In<"A", Pattern::random, EdgeMethod::constant>, Out<"D2">, Out<"A2">> {
+    template <class V>
+    struct Sums {
+        V count = V(0.f), minX = V(100000.f), minY = V(100000.f), maxX = V(-100000.f), maxY = V(-100000.f);
+    };
+    struct Results {
+        float count = 0, minX = 100000, minY = 100000, maxX = -100000, maxY = -100000;
+    };
+    static constexpr ScalarDeclarations accumulators{
+        5, {VT_RESULT(count), VT_LEAST(minX), VT_LEAST(minY), VT_MOST(maxX), VT_MOST(maxY)}};
+    VT_FN void body(const Params&, auto& sums, auto D, auto A, auto D2, auto A2) {
+        using V = decltype(D2());
+        using I = IntOf<V>;
+        const I column = D2.column();
+        const I row(D2.row());
+        const V mark = A.fetch(column, row);
+        const V none(99999.f);
+        V best = none;
+        for (int dx = -1; dx <= 1; dx += 2)
+            for (int dy = -1; dy <= 1; dy += 2) {
+                const V distance = D.fetch(column + I(dx), row + I(dy));
+                const auto nearer = (A.fetch(column + I(dx), row + I(dy)) > V(0.f)) & (distance < best);
+                best = select(nearer, distance, best);
+            }
+        const auto marked = mark != V(0.f);
+        const auto isNew = (mark == V(0.f)) & (best < none);
+        D2 = select(marked, D.fetch(column, row), select(isNew, best + V(1.f), V(10000.f)));
+        A2 = select(marked, mark, select(isNew, V(1.f), V(0.f)));
+        const V x = toFloat(column);
+        const V y(static_cast<float>(D2.row()));
+        sums.count += select(isNew, V(1.f), V(0.f));
+        sums.minX = select(isNew & (x < sums.minX), x, sums.minX);
+        sums.maxX = select(isNew & (x > sums.maxX), x, sums.maxX);
+        sums.minY = select(isNew & (y < sums.minY), y, sums.minY);
+        sums.maxY = select(isNew & (y > sums.maxY), y, sums.maxY);
+    }
+};
+
+/// O = A where the mask M is 0. Elsewhere O = A (1 - M) + F M with F the mean of the values A, weighted by w, over the
+/// pixels q of distance D = 0 in a square of radius R = max(3, ceil(D + radiusBoost)) around the pixel, and O = A where
+/// there is none. w = exp(-|q - p|^2 0.7 / R^2 - the sum over the channels c of (G(q) - G(p))^2 k[c]), and at least
+/// weightFloor, with k[c] = 1 / colourSigma[c]^2, 100000 for a sigma that isn't above 0.
+struct bilateralFillKernel : WholePixel<In<"D", Pattern::random, EdgeMethod::constant>, In<"M">,
+                                        In<"G", Pattern::random, EdgeMethod::constant>,
+                                        In<"A", Pattern::random, EdgeMethod::constant>, Out<"O">> {
+    static constexpr int channels = 3;
+    struct Params {
+        float colourSigma[channels] = {1.f, 0.667f, 0.667f};
+        int radiusBoost = 2;
+        float weightFloor = 1e-4f;
+        float k[channels] = {};
+        float leastExponent = 0;
+    };
+    static constexpr ScalarDeclarations scalars{
+        3, {VT_SCALAR(colourSigma), VT_SCALAR(radiusBoost), VT_SCALAR(weightFloor)}};
+    static constexpr ScalarDeclarations derived{2, {VT_SCALAR(k), VT_SCALAR(leastExponent)}};
+    static void derive(Params& p, const ImageArgument*, ImageParameters*) {
+        for (int c = 0; c < channels; ++c)
+            p.k[c] = p.colourSigma[c] > 0 ? 1.f / (p.colourSigma[c] * p.colourSigma[c]) : 100000.f;
+        // Exponents below this give weights below the floor, by more than the exponential's error.
+        p.leastExponent = p.weightFloor > 1e-30f ? log(p.weightFloor) - 0.01f : -88.f;
+    }
+
+    /// The running sums of one pixel, or of a register of them.
+    template <class V>
+    struct Fill {
+        V guide[channels], spatial;
+        V total = V(0.f);
+        V sum[channels] = {V(0.f), V(0.f), V(0.f)};
+
+        /// One tap at squared distance `apart`: `guideThere(c)`, `valueThere(c)` are its pixel's.
+        VT_INLINE void add(const Params& p, float apart, auto gives, auto guideThere, auto valueThere) {
+            V e = V(-apart) * spatial;
+#pragma GCC unroll 3
+            for (int c = 0; c < channels; ++c) {
+                const V d = guideThere(c) - guide[c];
+                e = e - d * d * p.k[c];
+            }
+            V w(p.weightFloor);
+            if (any(gives & (e > V(p.leastExponent)))) {
+                const V raised = select(e > V(88.f), V(3.40282347e38f), select(e <= V(-88.f), V(0.f), exp(e)));
+                w = select(raised > w, raised, w);
+            }
+            total += select(gives, w, V(0.f));
+#pragma GCC unroll 3
+            for (int c = 0; c < channels; ++c)
+                sum[c] += select(gives, valueThere(c) * w, V(0.f));
+        }
+        VT_INLINE V result(int c, V value, V mask) const {
+            return select(total > V(0.f), value * (V(1.f) - mask) + sum[c] / total * mask, value);
+        }
+    };
+    /// As a whole number, of a size whose square is one too.
+    template <class V>
+    VT_FN V radiusOf(const Params& p, V distance) {
+        const V wanted = -floor(-(distance + static_cast<float>(p.radiusBoost)));
+        return clampTo(select(wanted == wanted, wanted, V(0.f)), V(3.f), V(30000.f));
+    }
+    template <class V>
+    VT_FN V spatialOf(V radius) {
+        const auto whole = toInt(radius);
+        return V(0.7f) / toFloat(whole * whole);
+    }
+
+    VT_FN void body(const Params& p, auto D, auto M, auto G, auto A, auto O) {
+        using V = decltype(M());
+        using I = IntOf<V>;
+        const I column = O.column();
+        const I row(O.row());
+        const V m = M();
+        const auto fills = m != V(0.f);
+        V value[channels];
+        for (int c = 0; c < channels; ++c)
+            value[c] = A.fetch(column, row, c);
+        if (any(fills)) {
+            const V radius = radiusOf(p, D.fetch(column, row));
+            Fill<V> fill;
+            fill.spatial = spatialOf(radius);
+            for (int c = 0; c < channels; ++c)
+                fill.guide[c] = G.fetch(column, row, c);
+            int most = 0;
+            for (int lane = 0; lane < LaneTraits<V>::width; ++lane) {
+                const int reach = toInt(laneOf(radius, lane));
+                if (laneOf(fills, lane) && reach > most) most = reach;
+            }
+            constexpr int lanes = LaneTraits<V>::width;
+            const int left = larger(-most, G.left() - (O.x + lanes - 1)), right = smaller(most, G.right() - 1 - O.x);
+            const int bottom = larger(-most, G.bottom() - O.row()), top = smaller(most, G.top() - 1 - O.row());
+            for (int dx = left; dx <= right; ++dx) {
+                const I there = column + I(dx);
+                const auto reached =
+                    fills & (V(absolute(dx)) <= radius) & (there >= I(G.left())) & (there < I(G.right()));
+                for (int dy = bottom; dy <= top; ++dy) {
+                    const I up = row + I(dy);
+                    const auto gives = reached & (V(absolute(dy)) <= radius) & (D.fetch(there, up) == V(0.f));
+                    if (!any(gives)) continue;
+                    fill.add(
+                        p, squared(dx, dy), gives, [&](int c) { return G.fetch(there, up, c); },
+                        [&](int c) { return A.fetch(there, up, c); });
+                }
+            }
+            for (int c = 0; c < channels; ++c)
+                value[c] = select(fills, fill.result(c, value[c], m), value[c]);
+        }
+        for (int c = 0; c < channels; ++c)
+            O.put(c, value[c]);
+    }
+    VT_FN int larger(int a, int b) {
+        return a > b ? a : b;
+    }
+    VT_FN int smaller(int a, int b) {
+        return a < b ? a : b;
+    }
+    VT_FN float absolute(int a) {
+        return static_cast<float>(a < 0 ? -a : a);
+    }
+    VT_FN float squared(int dx, int dy) {
+        return static_cast<float>(dx * dx + dy * dy);
+    }
+
+    template <class V, Counts T>
+    static void hostForm(const Launch& launch) {
+        const ImageArgument* images = launch.images;
+        const auto sameBox = [&](const ImageArgument& a) {
+            return a.x0 == images[2].x0 && a.y0 == images[2].y0 && a.x1 == images[2].x1 && a.y1 == images[2].y1;
+        };
+        const bool covered = images[2].x0 <= launch.x0 && launch.x1 <= images[2].x1 && images[2].y0 <= launch.y0 &&
+                             launch.y1 <= images[2].y1;
+        if (!sameBox(images[0]) || !sameBox(images[3]) || !covered)
+            return runRows<bilateralFillKernel, T, V, Reach::unit>(launch);
+        const Params parameters = *static_cast<const Params*>(launch.parameters);
+        for (int y = launch.y0; y < launch.y1; ++y)
+            fillRow<V>(launch, parameters, y);
+    }
+
+private:
+    static constexpr int distanceImage = 0, maskImage = 1, guideImage = 2, valueImage = 3, outputImage = 4;
+
+    /// Registers of pixels to fill begin at the first that the mask doesn't leave out.
+    template <class V>
+    __attribute__((noinline)) static void fillRow(const Launch& launch, const Params& p, int y) {
+        constexpr int lanes = LaneTraits<V>::width;
+        const float* mask = addressIn(launch.images[maskImage], launch.x0, y, 0);
+        const int width = launch.x1 - launch.x0;
+        for (int c = 0; c < channels; ++c)
+            __builtin_memcpy(addressIn(launch.images[outputImage], launch.x0, y, c),
+                             addressIn(launch.images[valueImage], launch.x0, y, c), width * sizeof(float));
+        int x = 0;
+        while (x < width) {
+            if (x + lanes <= width && !any(load<V>(mask + x, 1) != V(0.f))) {
+                x += lanes;
+            } else if (mask[x] == 0.f) {
+                ++x;
+            } else {
+                const int count = smaller(lanes, width - x);
+                fillSome<V>(launch, p, launch.x0 + x, y, count);
+                x += count;
+            }
+        }
+    }
+
+    template <class V>
+    VT_FN V some(const ImageArgument& image, int x, int y, int c, int count) {
+        return loadSome<V>(addressIn(image, x, y, c), count);
+    }
+
+    template <class V>
+    __attribute__((noinline)) static void fillSome(const Launch& launch, const Params& p, int x, int y, int count) {
+        using I = IntOf<V>;
+        constexpr int lanes = LaneTraits<V>::width;
+        const ImageArgument& distances = launch.images[distanceImage];
+        const ImageArgument& guides = launch.images[guideImage];
+        const ImageArgument& values = launch.images[valueImage];
+        const V m = some<V>(launch.images[maskImage], x, y, 0, count);  // lanes beyond are 0: not filled
+        const auto fills = m != V(0.f);
+        const V radius = radiusOf(p, some<V>(distances, x, y, 0, count));
+        Fill<V> fill;
+        fill.spatial = spatialOf(radius);
+        for (int c = 0; c < channels; ++c)
+            fill.guide[c] = some<V>(guides, x, y, c, count);
+        int most = 0, least = 30000;
+        for (int lane = 0; lane < lanes; ++lane) {
+            if (!laneOf(fills, lane)) continue;
+            const int reach = toInt(laneOf(radius, lane));
+            most = larger(most, reach);
+            least = smaller(least, reach);
+        }
+
+        const int left = larger(-most, guides.x0 - (x + count - 1)), right = smaller(most, guides.x1 - 1 - x);
+        const int bottom = larger(-most, guides.y0 - y), top = smaller(most, guides.y1 - 1 - y);
+        const I column = laneNumbers<V>() + I(x);
+        for (int dx = left; dx <= right; ++dx) {
+            const I there = column + I(dx);
+            auto reached = fills & (V(absolute(dx)) <= radius);
+            const bool inside = x + dx >= guides.x0 && x + dx + lanes <= guides.x1;
+            if (!inside) reached = reached & (there >= I(guides.x0)) & (there < I(guides.x1));
+            const I nearest = clampTo(there, I(guides.x0), I(guides.x1 - 1)) - I(guides.x0);
+            const auto read = [&](const ImageArgument& image, int dy, int c) VT_INLINE_LAMBDA {
+                return inside ? load<V>(addressIn(image, x + dx, y + dy, c), 1)
+                              : gather(addressIn(image, image.x0, y + dy, c), nearest);
+            };
+            for (int dy = bottom; dy <= top; ++dy) {
+                auto gives = reached & (read(distances, dy, 0) == V(0.f));
+                if (least < most) gives = gives & (V(absolute(dy)) <= radius);
+                if (!any(gives)) continue;
+                fill.add(
+                    p, squared(dx, dy), gives, [&](int c) VT_INLINE_LAMBDA { return read(guides, dy, c); },
+                    [&](int c) VT_INLINE_LAMBDA { return read(values, dy, c); });
+            }
+        }
+        for (int c = 0; c < channels; ++c) {
+            const V value = some<V>(values, x, y, c, count);
+            const V result = select(fills, fill.result(c, value, m), value);
+            storeSome(result, addressIn(launch.images[outputImage], x, y, c), count);
+        }
+    }
+};
+
+#define VT_GROWTH(X, K) X(K, "1f_1f_1f_1f")
+#define VT_FILL(X, K) X(K, "1f_1f_3f_3f_3f")
+#define BILATERAL(K)                   \
+    K(distanceGrowthKernel, VT_GROWTH) \
+    K(bilateralFillKernel, VT_FILL)
+
+VT_FAMILY(bilateral, BILATERAL)
+
+}  // namespace VIEWTINT_ISA
+}  // namespace Vellum::Kernels
