@@ -69,7 +69,7 @@ struct bilateralFillKernel : WholePixel<In<"D", Pattern::random, EdgeMethod::con
         for (int c = 0; c < channels; ++c)
             p.k[c] = p.colourSigma[c] > 0 ? 1.f / (p.colourSigma[c] * p.colourSigma[c]) : 100000.f;
         // Exponents below this give weights below the floor, by more than the exponential's error.
-        p.leastExponent = p.weightFloor > 1e-30f ? log(p.weightFloor) - 0.01f : -88.f;
+        p.leastExponent = p.weightFloor > 1e-30f ? log(p.weightFloor) - 0.01f : -80.f;
     }
 
     /// The running sums of one pixel, or of a register of them.
@@ -88,9 +88,11 @@ struct bilateralFillKernel : WholePixel<In<"D", Pattern::random, EdgeMethod::con
                 e = e - d * d * p.k[c];
             }
             V w(p.weightFloor);
-            if (any(gives & (e > V(p.leastExponent)))) {
-                const V raised = select(e > V(88.f), V(3.40282347e38f), select(e <= V(-88.f), V(0.f), exp(e)));
-                w = select(raised > w, raised, w);
+            // No exponent is above 0, so none leaves the range of the exponential on that side.
+            const auto counts = e > V(p.leastExponent);
+            if (any(gives & counts)) {
+                const V raised = expOfModerate(e);
+                w = select(counts & (raised > w), raised, w);
             }
             total += select(gives, w, V(0.f));
 #pragma GCC unroll 3
@@ -210,25 +212,49 @@ private:
         }
     }
 
-    template <class V>
-    VT_FN V some(const ImageArgument& image, int x, int y, int c, int count) {
-        return loadSome<V>(addressIn(image, x, y, c), count);
-    }
+    /// The rows of the pictures that give, at a column and a first row, with steps upward.
+    struct Givers {
+        const float* distance;
+        const float* guide[channels];
+        const float* value[channels];
+        long distanceStep, guideStep, valueStep;
 
+        VT_INLINE Givers(const ImageArgument* images, int x, int y)
+            : distance(addressIn(images[distanceImage], x, y, 0)),
+              distanceStep(images[distanceImage].strideY),
+              guideStep(images[guideImage].strideY),
+              valueStep(images[valueImage].strideY) {
+            for (int c = 0; c < channels; ++c) {
+                guide[c] = addressIn(images[guideImage], x, y, c);
+                value[c] = addressIn(images[valueImage], x, y, c);
+            }
+        }
+        VT_INLINE void stepUp() {
+            distance += distanceStep;
+            for (int c = 0; c < channels; ++c) {
+                guide[c] += guideStep;
+                value[c] += valueStep;
+            }
+        }
+    };
+
+    /// `count` pixels from x on, at most a register of them.
     template <class V>
-    __attribute__((noinline)) static void fillSome(const Launch& launch, const Params& p, int x, int y, int count) {
+    __attribute__((noinline)) static void fillSome(const Launch& launch, const Params& parameters, int x, int y,
+                                                   int count) {
         using I = IntOf<V>;
         constexpr int lanes = LaneTraits<V>::width;
-        const ImageArgument& distances = launch.images[distanceImage];
-        const ImageArgument& guides = launch.images[guideImage];
-        const ImageArgument& values = launch.images[valueImage];
-        const V m = some<V>(launch.images[maskImage], x, y, 0, count);  // lanes beyond are 0: not filled
-        const auto fills = m != V(0.f);
-        const V radius = radiusOf(p, some<V>(distances, x, y, 0, count));
+        const Params p = parameters;
+        const ImageArgument* images = launch.images;
+        const ImageArgument& box = images[guideImage];
+        const auto some = [&](int image, int c) { return loadSome<V>(addressIn(images[image], x, y, c), count); };
+        const V mask = some(maskImage, 0);
+        const auto fills = mask != V(0.f);  // not so in lanes beyond the count
+        const V radius = radiusOf(p, some(distanceImage, 0));
         Fill<V> fill;
         fill.spatial = spatialOf(radius);
         for (int c = 0; c < channels; ++c)
-            fill.guide[c] = some<V>(guides, x, y, c, count);
+            fill.guide[c] = some(guideImage, c);
         int most = 0, least = 30000;
         for (int lane = 0; lane < lanes; ++lane) {
             if (!laneOf(fills, lane)) continue;
@@ -236,33 +262,33 @@ private:
             most = larger(most, reach);
             least = smaller(least, reach);
         }
-
-        const int left = larger(-most, guides.x0 - (x + count - 1)), right = smaller(most, guides.x1 - 1 - x);
-        const int bottom = larger(-most, guides.y0 - y), top = smaller(most, guides.y1 - 1 - y);
-        const I column = laneNumbers<V>() + I(x);
+        const int left = larger(-most, box.x0 - (x + count - 1)), right = smaller(most, box.x1 - 1 - x);
+        const int bottom = larger(-most, box.y0 - y), top = smaller(most, box.y1 - 1 - y);
         for (int dx = left; dx <= right; ++dx) {
-            const I there = column + I(dx);
-            auto reached = fills & (V(absolute(dx)) <= radius);
-            const bool inside = x + dx >= guides.x0 && x + dx + lanes <= guides.x1;
-            if (!inside) reached = reached & (there >= I(guides.x0)) & (there < I(guides.x1));
-            const I nearest = clampTo(there, I(guides.x0), I(guides.x1 - 1)) - I(guides.x0);
-            const auto read = [&](const ImageArgument& image, int dy, int c) VT_INLINE_LAMBDA {
-                return inside ? load<V>(addressIn(image, x + dx, y + dy, c), 1)
-                              : gather(addressIn(image, image.x0, y + dy, c), nearest);
+            const I there = laneNumbers<V>() + I(x + dx);
+            const auto reached = fills & (V(absolute(dx)) <= radius) & (there >= I(box.x0)) & (there < I(box.x1));
+            const auto addColumn = [&](auto read, int x0) VT_INLINE_LAMBDA {
+                Givers givers(images, x0, y + bottom);
+                for (int dy = bottom; dy <= top; ++dy, givers.stepUp()) {
+                    auto gives = reached & (read(givers.distance) == V(0.f));
+                    if (least < most) gives = gives & (V(absolute(dy)) <= radius);
+                    if (!any(gives)) continue;
+                    fill.add(
+                        p, squared(dx, dy), gives, [&](int c) VT_INLINE_LAMBDA { return read(givers.guide[c]); },
+                        [&](int c) VT_INLINE_LAMBDA { return read(givers.value[c]); });
+                }
             };
-            for (int dy = bottom; dy <= top; ++dy) {
-                auto gives = reached & (read(distances, dy, 0) == V(0.f));
-                if (least < most) gives = gives & (V(absolute(dy)) <= radius);
-                if (!any(gives)) continue;
-                fill.add(
-                    p, squared(dx, dy), gives, [&](int c) VT_INLINE_LAMBDA { return read(guides, dy, c); },
-                    [&](int c) VT_INLINE_LAMBDA { return read(values, dy, c); });
+            if (x + dx >= box.x0 && x + dx + lanes <= box.x1) {
+                addColumn([](const float* row) VT_INLINE_LAMBDA { return load<V>(row, 1); }, x + dx);
+            } else {
+                const I nearest = clampTo(there, I(box.x0), I(box.x1 - 1)) - I(box.x0);
+                addColumn([&](const float* row) VT_INLINE_LAMBDA { return gather(row, nearest); }, box.x0);
             }
         }
         for (int c = 0; c < channels; ++c) {
-            const V value = some<V>(values, x, y, c, count);
-            const V result = select(fills, fill.result(c, value, m), value);
-            storeSome(result, addressIn(launch.images[outputImage], x, y, c), count);
+            const V value = some(valueImage, c);
+            storeSome(select(fills, fill.result(c, value, mask), value), addressIn(images[outputImage], x, y, c),
+                      count);
         }
     }
 };

@@ -55,6 +55,24 @@ VT_FN F exp(F x) {
     return select(x < F(-87.3365448f), F(0.f), y);
 }
 
+/// e^x for x of -80 .. 80, 2 ulp, at a third of the cost of exp; meaningless beyond. Rounds to a whole power of 2 by adding
+/// a number whose last bit is worth 1.
+template <class F>
+VT_FN F expOfModerate(F x) {
+    constexpr float rounder = 12582912.f;  // 1.5 * 2^23
+    const F shifted = x * F(1.44269504f) + F(rounder);
+    const F n = shifted - F(rounder);
+    const F r = x - n * F(0.693359375f) - n * F(-2.12194440e-4f);
+    F y = F(1.9875691500e-4f);
+    y = y * r + F(1.3981999507e-3f);
+    y = y * r + F(8.3334519073e-3f);
+    y = y * r + F(4.1665795894e-2f);
+    y = y * r + F(1.6666665459e-1f);
+    y = y * r + F(5.0000001201e-1f);
+    y = y * r * r + r + F(1.f);
+    return y * fromBits((bitsOf(shifted) << 23) + IntOf<F>(127 << 23));
+}
+
 /// Natural logarithm of a positive normal number, 1 ulp; what else is given comes out finite and meaningless.
 /// The Cephes library's polynomial for single precision.
 template <class F>

@@ -40,6 +40,7 @@ NB_MODULE(_viewtint, module) {
     bindArithmetic(module);
     bindColour(module);
     bindNeighbourhoods(module);
+    bindBilateralFilter(module);
     bindGuidedFilter(module);
     bindPictureBuilder(module);
     bindStatistics(module);

@@ -130,7 +130,8 @@ TEST_F(BilateralKernels, growthOfDistances) {
                      }
                  return results;
              },
-         .otherReferences = {{2, [](const Scene& s, int x, int y) { return Pixel{grown(s, x, y).distance}; }}},
+         .range = [](const Box& box) { return IterationController::over(box); },
+        .otherReferences = {{2, [](const Scene& s, int x, int y) { return Pixel{grown(s, x, y).distance}; }}},
          .prepare = prepareGrowth,
          .hostilePixels = false});
 }

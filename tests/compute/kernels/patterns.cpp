@@ -44,6 +44,9 @@ struct testMathKernel : PerComponent<In<"A">, Out<"O">> {
             case 9:
                 O = pow12Over5OfNormal(a);
                 break;
+            case 11:
+                O = expOfModerate(a);
+                break;
             default:
                 O = sqrt(a);
                 break;
