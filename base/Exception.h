@@ -127,18 +127,29 @@ std::string userMessage(const Exception& exception);
 /// The class that was raised, without the wrappers that a throw puts round it.
 std::string className(const Exception& exception);
 
+/// Where an exception says that it was thrown.
+struct ThrowPlace {
+    std::string file;
+    int line = 0;
+    std::string function;
+};
+
 /// Throws `exception` so that `catch (E&)` works and boost::current_exception can copy it to another thread. An
 /// exception with attributes gets "ThrowFile", "ThrowLine", "ThrowFunction" and "ExceptionClass".
 template <class E>
-[[noreturn]] void raise(E exception, std::source_location where = std::source_location::current()) {
+[[noreturn]] void raise(E exception, const ThrowPlace& where) {
     if constexpr (std::is_base_of_v<ExceptionDecoration, E>) {
-        exception.set("ThrowFile", where.file_name());
-        exception.set("ThrowLine", static_cast<int>(where.line()));
-        exception.set("ThrowFunction", where.function_name());
+        exception.set("ThrowFile", where.file);
+        exception.set("ThrowLine", where.line);
+        exception.set("ThrowFunction", where.function);
         exception.set("ExceptionClass", boost::core::demangle(typeid(E).name()));
     }
     using Injector = boost::exception_detail::error_info_injector<E>;
     throw boost::exception_detail::clone_impl<Injector>(Injector(exception));
+}
+template <class E>
+[[noreturn]] void raise(E exception, std::source_location where = std::source_location::current()) {
+    raise(std::move(exception), ThrowPlace{where.file_name(), static_cast<int>(where.line()), where.function_name()});
 }
 
 template <class T>

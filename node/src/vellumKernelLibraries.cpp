@@ -2,6 +2,7 @@
 
 #include "BilateralFilter/BilateralFilter.h"
 #include "Common/Common.h"
+#include "FFT/FourierTransform.h"
 #include "GuidedFilter/GuidedFilter.h"
 #include "PictureBuilder/PictureBuilder.h"
 #include "PullPush/PullPush.h"
@@ -12,6 +13,7 @@ namespace Vellum {
 void registerKernelLibraries() {
     BilateralFilter::registerKernels();
     Common::registerKernels();
+    FFT::registerKernels();
     GuidedFilter::registerKernels();
     PictureBuilder::registerKernels();
     PullPush::registerKernels();
