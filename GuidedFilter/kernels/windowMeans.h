@@ -46,8 +46,8 @@ private:
     static constexpr int abreast = 2;
     using Sums = V[quantities][abreast];
 
-    /// Adds the taps of some windows side by side, a register's lanes of taps at a time while `left` lasts: lanes s .. of
-    /// one register, then of the next. A load from a place that isn't a register's own costs two, and most taps' are
+    /// Adds the taps of some windows side by side, a register's lanes of taps at a time while `left` lasts: lanes s ..
+    /// of one register, then of the next. A load from a place that isn't a register's own costs two, and most taps' are
     /// such; a shuffle costs one.
     template <int... S>
     VT_FN void addShifted(const V (&values)[quantities][abreast + 1], int left, Sums& sums, Sequence<S...>) {
