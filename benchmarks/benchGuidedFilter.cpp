@@ -49,7 +49,8 @@ void filter(benchmark::State& state, int radius, float epsilon, const Picture& i
         state, static_cast<int>(state.range(0)), planes,
         [&] {
             Vellum::GuidedFilter::GuidedFilter guided(manager, radius, epsilon, 1, 0);
-            guided.apply(inPlace ? output : input.image, guidance.image, output);
+            guided.apply(inPlace ? output : input.image, inPlace && &input == &guidance ? output : guidance.image,
+                         output);
         },
         [&] {
             for (int c = 0; c < channels; ++c)
@@ -68,7 +69,12 @@ void guidedByAnother(benchmark::State& state) {
 }
 
 /// Results go into the input.
-void guidedInPlace(benchmark::State& state) {
+void guidedBySelfInPlace(benchmark::State& state) {
+    const Picture picture(1);
+    filter(state, static_cast<int>(state.range(1)), 1e-7f, picture, picture, true);
+}
+
+void guidedByAnotherInPlace(benchmark::State& state) {
     const Picture picture(1), guidance(2);
     filter(state, static_cast<int>(state.range(1)), 1e-7f, picture, guidance, true);
 }
@@ -84,7 +90,8 @@ void withRadius(benchmark::internal::Benchmark* b, std::initializer_list<long> r
 
 BENCHMARK(guidedBySelf)->Apply([](auto* b) { withRadius(b, {3}); });
 BENCHMARK(guidedByAnother)->Apply([](auto* b) { withRadius(b, {3, 11, 22, 40}); });
-BENCHMARK(guidedInPlace)->Apply([](auto* b) { withRadius(b, {11}); });
+BENCHMARK(guidedBySelfInPlace)->Apply([](auto* b) { withRadius(b, {3}); });
+BENCHMARK(guidedByAnotherInPlace)->Apply([](auto* b) { withRadius(b, {11, 22}); });
 
 }  // namespace ViewTint::Benchmarks
 

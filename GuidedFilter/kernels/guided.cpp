@@ -75,9 +75,23 @@ struct GuidedWindow {
     }
 };
 
+/// A linear function of the guidance.
+template <class V>
+struct Line {
+    V slope, offset;
+};
+/// Covariances are means of products minus products of means.
+template <class V>
+VT_FN Line<V> fitLine(float epsilon, V meanP, V meanG, V meanPG, V meanGG) {
+    const V covariance = meanPG - meanG * meanP;
+    const V variance = meanGG - meanG * meanG;
+    const V divisor = variance + epsilon;
+    const V slope = select(divisor == 0.f, V(0.f), covariance / divisor);
+    return {slope, meanP - meanG * slope};
+}
+
 /// The linear functions a G + b that explain the input P by the guidance G in the window around each pixel:
-/// a = cov(P, G) / (var(G) + epsilon), 0 where that sum is 0, and b = mean(P) - a mean(G). Covariances are means of
-/// products minus products of means.
+/// a = cov(P, G) / (var(G) + epsilon), 0 where that sum is 0, and b = mean(P) - a mean(G).
 struct guidedSlopesKernel : PerComponent<In<"P", Pattern::rectangle, EdgeMethod::clamped>,
                                          In<"G", Pattern::rectangle, EdgeMethod::clamped>, Out<"a">, Out<"b">> {
     struct Params {
@@ -90,25 +104,13 @@ struct guidedSlopesKernel : PerComponent<In<"P", Pattern::rectangle, EdgeMethod:
     static void derive(Params& p, const ImageArgument*, ImageParameters* images) {
         GuidedWindow::reach(p.radius, p.scale, images, 2);
     }
-    template <class V>
-    struct Line {
-        V slope, offset;
-    };
-    template <class V>
-    VT_FN Line<V> fit(float epsilon, V meanP, V meanG, V meanPG, V meanGG) {
-        const V covariance = meanPG - meanG * meanP;
-        const V variance = meanGG - meanG * meanG;
-        const V divisor = variance + epsilon;
-        const V slope = select(divisor == 0.f, V(0.f), covariance / divisor);
-        return {slope, meanP - meanG * slope};
-    }
     VT_FN void body(const Params& p, auto P, auto G, auto a, auto b) {
         const auto mean = [&](auto value) { return GuidedWindow::mean(p.radius, p.scale, a.lane(0), value); };
         const auto meanP = mean([&](int dx, int dy) { return P.at(dx, dy); });
         const auto meanG = mean([&](int dx, int dy) { return G.at(dx, dy); });
         const auto meanPG = mean([&](int dx, int dy) { return G.at(dx, dy) * P.at(dx, dy); });
         const auto meanGG = mean([&](int dx, int dy) { return G.at(dx, dy) * G.at(dx, dy); });
-        const auto line = fit(p.epsilon, meanP, meanG, meanPG, meanGG);
+        const auto line = fitLine(p.epsilon, meanP, meanG, meanPG, meanGG);
         a = line.slope;
         b = line.offset;
     }
@@ -150,7 +152,7 @@ private:
                 multiplyRows<V>(row.of[1], row.of[1], count, row.of[3]);
             },
             [&](int y, int x, int count, const V(&means)[4]) VT_INLINE_LAMBDA {
-                put(launch, c, x, y, count, fit(p.epsilon, means[0], means[1], means[2], means[3]));
+                put(launch, c, x, y, count, fitLine(p.epsilon, means[0], means[1], means[2], means[3]));
             });
     }
     template <class V>
@@ -164,7 +166,7 @@ private:
                 multiplyRows<V>(row.of[0], row.of[0], count, row.of[1]);
             },
             [&](int y, int x, int count, const V(&means)[2]) VT_INLINE_LAMBDA {
-                put(launch, c, x, y, count, fit(p.epsilon, means[0], means[0], means[1], means[1]));
+                put(launch, c, x, y, count, fitLine(p.epsilon, means[0], means[0], means[1], means[1]));
             });
     }
     template <class V>
@@ -215,12 +217,33 @@ struct guidedApplyKernel : PerComponent<In<"a", Pattern::rectangle, EdgeMethod::
     }
 };
 
+/// The same linear functions from the means over the windows.
+struct guidedLineKernel : PerComponent<In<"meanP">, In<"meanG">, In<"meanPG">, In<"meanGG">, Out<"a">, Out<"b">> {
+    struct Params {
+        float epsilon = 1e-4f;
+    };
+    static constexpr ScalarDeclarations scalars{1, {VT_SCALAR(epsilon)}};
+    VT_FN void body(const Params& p, auto meanP, auto meanG, auto meanPG, auto meanGG, auto a, auto b) {
+        const auto line = fitLine(p.epsilon, meanP(), meanG(), meanPG(), meanGG());
+        a = line.slope;
+        b = line.offset;
+    }
+};
+
+/// O = meanB + meanA G.
+struct guidedOutputKernel : PerComponent<In<"meanA">, In<"meanB">, In<"G">, Out<"O">> {
+    VT_FN void body(const Params&, auto meanA, auto meanB, auto G, auto O) { O = meanB() + G() * meanA(); }
+};
+
 #define VT_TWELVE(X, K) X(K, "1f_1f_1f_1f_1f_1f_1f_1f_1f_1f_1f_1f")
 #define VT_FOUR_SINGLE(X, K) X(K, "1f_1f_1f_1f")
+#define VT_SIX_SINGLE(X, K) X(K, "1f_1f_1f_1f_1f_1f")
 #define GUIDED(K)                         \
     K(guidedSolveKernel, VT_TWELVE)       \
     K(guidedSlopesKernel, VT_FOUR_SINGLE) \
-    K(guidedApplyKernel, VT_FOUR_SINGLE)
+    K(guidedApplyKernel, VT_FOUR_SINGLE)  \
+    K(guidedLineKernel, VT_SIX_SINGLE)    \
+    K(guidedOutputKernel, VT_FOUR_SINGLE)
 
 VT_FAMILY(guided, GUIDED)
 

@@ -30,10 +30,12 @@ using Vellum::Image::Info;
 const ProgramSource guidedSolveSource(Kernels::guided, "guidedSolveKernel");
 const ProgramSource guidedSlopesSource(Kernels::guided, "guidedSlopesKernel");
 const ProgramSource guidedApplySource(Kernels::guided, "guidedApplyKernel");
+const ProgramSource guidedLineSource(Kernels::guided, "guidedLineKernel");
+const ProgramSource guidedOutputSource(Kernels::guided, "guidedOutputKernel");
 
 constexpr int packedCode = 19;
 /// Box means of a larger radius run along their lines and add in another order than the two fused passes.
-constexpr int mostFusedRadius = 15;
+constexpr int mostDirectRadius = 15;
 
 Box grown(const Box& box, int pixels) {
     return {box.x0 - pixels, box.y0 - pixels, box.x1 + pixels, box.y1 + pixels};
@@ -133,6 +135,8 @@ public:
     void run();
 
 private:
+    struct Sources;
+
     bool tiled() const {
         return filter_.forceTiling_ || (bounds_.width() < filter_.tileWidth_ && bounds_.height() < filter_.tileHeight_);
     }
@@ -140,14 +144,16 @@ private:
         if (!tiled()) return bounds_;
         return {0, 0, filter_.tileWidth_ + 2 * filter_.tileMargin_, filter_.tileHeight_ + 2 * filter_.tileMargin_};
     }
-    bool fuses() const {
-        return filter_.fusedPasses_ && manager_.currentDevice()->hostAccessible() && filter_.radius_ <= mostFusedRadius;
+    int guideCount() const { return std::min(guides_, filter_.maxChannels_); }
+    bool fuses() const { return filter_.fusedPasses_ && manager_.currentDevice()->hostAccessible(); }
+    bool writesDirectly() const {
+        return fuses() && filter_.guidanceMode_ == channelByChannel && inputs_ == guideCount();
     }
-    bool readsPicturesDirectly(const Image& output) const;
 
     void filterWhole(Image& output);
-    void filterTiles(Image& output);
-    void filterDirectly(const Box& tile, Image& output) const;
+    void filterTiles(Sources& sources, Image& output);
+    void filterTile(Sources& sources, const Box& tile, const Box& extended, Image& output);
+    void filterTileDirectly(Sources& sources, const Box& tile, const Box& extended, Image& output);
     void dispatch(std::vector<Image>& inputs, std::vector<Image>& guides) const;
     void filterByOne(const Image& input, const Image& guidance, Image& output) const;
     void filterByOneFused(const Image& input, const Image& guidance, Image& output, const Box& range) const;
@@ -177,12 +183,35 @@ GuidedFilter::Run::Run(const GuidedFilter& filter, const Image& input, const Ima
       guidance_(manager_, guidance),
       output_(output) {}
 
+/// What the tile loop reads from.
+struct GuidedFilter::Run::Sources {
+    explicit Sources(const Run& run)
+        : direct(run.writesDirectly()),
+          bySelf(samePicture(run.input_.image(), run.guidance_.image())),
+          tiles{run.bounds_, run.filter_.tileWidth_,
+                direct && run.radius_ <= mostDirectRadius ? 2 * run.radius_ : run.filter_.tileMargin_},
+          inputs(run.manager_, run.input_.image(), tiles, run.inputs_, shareMemory(run.input_.image(), run.output_)) {
+        if (!bySelf)
+            guides.emplace(run.manager_, run.guidance_.image(), tiles, run.guides_,
+                           shareMemory(run.guidance_.image(), run.output_));
+    }
+
+    bool direct;  ///< results go from the last pass into the output
+    bool bySelf;  ///< input and guidance are one picture
+    TileSource::Tiles tiles;
+    TileSource inputs;
+    std::optional<TileSource> guides;
+};
+
 void GuidedFilter::Run::run() {
-    std::optional<BufferManagedImage> moved;  // the manager may have gone over to another device
+    std::optional<Sources> sources;
+    if (tiled()) sources.emplace(*this);
+    // All is allocated: the manager stays on the device that it is on now.
+    std::optional<BufferManagedImage> moved;
     if (output_.device() != manager_.currentDevice()) moved.emplace(manager_, output_);
     Image& output = moved ? moved->image() : output_;
-    if (tiled())
-        filterTiles(output);
+    if (sources)
+        filterTiles(*sources, output);
     else
         filterWhole(output);
     if (moved) output_.copyFrom(output);
@@ -200,66 +229,59 @@ void GuidedFilter::Run::filterWhole(Image& output) {
         Common::copyChannel(inputs[c], bounds_, output, bounds_.x0, bounds_.y0, 0, c);
 }
 
-bool GuidedFilter::Run::readsPicturesDirectly(const Image& output) const {
-    return fuses() && filter_.guidanceMode_ == channelByChannel && inputs_ == std::min(guides_, filter_.maxChannels_) &&
-           guidance_.image().box() == bounds_ && !shareMemory(input_.image(), output) &&
-           !shareMemory(guidance_.image(), output);
-}
-
-void GuidedFilter::Run::filterTiles(Image& output) {
-    const bool direct = readsPicturesDirectly(output);
-    std::optional<TileSource> inputTiles, guidanceTiles;
-    if (!direct) {
-        const auto tilesOf = [&](std::optional<TileSource>& tiles, const Image& picture, int channels) {
-            tiles.emplace(manager_, picture, bounds_, channels, filter_.tileWidth_, filter_.tileMargin_,
-                          shareMemory(picture, output));
-        };
-        tilesOf(inputTiles, input_.image(), inputs_);
-        tilesOf(guidanceTiles, guidance_.image(), guides_);
-    }
+void GuidedFilter::Run::filterTiles(Sources& sources, Image& output) {
+    const int common = static_cast<int>(std::min(output.components(), input_.image().components()));
     for (int x = bounds_.x0; x < bounds_.x1; x += filter_.tileWidth_)
         for (int y = bounds_.y0; y < bounds_.y1; y += filter_.tileHeight_) {
             const Box uncut{x, y, x + filter_.tileWidth_, y + filter_.tileHeight_};
             const Box tile = intersect(uncut, bounds_);
-            if (direct) {
-                filterDirectly(tile, output);
-            } else {
-                const Box extended = intersect(grown(uncut, filter_.tileMargin_), bounds_);
-                const Box local{0, 0, extended.width(), extended.height()};
-                std::vector<Image> inputs = manager_.tupleView("kInputTuple", local);
-                std::vector<Image> guides = manager_.tupleView("kGuidanceTuple", local);
-                Image filtered = manager_.imageView("kFiltered", local);
-                inputTiles->assemble(tile, extended, inputs);
-                guidanceTiles->assemble(tile, extended, guides);
-                dispatch(inputs, guides);
-                const Box inside{tile.x0 - extended.x0, tile.y0 - extended.y0, tile.x1 - extended.x0,
-                                 tile.y1 - extended.y0};
-                for (int c = 0; c < inputs_; ++c) {
-                    Common::copyChannel(inputs[c], inside, filtered, inside.x0, inside.y0, 0, c);
-                    Common::copyChannel(filtered, inside, output, tile.x0, tile.y0, c, c);
-                }
-            }
-            const int common = static_cast<int>(std::min(output.components(), input_.image().components()));
+            const Box extended = intersect(grown(uncut, sources.tiles.margin), bounds_);
+            if (sources.direct)
+                filterTileDirectly(sources, tile, extended, output);
+            else
+                filterTile(sources, tile, extended, output);
             if (samePicture(input_.image(), output)) continue;
             for (int c = inputs_; c < common; ++c)
                 Common::copyChannel(input_.image(), tile, output, tile.x0, tile.y0, c, c);
         }
 }
 
-/// The two fused passes on the pictures themselves.
-void GuidedFilter::Run::filterDirectly(const Box& tile, Image& output) const {
-    const bool bySelf = samePicture(input_.image(), guidance_.image());
+void GuidedFilter::Run::filterTile(Sources& sources, const Box& tile, const Box& extended, Image& output) {
+    std::vector<Image> inputs = manager_.tupleView("kInputTuple", extended);
+    std::vector<Image> guides = manager_.tupleView("kGuidanceTuple", extended);
+    Image filtered = manager_.imageView("kFiltered", extended);
+    sources.inputs.assemble(tile, inputs);
+    if (sources.guides)
+        sources.guides->assemble(tile, guides);
+    else
+        for (int c = 0; c < inputs_; ++c)
+            Common::copy(inputs[c], guides[c]);
+    dispatch(inputs, guides);
     for (int c = 0; c < inputs_; ++c) {
-        const Image input = input_.image().componentView(c);
-        const Image guidance = bySelf ? input : guidance_.image().componentView(c);
+        Common::copyChannel(inputs[c], tile, filtered, tile.x0, tile.y0, 0, c);
+        Common::copyChannel(filtered, tile, output, tile.x0, tile.y0, c, c);
+    }
+}
+
+/// Reads the pictures themselves where their pixels stay as they are.
+void GuidedFilter::Run::filterTileDirectly(Sources& sources, const Box& tile, const Box& extended, Image& output) {
+    const auto channelsOf = [&](TileSource& source, const char* tuple) {
+        // Sums that run along lines have to begin where the tile's do.
+        if (radius_ <= mostDirectRadius && source.staysReadable()) return source.channels();
+        std::vector<Image> entries = manager_.tupleView(tuple, extended);
+        source.assemble(tile, entries);
+        return entries;
+    };
+    const std::vector<Image> inputs = channelsOf(sources.inputs, "kInputTuple");
+    const std::vector<Image> guides = sources.guides ? channelsOf(*sources.guides, "kGuidanceTuple") : inputs;
+    for (int c = 0; c < std::min<int>(inputs_, output.components()); ++c) {
         Image channel = output.componentView(c);
-        filterByOneFused(input, guidance, channel, tile);
+        filterByOneFused(inputs[c], guides[c], channel, tile);
     }
 }
 
 /// Filters each entry of `inputs` in place. Changes `guides`.
 void GuidedFilter::Run::dispatch(std::vector<Image>& inputs, std::vector<Image>& guides) const {
-    const int guideCount = std::min(guides_, filter_.maxChannels_);
     const auto filterAll = [&](auto&& guideOf) {
         for (int c = 0; c < inputs_; ++c) {
             if (fuses())
@@ -270,16 +292,16 @@ void GuidedFilter::Run::dispatch(std::vector<Image>& inputs, std::vector<Image>&
     };
     switch (filter_.guidanceMode_) {
         case meanOfChannels:
-            for (int c = 1; c < guideCount; ++c)
+            for (int c = 1; c < guideCount(); ++c)
                 Common::add(guides[0], guides[c], guides[0]);
-            Common::multiplyConstant(guides[0], guides[0], 1.0f / static_cast<float>(guideCount));
+            Common::multiplyConstant(guides[0], guides[0], 1.0f / static_cast<float>(guideCount()));
             filterAll([&](int) -> const Image& { return guides[0]; });
             break;
         case channelByChannel:
-            if (inputs_ == guideCount) filterAll([&](int c) -> const Image& { return guides[c]; });
+            if (inputs_ == guideCount()) filterAll([&](int c) -> const Image& { return guides[c]; });
             break;
         case allChannels:
-            if (guideCount >= 3)
+            if (guideCount() >= 3)
                 for (int c = 0; c < inputs_; ++c)
                     filterByColour(inputs[c], guides, inputs[c]);
             break;
@@ -312,16 +334,36 @@ void GuidedFilter::Run::filterByOne(const Image& input, const Image& guidance, I
     Common::add(meanB, output, output);
 }
 
-/// The same in two passes, over `range` of larger pictures.
+/// The same with fewer passes, written over `range` of larger pictures.
 void GuidedFilter::Run::filterByOneFused(const Image& input, const Image& guidance, Image& output,
                                          const Box& range) const {
-    const Box reached = intersect(grown(range, radius_), input.box());
-    Image a = manager_.tupleView("kATuple", reached)[0];
-    Image b = manager_.imageView("kB", reached);
-    runKernel(guidedSlopesSource, {&input, &guidance, &a, &b}, packedCode, {}, Scalar{"radius", radius_},
+    const auto overRange = JIT::IterationController::over(range);
+    if (radius_ <= mostDirectRadius) {
+        const Box reached = intersect(grown(range, radius_), input.box());
+        const Image a = manager_.tupleView("kATuple", reached)[0];
+        const Image b = manager_.imageView("kB", reached);
+        runKernel(guidedSlopesSource, {&input, &guidance, &a, &b}, packedCode, {}, Scalar{"radius", radius_},
+                  Scalar{"epsilon", filter_.epsilon_});
+        runKernel(guidedApplySource, {&a, &b, &guidance, &output}, packedCode, overRange, Scalar{"radius", radius_});
+        return;
+    }
+    Working w(manager_, input.box());
+    Image& a = w.a[0];
+    Image& meanProduct = w.covariance[0];
+    Image& meanSquare = w.variance[0];
+    Common::boxFilter(input, a, w.meanInput, radius_);
+    Common::boxFilter(guidance, a, w.meanGuidance[0], radius_);
+    Common::multiply(input, guidance, a);
+    Common::boxFilter(a, w.b, meanProduct, radius_);
+    Common::multiply(guidance, guidance, a);
+    Common::boxFilter(a, w.b, meanSquare, radius_);
+    runKernel(guidedLineSource, {&w.meanInput, &w.meanGuidance[0], &meanProduct, &meanSquare, &a, &w.b}, packedCode, {},
               Scalar{"epsilon", filter_.epsilon_});
-    runKernel(guidedApplySource, {&a, &b, &guidance, &output}, packedCode, JIT::IterationController::over(range),
-              Scalar{"radius", radius_});
+    Image& meanA = meanProduct;
+    Image& meanB = meanSquare;
+    Common::boxFilter(a, w.meanInput, meanA, radius_);
+    Common::boxFilter(w.b, w.meanInput, meanB, radius_);
+    runKernel(guidedOutputSource, {&meanA, &meanB, &guidance, &output}, packedCode, overRange);
 }
 
 void GuidedFilter::Run::filterByColour(const Image& input, const std::vector<Image>& guidance, Image& output) const {

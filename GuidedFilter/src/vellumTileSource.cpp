@@ -8,65 +8,72 @@ namespace Vellum::GuidedFilter {
 
 namespace {
 
-constexpr auto floats = Vellum::Pixel::DataEnum::float32;
+using Vellum::Image::Box;
+using Vellum::Image::Image;
+using Vellum::Image::Info;
 
-/// Size of a strip that isn't needed.
-constexpr int none = 1;
+/// A strip of one pixel where none is needed.
+Info stripInfo(bool needed, int width, int height, int channels) {
+    return {needed ? Box{0, 0, width, height} : Box{0, 0, 1, 1}, static_cast<std::uint32_t>(channels)};
+}
+
+/// A box of one channel, to where it lies.
+void copyBox(const Image& from, const Box& box, Image& to, int fromChannel, int toChannel) {
+    Common::copyChannel(from, box, to, box.x0, box.y0, fromChannel, toChannel);
+}
 
 }  // namespace
 
-TileSource::TileSource(BufferManager& manager, const Image& picture, const Box& bounds, int channels, int tileWidth,
-                       int margin, bool overwritten)
+TileSource::TileSource(BufferManager& manager, const Image& picture, const Tiles& tiles, int channels, bool overwritten)
     : picture_(manager, picture),
-      bounds_(bounds),
+      tiles_(tiles),
       channels_(channels),
-      margin_(margin),
       overwritten_(overwritten),
       beside_(manager,
-              {{0, 0, overwritten ? std::min(margin, bounds.width()) : none, overwritten ? bounds.height() : none},
-               static_cast<std::uint32_t>(channels),
-               floats}),
-      below_(manager, {{0, 0, overwritten ? std::min(tileWidth + 2 * margin, bounds.width()) : none,
-                        overwritten ? std::min(margin, bounds.height()) : none},
-                       static_cast<std::uint32_t>(channels),
-                       floats}) {}
+              stripInfo(overwritten, std::min(tiles.margin, tiles.bounds.width()), tiles.bounds.height(), channels)),
+      below_(manager, stripInfo(overwritten, std::min(tiles.width + 2 * tiles.margin, tiles.bounds.width()),
+                                std::min(tiles.margin, tiles.bounds.height()), channels)) {}
 
-void TileSource::assemble(const Box& tile, const Box& extended, std::vector<Image>& entries) {
+void TileSource::assemble(const Box& tile, std::vector<Image>& entries) {
     for (int c = 0; c < channels_; ++c)
-        Common::copyChannel(picture_.image(), extended, entries[c], 0, 0, c, 0);
-    if (!overwritten_) return;
-    patch(tile, extended, entries);
-    keep(tile, extended, entries);
+        copyBox(picture_.image(), entries[c].box(), entries[c], c, 0);
+    if (!overwritten_ || tiles_.margin == 0) return;
+    patch(tile, entries);
+    keep(tile, entries);
+}
+
+std::vector<Image> TileSource::channels() const {
+    std::vector<Image> views;
+    for (int c = 0; c < channels_; ++c)
+        views.push_back(picture_.image().componentView(c));
+    return views;
 }
 
 /// Puts back what tiles on the left and below have been written over.
-void TileSource::patch(const Box& tile, const Box& extended, std::vector<Image>& entries) const {
+void TileSource::patch(const Box& tile, std::vector<Image>& entries) const {
     for (int c = 0; c < channels_; ++c) {
-        if (tile.x0 > bounds_.x0) {
-            const Box left{extended.x0, tile.y0, tile.x0, extended.y1};
-            const Box inStrip{left.x0 - besideBox_.x0, left.y0 - besideBox_.y0, left.x1 - besideBox_.x0,
-                              left.y1 - besideBox_.y0};
-            Common::copyChannel(beside_.image(), inStrip, entries[c], 0, left.y0 - extended.y0, c, 0);
-        }
-        if (tile.y0 > bounds_.y0) {
-            const Box inStrip{0, extended.y0 - belowBox_.y0, extended.width(), tile.y0 - belowBox_.y0};
-            Common::copyChannel(below_.image(), inStrip, entries[c], 0, 0, c, 0);
-        }
+        const Box& box = entries[c].box();
+        if (tile.x0 > tiles_.bounds.x0)
+            copyBox(beside_.image().subView(besideBox_), {box.x0, tile.y0, tile.x0, box.y1}, entries[c], c, 0);
+        if (tile.y0 > tiles_.bounds.y0)
+            copyBox(below_.image().subView(belowBox_), {box.x0, box.y0, box.x1, tile.y0}, entries[c], c, 0);
     }
 }
 
-void TileSource::keep(const Box& tile, const Box& extended, const std::vector<Image>& entries) {
+void TileSource::keep(const Box& tile, const std::vector<Image>& entries) {
+    const Box& bounds = tiles_.bounds;
+    const int left = std::max(tile.x1 - tiles_.margin, bounds.x0);
+    const int bottom = std::max(tile.y1 - tiles_.margin, bounds.y0);
+    const Box besideNext{left, bounds.y0, tile.x1, bounds.y1};
+    belowBox_ = {entries[0].box().x0, bottom, entries[0].box().x1, tile.y1};
     // The rows of the strip beside this tile have served, so those of the next column take their place.
-    const int left = std::max(tile.x1 - margin_, bounds_.x0);
-    const int bottom = std::max(tile.y1 - margin_, bounds_.y0);
+    Image beside = beside_.image().subView(besideNext);
+    Image below = below_.image().subView(belowBox_);
     for (int c = 0; c < channels_; ++c) {
-        const Box beside{left - extended.x0, tile.y0 - extended.y0, tile.x1 - extended.x0, tile.y1 - extended.y0};
-        Common::copyChannel(entries[c], beside, beside_.image(), 0, tile.y0 - bounds_.y0, 0, c);
-        const Box below{0, bottom - extended.y0, extended.width(), tile.y1 - extended.y0};
-        Common::copyChannel(entries[c], below, below_.image(), 0, 0, 0, c);
+        copyBox(entries[c], {left, tile.y0, tile.x1, tile.y1}, beside, 0, c);
+        copyBox(entries[c], belowBox_, below, 0, c);
     }
-    if (tile.y1 == bounds_.y1) besideBox_ = {left, bounds_.y0, tile.x1, bounds_.y1};
-    belowBox_ = {extended.x0, bottom, extended.x1, tile.y1};
+    if (tile.y1 == bounds.y1) besideBox_ = besideNext;
 }
 
 }  // namespace Vellum::GuidedFilter

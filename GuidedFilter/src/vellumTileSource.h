@@ -16,29 +16,39 @@ public:
     using Box = Vellum::Image::Box;
     using Image = Vellum::Image::Image;
 
-    /// The first `channels` channels of `picture`, of which `bounds` is worked off in tiles of `tileWidth`, each wanted
-    /// with `margin` pixels round it. Strips are kept where the picture is `overwritten`.
-    TileSource(BufferManager& manager, const Image& picture, const Box& bounds, int channels, int tileWidth, int margin,
-               bool overwritten);
+    /// How the tiles cut the picture up.
+    struct Tiles {
+        Box bounds;  ///< what of the picture is worked off
+        int width;   ///< of a tile
+        int margin;  ///< wanted round a tile
+    };
 
-    /// Fills `entries`, one for each channel, with the pixels of `extended`, its corner at their (0, 0), and keeps what
-    /// later tiles need of them.
-    void assemble(const Box& tile, const Box& extended, std::vector<Image>& entries);
+    /// The first `channels` channels of `picture`. Strips are kept where results are written into it: where it is
+    /// `overwritten`.
+    TileSource(BufferManager& manager, const Image& picture, const Tiles& tiles, int channels, bool overwritten);
+
+    /// Fills `entries`, one for each channel, with the pixels of their box, which is that of the tile with its margin.
+    /// To be called once for each tile.
+    void assemble(const Box& tile, std::vector<Image>& entries);
+
+    /// The picture may be read itself: it stays as it is and ends where its tiles do.
+    bool staysReadable() const { return !overwritten_ && picture_.image().box() == tiles_.bounds; }
+    /// Its channels, where it may.
+    std::vector<Image> channels() const;
 
 private:
     using Managed = Utils::BufferManagement::BufferManagedImage;
 
-    void patch(const Box& tile, const Box& extended, std::vector<Image>& entries) const;
-    void keep(const Box& tile, const Box& extended, const std::vector<Image>& entries);
+    void patch(const Box& tile, std::vector<Image>& entries) const;
+    void keep(const Box& tile, const std::vector<Image>& entries);
 
     Managed picture_;
-    Box bounds_;
+    Tiles tiles_;
     int channels_;
-    int margin_;
     bool overwritten_;
-    Managed beside_;  ///< column 0 is that at the strip's left end; all rows of the bounds
-    Managed below_;   ///< row 0 is that at the strip's lower end; the columns of the extended tile
-    Box besideBox_;   ///< what the strips hold
+    Managed beside_;
+    Managed below_;
+    Box besideBox_;  ///< what the strips hold
     Box belowBox_;
 };
 
