@@ -53,6 +53,11 @@ public:
     void process(const Image& sourceView, const Image& rebuiltView, const Image& userMask, const Image& occlusion,
                  const Image& disparityEdges, Image& output);
 
+    /// Keeps the lightness that `corrected` changes in `source` within the correction limit of its mean over a wide
+    /// Gaussian window. RGB pictures of 3 or 4 components over one box, which the buffer manager holds. Writes
+    /// `corrected`; `source` comes back with the rounding of a way to Lab and back. A fourth component stays.
+    void limitCorrection(Image& source, Image& corrected);
+
     /// On the CPU several kernels are run as one pass. Off: the plain sequence of kernels, which gives the same bits.
     void setFusedPasses(bool fused) { fusedPasses_ = fused; }
 
@@ -64,6 +69,7 @@ private:
 
     BufferManager& bufferManager_;
     int kernelFlags_;
+    Image gaussianWindow_;
     int mode_ = severalBlockSizes;
     int blockSize_ = 5;
     bool fillOcclusions_ = true;

@@ -8,8 +8,9 @@
 #include "compute/RunKernel.h"
 
 namespace Vellum::Kernels {
+extern const Family correctionLimit;
 extern const Family globalMatch;
-}
+}  // namespace Vellum::Kernels
 
 namespace Vellum::Tone {
 
@@ -41,7 +42,7 @@ float limitedGain(float varianceA, float varianceB) {
 }  // namespace
 
 void registerKernels() {
-    Kernels::registerFamilies({&Kernels::globalMatch});
+    Kernels::registerFamilies({&Kernels::correctionLimit, &Kernels::globalMatch});
 }
 
 GlobalMap globalMap(const LabStatistics& a, const LabStatistics& b) {

@@ -2,6 +2,8 @@
 
 #include "Common/Common.h"
 #include "compute/Exception.h"
+#include "compute/HostDevice.h"
+#include "vellumCorrectionLimit.h"
 #include "vellumGlobalMatch.h"
 
 namespace Vellum::Tone {
@@ -12,6 +14,8 @@ using Utils::BufferManagement::BufferManagedImage;
 using Utils::BufferManagement::BufferManager;
 using Vellum::Image::Image;
 using Vellum::Image::Info;
+
+constexpr float windowSigma = 100;  // pixels
 
 Info floatInfo(const Vellum::Image::Box& box, std::uint32_t components) {
     return {box, components, Vellum::Pixel::DataEnum::float32};
@@ -37,7 +41,13 @@ struct ToneAligner::Views {
 };
 
 ToneAligner::ToneAligner(BufferManager& bufferManager, int kernelFlags)
-    : bufferManager_(bufferManager), kernelFlags_(kernelFlags) {}
+    : bufferManager_(bufferManager),
+      kernelFlags_(kernelFlags),
+      gaussianWindow_(makeGaussianWindow(windowSigma, Compute::Host::hostDevice())) {}
+
+void ToneAligner::limitCorrection(Image& source, Image& corrected) {
+    Tone::limitCorrection(bufferManager_, source, corrected, gaussianWindow_, correctionLimit_, kernelFlags_);
+}
 
 void ToneAligner::process(const Image& sourceView, const Image& rebuiltView, const Image& userMask,
                           const Image& occlusion, const Image& disparityEdges, Image& output) {

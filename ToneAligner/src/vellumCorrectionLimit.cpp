@@ -1,0 +1,74 @@
+#include "vellumCorrectionLimit.h"
+
+#include <algorithm>
+
+#include "Common/Common.h"
+#include "Convolution/ConvolutionHelper.h"
+#include "compute/RunKernel.h"
+
+namespace Vellum::Kernels {
+extern const Family correctionLimit;
+}
+
+namespace Vellum::Tone {
+
+namespace {
+
+using Compute::ProgramSource;
+using Compute::runKernel;
+using Compute::Scalar;
+using Utils::BufferManagement::BufferManagedImage;
+using Utils::BufferManagement::BufferManager;
+using Vellum::Image::Box;
+using Vellum::Image::DeviceBase;
+using Vellum::Image::Image;
+
+const ProgramSource lightnessDifferenceSource(Kernels::correctionLimit, "lightnessDifferenceKernel");
+const ProgramSource limitCorrectionSource(Kernels::correctionLimit, "limitCorrectionKernel");
+
+constexpr float kneeOfLimit = 0.15f;
+
+/// Half the window must fit, so that it doesn't meet itself beyond the border.
+Box enlarged(const Box& box, const Box& window) {
+    return {box.x0, box.y0, std::max(box.x1, box.x0 + window.width() / 2 + 1),
+            std::max(box.y1, box.y0 + window.height() / 2 + 1)};
+}
+
+/// The mean over the window, on the window's device, over the picture's box.
+Image localMean(const Image& picture, const Image& window) {
+    Convolution::ConvolutionHelper helper(Compute::deviceOf(window));
+    helper.setKernel(window);
+    Image here = picture.distributeTo(*window.device());
+    const Box box = enlarged(picture.box(), window.box());
+    if (box != picture.box()) {
+        Image larger({box, picture.components()}, *window.device());
+        Common::copyClamped(here, larger);
+        here = larger;
+    }
+    Image mean = here.makeLike(*window.device());
+    helper.convolve(here, mean);
+    return mean.subView(picture.box());
+}
+
+}  // namespace
+
+Image makeGaussianWindow(float sigma, DeviceBase& device) {
+    const int size = std::max(1, static_cast<int>(3.0f * sigma));
+    Image window({{0, 0, size, size}, 1}, device);
+    Common::multiplyConstant(window, window, 1.0f / Common::makeGaussian(window, sigma));
+    return window;
+}
+
+void limitCorrection(BufferManager& bufferManager, Image& source, Image& corrected, const Image& gaussianWindow,
+                     float limit, int kernelFlags) {
+    if (source.box().empty()) return;
+    const BufferManagedImage difference(bufferManager, {source.box(), 1});
+    runKernel(lightnessDifferenceSource, {&source, &corrected, &difference.image()}, kernelFlags, {},
+              Scalar{"rgbToXyz", Common::rgbToXyzMatrix});
+    const BufferManagedImage mean(bufferManager, localMean(difference.image(), gaussianWindow));
+    runKernel(limitCorrectionSource, {&mean.image(), &source, &corrected}, kernelFlags, {}, Scalar{"limit", limit},
+              Scalar{"softness", limit * kneeOfLimit}, Scalar{"rgbToXyz", Common::rgbToXyzMatrix},
+              Scalar{"xyzToRgb", Common::xyzToRgbMatrix});
+}
+
+}  // namespace Vellum::Tone
