@@ -4,6 +4,7 @@
 
 #include "Common/Common.h"
 #include "Convolution/ConvolutionHelper.h"
+#include "compute/Exception.h"
 #include "compute/RunKernel.h"
 
 namespace Vellum::Kernels {
@@ -28,7 +29,7 @@ const ProgramSource limitCorrectionSource(Kernels::correctionLimit, "limitCorrec
 
 constexpr float kneeOfLimit = 0.15f;
 
-/// Half the window must fit, so that it doesn't meet itself beyond the border.
+/// The window's halves lie at the ends of the transformed box: each must find room in it.
 Box enlarged(const Box& box, const Box& window) {
     return {box.x0, box.y0, std::max(box.x1, box.x0 + window.width() / 2 + 1),
             std::max(box.y1, box.y0 + window.height() / 2 + 1)};
@@ -50,6 +51,16 @@ Image localMean(const Image& picture, const Image& window) {
     return mean.subView(picture.box());
 }
 
+void checkPictures(const Image& source, const Image& corrected) {
+    const auto colour = [](const Image& image) { return image.components() == 3 || image.components() == 4; };
+    if (colour(source) && colour(corrected) && source.box() == corrected.box()) return;
+    const auto described = [](const Image& image) {
+        return toString(image.box()) + " with " + std::to_string(image.components()) + " components";
+    };
+    Compute::fail("A correction can be limited between two pictures of 3 or 4 components over one box, not between " +
+                  described(source) + " and " + described(corrected) + ".");
+}
+
 }  // namespace
 
 Image makeGaussianWindow(float sigma, DeviceBase& device) {
@@ -61,6 +72,7 @@ Image makeGaussianWindow(float sigma, DeviceBase& device) {
 
 void limitCorrection(BufferManager& bufferManager, Image& source, Image& corrected, const Image& gaussianWindow,
                      float limit, int kernelFlags) {
+    checkPictures(source, corrected);
     if (source.box().empty()) return;
     const BufferManagedImage difference(bufferManager, {source.box(), 1});
     runKernel(lightnessDifferenceSource, {&source, &corrected, &difference.image()}, kernelFlags, {},

@@ -1,6 +1,7 @@
 #include "node/KernelLibraries.h"
 
 #include "Common/Common.h"
+#include "Convolution/ConvolutionHelper.h"
 #include "PictureBuilder/PictureBuilder.h"
 #include "PullPush/PullPush.h"
 #include "ToneAligner/ToneAligner.h"
@@ -9,6 +10,7 @@ namespace Vellum {
 
 void registerKernelLibraries() {
     Common::registerKernels();
+    Convolution::registerKernels();
     PictureBuilder::registerKernels();
     PullPush::registerKernels();
     Tone::registerKernels();

@@ -23,6 +23,7 @@ void bindRun(nb::module_& module);
 void bindCopies(nb::module_& module);
 void bindArithmetic(nb::module_& module);
 void bindColour(nb::module_& module);
+void bindConvolution(nb::module_& module);
 void bindNeighbourhoods(nb::module_& module);
 void bindPictureBuilder(nb::module_& module);
 void bindStatistics(nb::module_& module);

@@ -39,6 +39,7 @@ NB_MODULE(_viewtint, module) {
     bindCopies(module);
     bindArithmetic(module);
     bindColour(module);
+    bindConvolution(module);
     bindNeighbourhoods(module);
     bindPictureBuilder(module);
     bindStatistics(module);
