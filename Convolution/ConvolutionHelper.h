@@ -37,6 +37,10 @@ public:
     /// those of the device pass through.
     void convolve(const Image& input, Image& output);
 
+    /// How an image of one component is best laid out: one in this layout whose size needs no padding goes into the
+    /// transform as it is. Throws NotImplemented for a device without a transform.
+    Vellum::Image::LayoutSpec transformLayout();
+
     /// How often a component of the kernel has been transformed so far.
     int kernelTransforms() const { return kernelTransforms_; }
 
@@ -44,6 +48,8 @@ private:
     bool reportEmptyKernel() const;
     bool takesDirectPath() const;
     void convolveByTransform(const Image& input, Image& output);
+    FFT::FourierTransformHelper& fourierHelper();
+    Image realImage(const Image& input, int channel, const Box& padded);
     void updateKernelTransform(int channel, const Box& padded);
 
     Compute::ContextPointer context_;

@@ -11,6 +11,7 @@ namespace Vellum::Convolution {
 
 namespace {
 
+using Vellum::Image::LayoutSpec;
 using Vellum::Pixel::DataEnum;
 
 std::string described(const Image& image) {
@@ -55,19 +56,35 @@ void ConvolutionHelper::convolveByTransform(const Image& input, Image& output) {
         Common::clear(output);
         return;
     }
-    if (!fourierHelper_) fourierHelper_ = FFT::FourierTransformHelper::make(*device_);
+    const Box padded = fourierHelper().paddedSize(input.box());
     if (!fourierTransform_) fourierTransform_ = FFT::FourierTransform::make(*device_);
-    const Box padded = fourierHelper_->paddedSize(input.box());
     for (std::uint32_t c = 0; c < output.components(); ++c) {
         const int channel = static_cast<int>(c);
         updateKernelTransform(static_cast<int>(std::min(kernel_.components() - 1, c)), padded);
         Image spectrum;
-        fourierTransform_->forward(spectrum, fourierHelper_->paddedImage(input, channel, padded));
+        fourierTransform_->forward(spectrum, realImage(input, channel, padded));
         Common::complexMultiply(spectrum, kernelTransform_, spectrum);
         Image reversed;
         fourierTransform_->reverse(reversed, spectrum);
         fourierHelper_->crop(reversed, output, channel);
     }
+}
+
+LayoutSpec ConvolutionHelper::transformLayout() {
+    return fourierHelper().realLayout();
+}
+
+FFT::FourierTransformHelper& ConvolutionHelper::fourierHelper() {
+    if (!fourierHelper_) fourierHelper_ = FFT::FourierTransformHelper::make(*device_);
+    return *fourierHelper_;
+}
+
+/// One channel as the transform reads it.
+Image ConvolutionHelper::realImage(const Image& input, int channel, const Box& padded) {
+    const Image atOrigin = input.translate({-input.box().x0, -input.box().y0});
+    const bool fits =
+        input.components() == 1 && atOrigin.box() == padded && input.tile().layout.spec == transformLayout();
+    return fits ? atOrigin : fourierHelper_->paddedImage(input, channel, padded);
 }
 
 void ConvolutionHelper::updateKernelTransform(int channel, const Box& padded) {

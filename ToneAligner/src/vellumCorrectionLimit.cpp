@@ -18,6 +18,7 @@ namespace {
 using Compute::ProgramSource;
 using Compute::runKernel;
 using Compute::Scalar;
+using Convolution::ConvolutionHelper;
 using Utils::BufferManagement::BufferManagedImage;
 using Utils::BufferManagement::BufferManager;
 using Vellum::Image::Box;
@@ -36,13 +37,11 @@ Box enlarged(const Box& box, const Box& window) {
 }
 
 /// The mean over the window, on the window's device, over the picture's box.
-Image localMean(const Image& picture, const Image& window) {
-    Convolution::ConvolutionHelper helper(Compute::deviceOf(window));
-    helper.setKernel(window);
+Image localMean(const Image& picture, const Image& window, ConvolutionHelper& helper) {
     Image here = picture.distributeTo(*window.device());
     const Box box = enlarged(picture.box(), window.box());
     if (box != picture.box()) {
-        Image larger({box, picture.components()}, *window.device());
+        Image larger({box, 1}, *window.device(), helper.transformLayout());
         Common::copyClamped(here, larger);
         here = larger;
     }
@@ -74,10 +73,12 @@ void limitCorrection(BufferManager& bufferManager, Image& source, Image& correct
                      float limit, int kernelFlags) {
     checkPictures(source, corrected);
     if (source.box().empty()) return;
-    const BufferManagedImage difference(bufferManager, {source.box(), 1});
+    ConvolutionHelper helper(Compute::deviceOf(gaussianWindow));
+    helper.setKernel(gaussianWindow);
+    const BufferManagedImage difference(bufferManager, {source.box(), 1}, helper.transformLayout());
     runKernel(lightnessDifferenceSource, {&source, &corrected, &difference.image()}, kernelFlags, {},
               Scalar{"rgbToXyz", Common::rgbToXyzMatrix});
-    const BufferManagedImage mean(bufferManager, localMean(difference.image(), gaussianWindow));
+    const BufferManagedImage mean(bufferManager, localMean(difference.image(), gaussianWindow, helper));
     runKernel(limitCorrectionSource, {&mean.image(), &source, &corrected}, kernelFlags, {}, Scalar{"limit", limit},
               Scalar{"softness", limit * kneeOfLimit}, Scalar{"rgbToXyz", Common::rgbToXyzMatrix},
               Scalar{"xyzToRgb", Common::xyzToRgbMatrix});
