@@ -128,6 +128,7 @@ private:
 
     BufferManager& bufferManager_;
     int kernelFlags_;
+    Image gaussianWindow_;
     Settings settings_;
     bool fusedPasses_ = true;
     std::function<void()> checkpoint_;

@@ -1,5 +1,5 @@
 // Arithmetic on single pixels. Compiled once per instruction set.
-#include "compute/kernel/kernel.h"
+#include "softLimit.h"
 
 namespace Vellum::Kernels {
 inline namespace VIEWTINT_ISA {
@@ -98,31 +98,15 @@ struct clampKernel : PerComponent<In<"A">, Out<"O">> {
     }
 };
 
-/// A straight line that bends by parabolas into `limit`. With L = limit, S = softness, k = -(S - L)^2 / (4 S):
-/// above L + S, at or below -L - S, and for NaN the result is +L; between S - L and L - S it is A; below that
-/// -(-A^2 / 4S - A (S + L) / 2S + k), above it -A^2 / 4S + A (S + L) / 2S + k.
+/// O = A, bent into `limit` by parabolas of half width `softness` (softLimit.h); +limit for NaN and far below -limit
+/// too.
 struct softLimitKernel : PerComponent<In<"A">, Out<"O">> {
     struct Params {
         float limit = 1;
         float softness = 0.1f;
     };
     static constexpr ScalarDeclarations scalars{2, {VT_SCALAR(limit), VT_SCALAR(softness)}};
-    VT_FN void body(const Params& p, auto A, auto O) {
-        const float L = p.limit, S = p.softness;
-        const float k = (S - L) * -(S - L) / (S * 4);
-        const float square = -1 / (4 * S);
-        const float slope = (S + L) / (2 * S);
-        const auto v = A();
-        const auto lane = [&](float value) { return A.lane(value); };
-        const auto low = -(lane(square) * v * v - lane(slope) * v + lane(k));
-        const auto high = lane(square) * v * v + lane(slope) * v + lane(k);
-        // The tests in their order; each later one holds only where the earlier ones fail.
-        auto result = lane(L);
-        result = select((v > lane(L - S)) & (v < lane(S + L)), high, result);
-        result = select((v >= lane(S - L)) & (v <= lane(L - S)), v, result);
-        result = select((v > lane(-L - S)) & (v < lane(S - L)), low, result);
-        O = result;
-    }
+    VT_FN void body(const Params& p, auto A, auto O) { O = softLimit(A(), p.limit, p.softness); }
 };
 
 /// O = the sum over A's components of A[c] w[c], from 0 upward; w is weights, divided by the sum of all four with

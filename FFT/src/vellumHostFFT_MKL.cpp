@@ -7,9 +7,9 @@
 
 #include "FFT/Exceptions.h"
 #include "FFT/HostFourierTransform.h"
+#include "FFT/PaddedSizes.h"
 #include "compute/Exception.h"
 #include "vellumDftiCalls.h"
-#include "vellumPaddedSizes.h"
 
 namespace Vellum::FFT::Host {
 

@@ -1,4 +1,4 @@
-#include "vellumPaddedSizes.h"
+#include "FFT/PaddedSizes.h"
 
 #include <algorithm>
 #include <bit>

@@ -8,8 +8,9 @@
 #include "compute/RunKernel.h"
 
 namespace Vellum::Kernels {
+extern const Family correctionLimit;
 extern const Family globalMatch;
-}
+}  // namespace Vellum::Kernels
 
 namespace Vellum::Tone {
 

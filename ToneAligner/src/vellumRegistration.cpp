@@ -2,6 +2,7 @@
 #include "compute/Catalogue.h"
 
 namespace Vellum::Kernels {
+extern const Family correctionLimit;
 extern const Family globalMatch;
 extern const Family localEnding;
 extern const Family occlusions;
@@ -10,8 +11,8 @@ extern const Family occlusions;
 namespace Vellum::Tone {
 
 void registerKernels() {
-    Vellum::Kernels::registerFamilies(
-        {&Vellum::Kernels::globalMatch, &Vellum::Kernels::localEnding, &Vellum::Kernels::occlusions});
+    using namespace Vellum::Kernels;
+    registerFamilies({&correctionLimit, &globalMatch, &localEnding, &occlusions});
 }
 
 }  // namespace Vellum::Tone

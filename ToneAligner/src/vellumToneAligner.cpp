@@ -1,7 +1,10 @@
 #include "ToneAligner/ToneAligner.h"
 
 #include "Common/Common.h"
+#include "compute/Exception.h"
+#include "compute/HostDevice.h"
 #include "compute/StageStatistics.h"
+#include "vellumCorrectionLimit.h"
 #include "vellumGlobalMatch.h"
 #include "vellumViews.h"
 
@@ -14,6 +17,8 @@ using Utils::BufferManagement::BufferManager;
 using Vellum::Image::Image;
 using Vellum::Image::Info;
 
+constexpr float windowSigma = 100;  // pixels
+
 Info floatInfo(const Vellum::Image::Box& box, std::uint32_t components) {
     return {box, components, Vellum::Pixel::DataEnum::float32};
 }
@@ -21,11 +26,18 @@ Info floatInfo(const Vellum::Image::Box& box, std::uint32_t components) {
 }  // namespace
 
 ToneAligner::ToneAligner(BufferManager& bufferManager, int kernelFlags)
-    : bufferManager_(bufferManager), kernelFlags_(kernelFlags) {}
+    : bufferManager_(bufferManager),
+      kernelFlags_(kernelFlags),
+      gaussianWindow_(makeGaussianWindow(windowSigma, Compute::Host::hostDevice())) {}
+
+void ToneAligner::limitCorrection(Image& source, Image& corrected) {
+    Tone::limitCorrection(bufferManager_, source, corrected, gaussianWindow_, settings_.correctionLimit, kernelFlags_);
+}
 
 void ToneAligner::process(const Image& sourceView, const Image& rebuiltView, const Image& userMask,
                           const Image& occlusion, const Image& disparityEdges, Image& output) {
     if (settings_.mode == idle) return;
+    if (settings_.mode != basic) Compute::fail("This version can match colours in the basic mode only.");
     if (userMask.box() != output.box()) {
         // A mask of another size selects nothing outside itself.
         const BufferManagedImage fitted(bufferManager_, floatInfo(output.box(), 1));
@@ -38,10 +50,6 @@ void ToneAligner::process(const Image& sourceView, const Image& rebuiltView, con
     }
     const Views views(bufferManager_, sourceView, rebuiltView, userMask, occlusion, disparityEdges);
     const bool here = bufferManager_.currentDevice() == output.device();
-    if (settings_.mode != basic) {
-        processLocal(views, output);
-        return;
-    }
     const Compute::Stage stage("match");
     if (here && fusedPasses_ && output.device()->hostAccessible()) {
         processBasicFused(views, output);  // reads each pixel before it writes it, so the output may be a source

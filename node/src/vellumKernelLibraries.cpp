@@ -2,6 +2,7 @@
 
 #include "BilateralFilter/BilateralFilter.h"
 #include "Common/Common.h"
+#include "Convolution/ConvolutionHelper.h"
 #include "FFT/FourierTransform.h"
 #include "GuidedFilter/GuidedFilter.h"
 #include "PictureBuilder/PictureBuilder.h"
@@ -13,6 +14,7 @@ namespace Vellum {
 void registerKernelLibraries() {
     BilateralFilter::registerKernels();
     Common::registerKernels();
+    Convolution::registerKernels();
     FFT::registerKernels();
     GuidedFilter::registerKernels();
     PictureBuilder::registerKernels();

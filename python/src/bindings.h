@@ -24,11 +24,12 @@ void bindCopies(nb::module_& module);
 void bindArithmetic(nb::module_& module);
 void bindColour(nb::module_& module);
 void bindBilateralFilter(nb::module_& module);
+void bindConvolution(nb::module_& module);
+void bindFourierTransform(nb::module_& module);
 void bindGuidedFilter(nb::module_& module);
 void bindNeighbourhoods(nb::module_& module);
 void bindPictureBuilder(nb::module_& module);
 void bindStatistics(nb::module_& module);
-void bindToneAligner(nb::module_& module);
 void bindSettings(nb::module_& module);
 
 /// A class of the package's own .py files.

@@ -20,6 +20,8 @@ void translate(const std::exception_ptr& exception, void*) {
         set(PyExc_RuntimeError, failure);
     } catch (const Cobalt::Base::Exception& failure) {
         set(packageClass("viewtint.errors", "Error"), failure);
+    } catch (const Cobalt::Base::ExceptionDecoration& failure) {  // some failures aren't Exceptions
+        PyErr_SetString(packageClass("viewtint.errors", "Error").ptr(), failure.attributeText("UserMessage").c_str());
     }
 }
 
@@ -39,11 +41,12 @@ NB_MODULE(_viewtint, module) {
     bindCopies(module);
     bindArithmetic(module);
     bindColour(module);
+    bindConvolution(module);
     bindNeighbourhoods(module);
     bindBilateralFilter(module);
+    bindFourierTransform(module);
     bindGuidedFilter(module);
     bindPictureBuilder(module);
     bindStatistics(module);
-    bindToneAligner(module);
     bindSettings(module);
 }

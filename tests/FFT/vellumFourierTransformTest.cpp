@@ -8,8 +8,9 @@
 
 #include "FFT/Exceptions.h"
 #include "FFT/HostFourierTransform.h"
+#include "FFT/PaddedSizes.h"
 #include "FFT/src/vellumDftiCalls.h"
-#include "FFT/src/vellumPaddedSizes.h"
+
 #include "compute/Exception.h"
 #include "tests/harness/SoftwareDevice.h"
 #include "tests/harness/TestImage.h"
