@@ -20,7 +20,8 @@ class GuidedFilter {
 public:
     GuidedFilter(int radius, float epsilon, int guidanceMode, bool forceTiling)
         : radius_(radius), epsilon_(epsilon), guidanceMode_(guidanceMode), forceTiling_(forceTiling) {
-        if (radius < 0 || radius > mostRadius) raiseValue(fmt::format("radius must lie in 0 .. {} pixels.", mostRadius));
+        if (radius < 0 || radius > mostRadius)
+            raiseValue(fmt::format("radius must lie in 0 .. {} pixels.", mostRadius));
         if (!(epsilon >= 0)) raiseValue("epsilon must not be negative.");
     }
 
@@ -57,9 +58,11 @@ function of the guidance (He, Sun and Tang, "Guided Image Filtering", 2010).)")
         .def(nb::init<int, float, int, bool>(), "radius"_a, "epsilon"_a, "guidanceMode"_a = 1, "forceTiling"_a = true,
              R"(radius: of the square window, 0 .. 1000 pixels. epsilon: variances far below it count as flat.
 guidanceMode: 0 the mean of the guidance's channels guides each channel, 1 channel guides channel, 2 three channels guide
-each channel together; any other filters nothing. forceTiling off filters pictures of at least 1024 by 768 whole.)")
-        .def("apply", &GuidedFilter::apply, "input"_a, "guidance"_a, "output"_a = nb::none(),
-             R"(The first three channels of input filtered, inside its box. Further channels are copied; of pictures that
+each channel together; any other filters nothing. forceTiling off filters pictures whole that are at least 1024 pixels
+wide or 768 high.)")
+        .def(
+            "apply", &GuidedFilter::apply, "input"_a, "guidance"_a, "output"_a = nb::none(),
+            R"(The first three channels of input filtered, inside its box. Further channels are copied; of pictures that
 are filtered whole they stay as they are in output, 0 without one. Channels that don't suit the mode aren't filtered.
 
 guidance covers the box of input. output: an image to write into, which may be input or guidance; it is returned.)");
