@@ -104,7 +104,8 @@ void linearToSrgb(const Image& source, Image& output);
 
 // ---- neighbourhoods: reads outside an image give its nearest pixel; a destination may not be a source
 
-/// The mean over 2 radius + 1 pixels along each axis. `temporary` has the source's box and pixel type.
+/// The mean over 2 radius + 1 pixels along each axis. `temporary` has the source's box and pixel type. The output may
+/// be the source.
 void boxFilter(const Image& source, Image& temporary, Image& output, int radius);
 /// A Gaussian bell exp(-x^2 / sigma^2) of radius floor(3 |sigma| + 0.5), at most 63. sigma must not be 0.
 void gaussianBlur(const Image& source, Image& temporary, Image& output, float sigma);

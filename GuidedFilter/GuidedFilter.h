@@ -30,14 +30,13 @@ public:
 
     /// True, as at first: always in tiles. False: a picture at least as wide or as high as a tile is filtered whole.
     void setForceTiling(bool force) { forceTiling_ = force; }
-    /// On the CPU small windows are filtered in two passes. Off: the plain sequence of operations, which gives the same
-    /// bits.
+    /// On the CPU several operations run as one pass. Off: the plain sequence of operations, which gives the same bits.
     void setFusedPasses(bool fused) { fusedPasses_ = fused; }
 
     /// Filters the first three channels of `input` into those of `output`, inside the input's box, which guidance and
     /// output must cover; in tiles, further channels that both have are copied. Where the counts of channels don't suit
-    /// the guidance mode the output becomes the input. Any of the three may be the same image. All lie on the manager's
-    /// current device.
+    /// the guidance mode the output becomes the input. Any of the three may be the same image: what is read is always
+    /// the picture as it was before the call. Works on the manager's current device, wherever the images lie.
     void apply(const Image& input, const Image& guidance, Image& output);
 
 private:

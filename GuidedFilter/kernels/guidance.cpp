@@ -71,7 +71,7 @@ struct guidedCombineKernel : WholePixel<In<"a">, In<"G">, In<"b">, Out<"O">> {
     };
     static constexpr ScalarDeclarations scalars{3, {VT_SCALAR(colour), VT_SCALAR(grey), VT_SCALAR(channel)}};
     VT_FN void body(const Params& p, auto a, auto G, auto b, auto O) {
-        const auto grey = a() * ((G(0) + G(1) + G(2)) / 3.f) + b();
+        const auto grey = a() * (G(0) + G(1) + G(2)) / 3.f + b();
         auto value = select(p.grey, grey, a() * G(clampTo(p.channel, 0, G.count - 1)) + b());
         if constexpr (decltype(a)::count >= 3)
             value = select(p.colour, a(0) * G(0) + a(1) * G(1) + a(2) * G(2) + b(), value);
@@ -83,8 +83,10 @@ struct guidedCombineKernel : WholePixel<In<"a">, In<"G">, In<"b">, Out<"O">> {
 /// nearest of from .. to - 1.
 VT_FN int mappedTo(int position, float scale, float offset, int from, int to) {
     const float place = static_cast<float>(position) * scale + offset;
-    const float size = floor(abs(place) + 0.5f);
-    const float rounded = place < 0 ? -size : size;
+    const float size = abs(place);
+    const float below = floor(size);
+    const float nearest = size - below < 0.5f ? below : below + 1.f;
+    const float rounded = place < 0 ? -nearest : nearest;
     // NaN goes to the first.
     return toInt(clampTo(rounded == rounded ? rounded : static_cast<float>(from), static_cast<float>(from),
                          static_cast<float>(to - 1)));
@@ -125,9 +127,11 @@ struct nearestScatterKernel : WholePixel<In<"A">, Out<"O", Pattern::random>> {
 
 #define VT_RATIO_OF(X, K, n) X(K, n "f_1f_" n "f") X(K, n "f_2f_" n "f") X(K, n "f_3f_" n "f") X(K, n "f_4f_" n "f")
 #define VT_RATIO(X, K) VT_RATIO_OF(X, K, "1") VT_RATIO_OF(X, K, "2") VT_RATIO_OF(X, K, "3") VT_RATIO_OF(X, K, "4")
-#define VT_COMBINE(X, K) \
-    X(K, "1f_3f_1f_1f")  \
-    X(K, "1f_3f_1f_2f") X(K, "1f_3f_1f_3f") X(K, "3f_3f_1f_1f") X(K, "3f_3f_1f_2f") X(K, "3f_3f_1f_3f")
+#define VT_COMBINE_OF(X, K, a, G) \
+    X(K, a "f_" G "f_1f_1f") X(K, a "f_" G "f_1f_2f") X(K, a "f_" G "f_1f_3f") X(K, a "f_" G "f_1f_4f")
+#define VT_COMBINE(X, K)          \
+    VT_COMBINE_OF(X, K, "1", "3") \
+    VT_COMBINE_OF(X, K, "1", "4") VT_COMBINE_OF(X, K, "3", "3") VT_COMBINE_OF(X, K, "3", "4")
 #define VT_ONE(X, K) X(K, "1f")
 #define GUIDANCE(K)                     \
     K(weightedLineBlurKernel, VT_PAIRS) \

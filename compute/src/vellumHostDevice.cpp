@@ -40,6 +40,7 @@ private:
     enum class Cut { rows, rowSteps, columns, sumBands };
 
     bool hasPattern(Pattern pattern, bool writtenOnly) const;
+    int rowsReached() const;
     bool onePixelCode() const;
     bool unitStride() const;
     void turnStrip();
@@ -96,6 +97,15 @@ void Work::turnStrip() {
     }
 }
 
+/// How many rows besides its own a body reads in a rectangle.
+int Work::rowsReached() const {
+    int most = 0;
+    for (int i = 0; i < declaration_.images.count; ++i)
+        if (declaration_.images.list[i].pattern == Pattern::rectangle)
+            most = std::max(most, imageParameters_[i].rangeMax[1] - imageParameters_[i].rangeMin[1]);
+    return most;
+}
+
 bool Work::onePixelCode() const {
     return call_.kernel.flags() == Vellum::CodeGen::Flags::onePixel && Vellum::CodeGen::onePixelCodeServed();
 }
@@ -123,7 +133,10 @@ void Work::chooseCut() {
     // A body that writes along an axis walks a whole line at each pixel.
     const bool small = box_.pixels() * components < pixelsWorthThreads && !hasPattern(Pattern::axis, true);
     if (small || threader_.threads() == 1 || !Vellum::Parallel::ThreadingEnabled()) return;
-    const int wanted = threader_.threads() * chunksPerThread;
+    int wanted = threader_.threads() * chunksPerThread;
+    // A form that reads rows round its own begins each piece with those, so pieces are several times as high.
+    const int reached = rowsReached();
+    if (reached > 0) wanted = std::clamp(box_.height() / (2 * reached), threader_.threads(), wanted);
     if (box_.height() < wanted && steps(box_.width()) > box_.height()) {
         cut_ = Cut::columns;
         pieces_ = std::min(wanted, steps(box_.width()));

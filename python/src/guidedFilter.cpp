@@ -58,7 +58,8 @@ function of the guidance (He, Sun and Tang, "Guided Image Filtering", 2010).)")
         .def(nb::init<int, float, int, bool>(), "radius"_a, "epsilon"_a, "guidanceMode"_a = 1, "forceTiling"_a = true,
              R"(radius: of the square window, 0 .. 1000 pixels. epsilon: variances far below it count as flat.
 guidanceMode: 0 the mean of the guidance's channels guides each channel, 1 channel guides channel, 2 three channels guide
-each channel together; any other filters nothing. forceTiling off filters pictures of at least 1024 by 768 whole.)")
+each channel together; any other filters nothing. forceTiling off filters pictures whole that are at least 1024 pixels
+wide or 768 high.)")
         .def(
             "apply", &GuidedFilter::apply, "input"_a, "guidance"_a, "output"_a = nb::none(),
             R"(The first three channels of input filtered, inside its box. Further channels are copied; of pictures that

@@ -388,6 +388,15 @@ TEST_F(Neighbourhood, boxFilterOfRadius0Copies) {
     EXPECT_EQ(firstDifference(source, boxFiltered(source, 0)), "");
 }
 
+TEST_F(Neighbourhood, boxFilterMayWriteIntoItsSource) {
+    const Pixels source = randomPixels({2, 3, 140, 90}, 2, 1, false);
+    for (const int radius : {3, 16}) {
+        TestImage image(source, Arrangement::planar), temporary(source, Arrangement::planar);
+        Vellum::Common::boxFilter(image.image(), temporary.image(), image.image(), radius);
+        EXPECT_EQ(firstDifference(boxFiltered(source, radius), image.pixels()), "") << radius;
+    }
+}
+
 TEST_F(Neighbourhood, constantsStayConstant) {
     Pixels source({0, 0, 130, 90}, 1);
     source.forEach([&](int x, int y, int) { source.at(x, y, 0) = 0.7f; });

@@ -147,6 +147,29 @@ TEST_F(GuidedKernels, slopesOfWindowsOfEverySize) {
     }
 }
 
+TEST_F(GuidedKernels, linesFromMeansAndBack) {
+    constexpr float epsilon = 0.1f;
+    const auto line = [](const Scene& s, int x, int y) {
+        const auto at = [&](int image) { return s.at(image, x, y, 0); };
+        const double divisor = at(3) - at(1) * at(1) + double{epsilon};
+        const double a = divisor == 0 ? 0 : (at(2) - at(0) * at(1)) / divisor;
+        return Line{a, at(0) - a * at(1)};
+    };
+    checkKernel({.kernel = "guidedLineKernel",
+                 .reference = [=](const Scene& s, int x, int y) { return Pixel{line(s, x, y).b}; },
+                 .scalars = [=](KernelExecutionContext& context) { context.set({"epsilon"}, epsilon); },
+                 .tolerance = 1e-5,
+                 .otherReferences = {{4, [=](const Scene& s, int x, int y) { return Pixel{line(s, x, y).a}; }}},
+                 .prepare =
+                     [](int index, Pixels& pixels) {  // squares' means are larger than the squares of means
+                         pixels.forEach([&](int x, int y, int c) { pixels.at(x, y, c) += index == 3 ? 3.0f : 0.0f; });
+                     },
+                 .hostilePixels = false});
+    checkKernel({.kernel = "guidedOutputKernel", .reference = [](const Scene& s, int x, int y) {
+                     return Pixel{s.at(1, x, y, 0) + s.at(0, x, y, 0) * s.at(2, x, y, 0)};
+                 }});
+}
+
 TEST_F(GuidedKernels, solvesForThreeSlopes) {
     constexpr float epsilon = 0.01f;
     const auto slope = [=](int number) {
@@ -167,6 +190,51 @@ TEST_F(GuidedKernels, solvesForThreeSlopes) {
                          });
                      },
                  .hostilePixels = false});
+}
+
+/// Singular matrices and slopes that are no numbers, against the same arithmetic on single floats.
+TEST_F(GuidedKernels, solvesWhatCannotBeSolved) {
+    const auto slopes = [](const Scene& s, int x, int y) {
+        constexpr float least = 1e-7f;
+        const auto at = [&](int image) { return static_cast<float>(s.at(image, x, y, 0)); };
+        float rr = at(0), gg = at(3), bb = at(5);
+        const float rg = at(1), rb = at(2), gb = at(4);
+        const auto determinant = [&] {
+            return rr * gg * bb - rr * gb * gb - rg * rg * bb + rg * gb * rb + rb * rg * gb - rb * gg * rb;
+        };
+        float det = determinant();
+        if (std::abs(det) < least) {
+            rr += least;
+            gg += least;
+            bb += least;
+            det = determinant();
+        }
+        const float rowR[] = {(gg * bb - gb * gb) / det, (rg * bb - rb * gb) / det, (rg * gb - rb * gg) / det};
+        const float m11 = (rr * bb - rb * rb) / det, m12 = (rr * gb - rb * rg) / det, m22 = (rr * gg - rg * rg) / det;
+        const float a0 = rowR[0] * at(6) - rowR[1] * at(7) + rowR[2] * at(8);
+        const float a1 = m11 * at(7) - rowR[1] * at(6) - m12 * at(8);
+        const float a2 = rowR[2] * at(6) - m12 * at(7) + m22 * at(8);
+        if (std::isnan(a0) || std::isnan(a1) || std::isnan(a2)) return std::array{1.0f, 1.0f, 1.0f};
+        return std::array{a0, a1, a2};
+    };
+    const auto slope = [=](int number) {
+        return [=](const Scene& s, int x, int y) { return Pixel{slopes(s, x, y)[number]}; };
+    };
+    checkKernel({.kernel = "guidedSolveKernel",
+                 .reference = slope(2),
+                 .scalars = [](KernelExecutionContext& context) { context.set({"epsilon"}, 0.0f); },
+                 .tolerance = 0,
+                 .otherReferences = {{9, slope(0)}, {10, slope(1)}},
+                 .prepare =
+                     [](int index, Pixels& pixels) {
+                         pixels.forEach([&](int x, int y, int c) {
+                             const bool noVariance = (x + y) % 3 == 0;
+                             const bool oneDirection = (x + y) % 3 == 1;
+                             float& v = pixels.at(x, y, c);
+                             if (noVariance && index < 9) v = index == 6 && x % 2 ? std::nanf("") : 0;
+                             if (oneDirection && index < 6) v = 0.25f;
+                         });
+                     }});
 }
 
 TEST_F(GuidedKernels, weightedLineBlur) {
@@ -240,25 +308,31 @@ TEST_F(GuidedKernels, ratioAndCombination) {
 }
 
 TEST_F(GuidedKernels, scattersToTheNearestPlaces) {
-    const std::array<float, 2> scale{0.4f, -1.5f}, offset{1.25f, 3.5f};
-    const auto set = [=](KernelExecutionContext& context) {
-        context.set({"scale"}, scale);
-        context.set({"offset"}, offset);
-    };
+    using Pair = std::array<float, 2>;
+    // The second just below a half and on halves, the third out of every range.
+    const std::pair<Pair, Pair> maps[] = {{Pair{0.4f, -1.5f}, Pair{1.25f, 3.5f}},
+                                          {Pair{1, 1}, Pair{0.49999997f, -0.5f}},
+                                          {Pair{1e9f, 0}, Pair{0, -1e9f}}};
     const auto over = [](const Box& box) { return IterationController::over(box); };
-    checkKernel({.kernel = "markSamplesKernel",
-                 .reference = wholePicture([=](const Scene& s) {
-                     return scattered(s, 0, scale, offset, [](int, int, int) { return 1.0f; });
-                 }),
-                 .scalars = set,
-                 .range = over});
-    checkKernel({.kernel = "nearestScatterKernel",
-                 .reference = wholePicture([=](const Scene& s) {
-                     return scattered(s, 1, scale, offset,
-                                      [&](int x, int y, int c) { return static_cast<float>(s.at(0, x, y, c)); });
-                 }),
-                 .scalars = set,
-                 .range = over});
+    for (const auto& [scale, offset] : maps) {
+        const auto set = [scale, offset](KernelExecutionContext& context) {
+            context.set({"scale"}, scale);
+            context.set({"offset"}, offset);
+        };
+        checkKernel({.kernel = "markSamplesKernel",
+                     .reference = wholePicture([scale, offset](const Scene& s) {
+                         return scattered(s, 0, scale, offset, [](int, int, int) { return 1.0f; });
+                     }),
+                     .scalars = set,
+                     .range = over});
+        checkKernel({.kernel = "nearestScatterKernel",
+                     .reference = wholePicture([scale, offset](const Scene& s) {
+                         return scattered(s, 1, scale, offset,
+                                          [&](int x, int y, int c) { return static_cast<float>(s.at(0, x, y, c)); });
+                     }),
+                     .scalars = set,
+                     .range = over});
+    }
 }
 
 }  // namespace ViewTint::Tests
