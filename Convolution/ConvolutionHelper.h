@@ -33,7 +33,8 @@ public:
     void setDirectLimit(int cells) { directLimit_ = cells; }
 
     /// `output` has the box and the components of `input` and doesn't share its pixels.
-    /// Throws NotImplemented where a transform is needed that the device doesn't have; the transform's exceptions and
+    /// Throws Compute::Exception for a kernel that is more than twice as wide or as high as the image with its padding,
+    /// NotImplemented where a transform is needed that the device doesn't have; the transform's exceptions and
     /// those of the device pass through.
     void convolve(const Image& input, Image& output);
 

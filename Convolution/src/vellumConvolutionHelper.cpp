@@ -19,6 +19,14 @@ std::string described(const Image& image) {
            (image.components() == 1 ? "" : "s");
 }
 
+/// Its centre goes to the padded box's corner, and what lies left of it or below to the far ends.
+void checkRoom(const Image& kernel, const Box& padded) {
+    const auto fits = [](int cells, int pixels) { return cells - cells / 2 <= pixels; };
+    if (fits(kernel.box().width(), padded.width()) && fits(kernel.box().height(), padded.height())) return;
+    Compute::fail("A convolution kernel of " + described(kernel) + " is too large for an image that fills " +
+                  toString(padded) + " when transformed: it may be twice as wide and as high.");
+}
+
 }  // namespace
 
 ConvolutionHelper::ConvolutionHelper(Compute::Device& device) : context_(&device.context()), device_(&device) {}
@@ -57,6 +65,7 @@ void ConvolutionHelper::convolveByTransform(const Image& input, Image& output) {
         return;
     }
     const Box padded = fourierHelper().paddedSize(input.box());
+    checkRoom(kernel_, padded);
     if (!fourierTransform_) fourierTransform_ = FFT::FourierTransform::make(*device_);
     for (std::uint32_t c = 0; c < output.components(); ++c) {
         const int channel = static_cast<int>(c);

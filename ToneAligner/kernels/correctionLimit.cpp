@@ -5,20 +5,30 @@
 namespace Vellum::Kernels {
 inline namespace VIEWTINT_ISA {
 
-/// Scaled Lab of a linear RGB pixel.
-VT_FN auto labOfRgb(const float (&rgbToXyz)[9], const auto& image) {
-    const auto xyz = multiplyMatrix(rgbToXyz, image(0), image(1), image(2));
-    return labOfXyz(xyz.a, xyz.b, xyz.c, labKnee);
+// Lab is a linear map of the three values f(X), f(Y), f(Z): L = 1.16 f(Y) - 0.16, and a and b hang on their differences
+// only. So a change of L that leaves a and b is the same change of all three, and Lab itself needn't be computed.
+
+/// f(X), f(Y), f(Z) of a linear RGB pixel.
+VT_FN auto curvesOfRgb(const float (&rgbToXyz)[9], const auto& image) {
+    auto xyz = multiplyMatrix(rgbToXyz, image(0), image(1), image(2));
+    xyz.a = labCurve(xyz.a, labKnee);
+    xyz.b = labCurve(xyz.b, labKnee);
+    xyz.c = labCurve(xyz.c, labKnee);
+    return xyz;
 }
 
 /// Writes components 0 to 2.
-VT_FN void putRgbOfLab(const float (&xyzToRgb)[9], auto l, auto a, auto b, const auto& image) {
-    const auto xyz = xyzOfLab(l, a, b, labKnee);
-    const auto rgb = multiplyMatrix(xyzToRgb, xyz.a, xyz.b, xyz.c);
+template <class V>
+VT_FN void putRgbOfCurves(const float (&xyzToRgb)[9], const Triple<V>& curves, const auto& image) {
+    const auto rgb = multiplyMatrix(xyzToRgb, inverseLabCurve(curves.a, labKnee), inverseLabCurve(curves.b, labKnee),
+                                    inverseLabCurve(curves.c, labKnee));
     image.put(0, rgb.a);
     image.put(1, rgb.b);
     image.put(2, rgb.c);
 }
+
+/// L of f(Y), but for its constant.
+inline constexpr float lightnessOfCurve = 1.16f;
 
 /// D = how much lighter corrected is than source: the difference of the L of scaled Lab, linear RGB given. 0 where it
 /// isn't finite, because one such pixel would spoil the mean of the whole picture.
@@ -28,7 +38,7 @@ struct lightnessDifferenceKernel : WholePixel<In<"source">, In<"corrected">, Out
     };
     static constexpr ScalarDeclarations scalars{1, {VT_SCALAR(rgbToXyz)}};
     VT_FN void body(const Params& p, auto source, auto corrected, auto D) {
-        const auto d = labOfRgb(p.rgbToXyz, corrected).a - labOfRgb(p.rgbToXyz, source).a;
+        const auto d = (curvesOfRgb(p.rgbToXyz, corrected).b - curvesOfRgb(p.rgbToXyz, source).b) * lightnessOfCurve;
         D = select(abs(d) < D.lane(infinity), d, D.lane(0));
     }
 };
@@ -45,12 +55,14 @@ struct limitCorrectionKernel : WholePixel<In<"mean">, Out<"source">, Out<"correc
     static constexpr ScalarDeclarations scalars{
         4, {VT_SCALAR(limit), VT_SCALAR(softness), VT_SCALAR(rgbToXyz), VT_SCALAR(xyzToRgb)}};
     VT_FN void body(const Params& p, auto mean, auto source, auto corrected) {
-        const auto from = labOfRgb(p.rgbToXyz, source);
-        const auto to = labOfRgb(p.rgbToXyz, corrected);
+        const auto from = curvesOfRgb(p.rgbToXyz, source);
+        const auto to = curvesOfRgb(p.rgbToXyz, corrected);
+        const auto difference = (to.b - from.b) * lightnessOfCurve;
         const auto average = mean();
-        const auto difference = softLimit((to.a - from.a) - average, p.limit, p.softness) + average;
-        putRgbOfLab(p.xyzToRgb, from.a, from.b, from.c, source);
-        putRgbOfLab(p.xyzToRgb, difference + from.a, to.b, to.c, corrected);
+        const auto limited = softLimit(difference - average, p.limit, p.softness) + average;
+        const auto change = (limited - difference) * (1 / lightnessOfCurve);
+        putRgbOfCurves(p.xyzToRgb, from, source);
+        putRgbOfCurves(p.xyzToRgb, Triple{to.a + change, to.b + change, to.c + change}, corrected);
     }
 };
 

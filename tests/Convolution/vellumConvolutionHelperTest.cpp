@@ -154,6 +154,15 @@ TEST(ConvolutionHelper, whatCantBeDoneIsTold) {
     TestImage small(picture(8, 8, 3), Arrangement::planar), other(picture(9, 8, 2), Arrangement::planar);
     EXPECT_THROW(helper.convolve(input.image(), small.image()), Vellum::Compute::Exception);
     EXPECT_THROW(helper.convolve(input.image(), other.image()), Vellum::Compute::Exception);
+    // 9 x 8 needs no padding, so a kernel of 18 x 16 cells just finds room.
+    TestImage output(picture(9, 8, 3), Arrangement::planar);
+    const TestImage largest = cells(18, 16), wide = cells(19, 1), high = cells(1, 17);
+    helper.setKernel(largest.image());
+    EXPECT_NO_THROW(helper.convolve(input.image(), output.image()));
+    for (const TestImage* larger : {&wide, &high}) {
+        helper.setKernel(larger->image());
+        EXPECT_THROW(helper.convolve(input.image(), output.image()), Vellum::Compute::Exception);
+    }
 }
 
 /// A device of its own memory sums small kernels; for others it has no transform.
