@@ -1,10 +1,14 @@
 #include "vellumCorrectionLimit.h"
 
 #include <algorithm>
+#include <memory>
+#include <mutex>
+#include <utility>
 
 #include "Common/Common.h"
 #include "Convolution/ConvolutionHelper.h"
 #include "compute/Exception.h"
+#include "compute/HostDevice.h"
 #include "compute/RunKernel.h"
 
 namespace Vellum::Kernels {
@@ -29,6 +33,43 @@ const ProgramSource lightnessDifferenceSource(Kernels::correctionLimit, "lightne
 const ProgramSource limitCorrectionSource(Kernels::correctionLimit, "limitCorrectionKernel");
 
 constexpr float kneeOfLimit = 0.15f;
+
+constexpr float windowSigma = 100.0f;
+
+/// The helper of the latest limit waits here with its plan and the window's transform, which cost as much as half a
+/// limit: frames of a shot share their size.
+class KeptHelper {
+public:
+    explicit KeptHelper(const Image& window) : window_(window), helper_(take(window)) {
+        if (helper_) return;
+        helper_ = std::make_unique<ConvolutionHelper>(Compute::deviceOf(window));
+        helper_->setKernel(window);
+    }
+    KeptHelper(const KeptHelper&) = delete;
+    KeptHelper& operator=(const KeptHelper&) = delete;
+    /// Not after a failure, which may have left it half made.
+    void keep() {
+        const std::scoped_lock lock(mutex);
+        waitingWindow = window_;
+        waiting = std::move(helper_);
+    }
+    ConvolutionHelper& operator*() const { return *helper_; }
+    ConvolutionHelper* operator->() const { return helper_.get(); }
+
+private:
+    static std::unique_ptr<ConvolutionHelper> take(const Image& window) {
+        const std::scoped_lock lock(mutex);
+        const bool same = waiting && waitingWindow.tile().memory == window.tile().memory;
+        return same ? std::move(waiting) : nullptr;
+    }
+
+    static inline std::mutex mutex;
+    static inline Image waitingWindow;
+    static inline std::unique_ptr<ConvolutionHelper> waiting;
+
+    Image window_;
+    std::unique_ptr<ConvolutionHelper> helper_;
+};
 
 /// The window's halves lie at the ends of the transformed box: each must find room in it.
 Box enlarged(const Box& box, const Box& window) {
@@ -69,16 +110,21 @@ Image makeGaussianWindow(float sigma, DeviceBase& device) {
     return window;
 }
 
+const Image& gaussianWindow() {
+    static const Image window = makeGaussianWindow(windowSigma, Compute::Host::hostDevice());
+    return window;
+}
+
 void limitCorrection(BufferManager& bufferManager, Image& source, Image& corrected, const Image& gaussianWindow,
                      float limit, int kernelFlags) {
     checkPictures(source, corrected);
     if (source.box().empty()) return;
-    ConvolutionHelper helper(Compute::deviceOf(gaussianWindow));
-    helper.setKernel(gaussianWindow);
-    const BufferManagedImage difference(bufferManager, {source.box(), 1}, helper.transformLayout());
+    KeptHelper helper(gaussianWindow);
+    const BufferManagedImage difference(bufferManager, {source.box(), 1}, helper->transformLayout());
     runKernel(lightnessDifferenceSource, {&source, &corrected, &difference.image()}, kernelFlags, {},
               Scalar{"rgbToXyz", Common::rgbToXyzMatrix});
-    const BufferManagedImage mean(bufferManager, localMean(difference.image(), gaussianWindow, helper));
+    const BufferManagedImage mean(bufferManager, localMean(difference.image(), gaussianWindow, *helper));
+    helper.keep();
     runKernel(limitCorrectionSource, {&mean.image(), &source, &corrected}, kernelFlags, {}, Scalar{"limit", limit},
               Scalar{"softness", limit * kneeOfLimit}, Scalar{"rgbToXyz", Common::rgbToXyzMatrix},
               Scalar{"xyzToRgb", Common::xyzToRgbMatrix});

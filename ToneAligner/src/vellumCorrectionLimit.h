@@ -6,6 +6,8 @@ namespace Vellum::Tone {
 
 /// A Gaussian bell whose sum is 1, over the box (0, 0, r, r) with r = 3 sigma cut to a whole number, at least 1.
 Vellum::Image::Image makeGaussianWindow(float sigma, Vellum::Image::DeviceBase& device);
+/// The window of all renders, on the host device: of sigma 100, made at the first call. Not to be written to.
+const Vellum::Image::Image& gaussianWindow();
 
 /// Keeps a correction near its local mean. The difference in lightness (the L of scaled Lab) between `source` and
 /// `corrected`, linear RGB of 3 or 4 components over one box, is averaged over the window; what lies further than

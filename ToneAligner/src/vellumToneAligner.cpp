@@ -2,7 +2,6 @@
 
 #include "Common/Common.h"
 #include "compute/Exception.h"
-#include "compute/HostDevice.h"
 #include "compute/StageStatistics.h"
 #include "vellumCorrectionLimit.h"
 #include "vellumGlobalMatch.h"
@@ -17,7 +16,6 @@ using Utils::BufferManagement::BufferManager;
 using Vellum::Image::Image;
 using Vellum::Image::Info;
 
-constexpr float windowSigma = 100;  // pixels
 
 Info floatInfo(const Vellum::Image::Box& box, std::uint32_t components) {
     return {box, components, Vellum::Pixel::DataEnum::float32};
@@ -26,9 +24,7 @@ Info floatInfo(const Vellum::Image::Box& box, std::uint32_t components) {
 }  // namespace
 
 ToneAligner::ToneAligner(BufferManager& bufferManager, int kernelFlags)
-    : bufferManager_(bufferManager),
-      kernelFlags_(kernelFlags),
-      gaussianWindow_(makeGaussianWindow(windowSigma, Compute::Host::hostDevice())) {}
+    : bufferManager_(bufferManager), kernelFlags_(kernelFlags), gaussianWindow_(gaussianWindow()) {}
 
 void ToneAligner::limitCorrection(Image& source, Image& corrected) {
     Tone::limitCorrection(bufferManager_, source, corrected, gaussianWindow_, settings_.correctionLimit, kernelFlags_);

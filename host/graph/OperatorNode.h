@@ -16,8 +16,8 @@ namespace ViewTint::Host {
 /// What the user hears and says while an operator works. Members may be empty; the callback must not throw.
 struct RenderServices {
     std::function<void(double done, const std::string& message)> progress;  ///< `done` is 0 to 1
-    std::function<void(Fresco::Image::Op&)> operatorMade;                   ///< shown each operator before it is used
     const std::atomic<bool>* abort = nullptr;                               ///< true once the render is to end
+    std::function<void(Fresco::Image::Op&)> operatorMade;                   ///< shown each operator before it is used
 
     bool aborted() const { return abort && abort->load(std::memory_order_relaxed); }
 };

@@ -55,7 +55,7 @@ def scene(seed, soft):
 def test_fill(soft, sigmas, boost):
     values, guide, mask = scene(1, soft)
     actual = viewtint.BilateralFilter(sigmas, boost).apply(*map(viewtint.Image, (values, guide, mask))).array
-    np.testing.assert_allclose(actual, filled(values, guide, mask, sigmas, boost), atol=2e-5)
+    np.testing.assert_allclose(actual, filled(values, guide, mask, sigmas, boost), atol=5e-5)
 
 
 def test_masks_of_one_value_leave_the_picture():
@@ -70,14 +70,14 @@ def test_masks_of_one_value_leave_the_picture():
 def test_distances(share):
     seeds = (np.random.default_rng(3).random((33, 47)) < share).astype(np.float32)
     image = viewtint.Image(seeds)
-    np.testing.assert_array_equal(viewtint.BilateralFilter((1, 1, 1), 0).growDistance(image).array, distances(seeds))
-    np.testing.assert_array_equal(image.array, seeds)
+    np.testing.assert_array_equal(viewtint.BilateralFilter((1, 1, 1), 0).growDistance(image).array[..., 0], distances(seeds))
+    np.testing.assert_array_equal(image.array[..., 0], seeds)
 
 
 def test_a_lone_seed_grows_on_its_own_diagonals():
     seeds = np.zeros((9, 9), np.float32)
     seeds[4, 4] = 1
-    distance = viewtint.BilateralFilter((1, 1, 1), 0).growDistance(viewtint.Image(seeds)).array
+    distance = viewtint.BilateralFilter((1, 1, 1), 0).growDistance(viewtint.Image(seeds)).array[..., 0]
     assert distance[4, 4] == 0 and distance[5, 5] == 1 and distance[4, 6] == 2
     assert set(np.unique(distance[::2, 1::2])) <= {0, 10000}
 

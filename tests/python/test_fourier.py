@@ -21,7 +21,7 @@ def test_forward_and_back(height, width):
     actual = spectrum.array[..., 0] + 1j * spectrum.array[..., 1]
     np.testing.assert_allclose(actual, expected, atol=2e-7 * height * width + 1e-5)
     before = spectrum.array
-    back = transform.reverse(spectrum).array / (height * width)
+    back = transform.reverse(spectrum).array[..., 0] / (height * width)
     np.testing.assert_allclose(back, values, atol=3e-6)
     np.testing.assert_array_equal(spectrum.array, before)
 
@@ -31,7 +31,7 @@ def test_a_spectrum_of_our_own():
     transform.forward(viewtint.Image(picture(30, 42)))
     mine = scipy.fft.rfft2(picture(30, 42, seed=2).astype(np.float64))
     spectrum = viewtint.Image(np.stack([mine.real, mine.imag], -1).astype(np.float32))
-    np.testing.assert_allclose(transform.reverse(spectrum).array / (30 * 42), picture(30, 42, seed=2), atol=1e-5)
+    np.testing.assert_allclose(transform.reverse(spectrum).array[..., 0] / (30 * 42), picture(30, 42, seed=2), atol=1e-5)
 
 
 def test_parseval():
