@@ -4,7 +4,6 @@
 namespace Vellum::Kernels {
 extern const Family correctionLimit;
 extern const Family globalMatch;
-extern const Family localEnding;
 extern const Family occlusions;
 }  // namespace Vellum::Kernels
 
@@ -12,7 +11,7 @@ namespace Vellum::Tone {
 
 void registerKernels() {
     using namespace Vellum::Kernels;
-    registerFamilies({&correctionLimit, &globalMatch, &localEnding, &occlusions});
+    registerFamilies({&correctionLimit, &globalMatch, &occlusions});
 }
 
 }  // namespace Vellum::Tone
