@@ -6,7 +6,7 @@
 
 namespace Vellum::Kernels {
 
-/// The pixel types of a kernel's images in order, one byte each: the component count, plus 8 for unsigned integers.
+/// The pixel types of a kernel's images in order, four bits each: the component count, plus 8 for unsigned integers.
 class PixelTypes {
 public:
     /// "3f_1f", "4ui". Throws Compute::Exception on anything else.

@@ -9,8 +9,9 @@ namespace Vellum::Kernels {
 
 namespace {
 
-constexpr int bitsPerType = 8;
+constexpr int bitsPerType = 4;
 constexpr int unsignedBit = 8;
+static_assert(mostImages * bitsPerType <= 64);
 
 }  // namespace
 
@@ -41,7 +42,7 @@ void PixelTypes::append(int components, bool isUnsigned) {
 std::string PixelTypes::text() const {
     std::string text;
     for (int i = 0; i < size_; ++i) {
-        const auto type = static_cast<int>(code_ >> (bitsPerType * i)) & 0xff;
+        const auto type = static_cast<int>(code_ >> (bitsPerType * i)) & 0xf;
         if (i) text += '_';
         text += std::to_string(type & ~unsignedBit) + (type & unsignedBit ? "ui" : "f");
     }

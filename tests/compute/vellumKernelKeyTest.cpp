@@ -36,6 +36,14 @@ TEST(KernelKey, theHashIsTheSameEverywhere) {
     EXPECT_EQ(axisSum().identity().text(), digits);
 }
 
+TEST(KernelKey, aListOfPixelTypesHoldsAsManyAsAKernelTakes) {
+    std::string text = "4ui";
+    for (int i = 1; i < Vellum::Kernels::mostImages; ++i)
+        text += i % 2 ? "_3f" : "_1ui";
+    EXPECT_EQ(PixelTypes::parse(text).text(), text);
+    EXPECT_THROW(PixelTypes::parse(text + "_1f"), Vellum::Compute::Exception);
+}
+
 TEST(KernelKey, everyPartOfADeclarationCounts) {
     const std::vector<std::function<void(KernelDeclaration&)>> changes{
         [](auto& d) { d.name = "testConstantAxisSumKerneL"; },
