@@ -16,10 +16,12 @@
 #include "cli/CallError.h"
 #include "cli/Interruption.h"
 #include "cli/ProgressBar.h"
+#include "cli/StageFiles.h"
 #include "cli/StageTable.h"
 #include "compute/HostDevice.h"
 #include "host/graph/RenderJob.h"
 #include "host/graph/SettingError.h"
+#include "node/ViewTintPlugin.h"
 
 namespace ViewTint::Cli {
 
@@ -41,6 +43,7 @@ struct RenderOptions {
     std::string outside = "empty";
     bool quiet = false;
     bool stats = false;
+    std::string stageFolder;
     Host::ControlValues controls;
     std::vector<std::pair<std::string, std::string>> values;  ///< control and text, in the order of the command line
 };
@@ -145,6 +148,14 @@ int render(RenderOptions& options) {
     Host::RenderServices services;
     services.progress = [&](double done, const std::string& stage) { progress.show(done, stage); };
     services.abort = &interruptFlag();
+    std::optional<StageFiles> stageFiles;
+    if (!options.stageFolder.empty()) {
+        stageFiles.emplace(options.stageFolder);
+        services.operatorMade = [&](Fresco::Image::Op& op) {
+            if (auto* node = dynamic_cast<Cobalt::Research::ViewTintPlugin*>(&op))
+                node->stageObserver = [&](const char* name, const auto& picture) { stageFiles->write(name, picture); };
+        };
+    }
     Host::RenderJob job(source, std::move(options.controls), rolesOf(options), services);
     if (options.mask) job.setMask(std::make_shared<Host::MultiViewFile>(Host::MultiViewFile::open(*options.mask)));
     try {
@@ -159,6 +170,7 @@ int render(RenderOptions& options) {
     const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     if (!options.quiet) fmt::print("{}: written in {:.2f} s\n", options.output, seconds);
     if (stages) fmt::print("{}", stages->text());
+    if (stageFiles) stageFiles->throwFailure();
     return interruptFlag() ? exitInterrupted : exitFine;  // pressed while the file was written: it is whole
 }
 
@@ -189,6 +201,10 @@ void addRenderCommand(CLI::App& app, CommandContext& context) {
         ->capture_default_str()
         ->check(CLI::IsMember({"empty", "hold"}));
     command->add_flag("--quiet", options->quiet, "No progress and no closing line");
+    command
+        ->add_option("--write-stages", options->stageFolder,
+                     "Writes the intermediate pictures of \"Local Matching\" into a folder, for a look into the render")
+        ->type_name("DIR");
     command->add_flag("--stats", options->stats,
                       "Prints for each stage the milliseconds, the kernel calls, the megabytes that they read and "
                       "wrote, and GB/s");

@@ -4,6 +4,7 @@
 namespace Vellum::Kernels {
 extern const Family correctionLimit;
 extern const Family globalMatch;
+extern const Family localEnding;
 extern const Family occlusions;
 }  // namespace Vellum::Kernels
 
@@ -11,7 +12,7 @@ namespace Vellum::Tone {
 
 void registerKernels() {
     using namespace Vellum::Kernels;
-    registerFamilies({&correctionLimit, &globalMatch, &occlusions});
+    registerFamilies({&correctionLimit, &globalMatch, &localEnding, &occlusions});
 }
 
 }  // namespace Vellum::Tone

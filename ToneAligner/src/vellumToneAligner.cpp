@@ -16,6 +16,7 @@ using Utils::BufferManagement::BufferManager;
 using Vellum::Image::Image;
 using Vellum::Image::Info;
 
+
 Info floatInfo(const Vellum::Image::Box& box, std::uint32_t components) {
     return {box, components, Vellum::Pixel::DataEnum::float32};
 }

@@ -98,6 +98,8 @@ void ViewTintPlugin::render(Fresco::Image::ImagePlane& plane, Steps& steps) {
 
     Vellum::Tone::ToneAligner aligner(bufferManager, kernelFlags());
     setUp(aligner, fullSize, corrected.box().width());
+    aligner.setStageObserver(stageObserver);
+    aligner.setCheckpoint([this] { abortCheck(*this); });
     steps.report();
 
     const auto process = [&] { aligner.process(target, projected, mask, occlusion, edgeMask, corrected); };
