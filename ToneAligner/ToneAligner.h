@@ -12,6 +12,8 @@ namespace Vellum::Tone {
 /// Enters this library's kernels into the catalogue.
 void registerKernels();
 
+class BlockKernels;
+
 /// result = 1 where the disparity of the view to correct (2 components, in pixels) jumps by more than a pixel between
 /// the neighbours of a pixel, else 0. `scale` multiplies the disparity. Without `thin` the marks are as wide as the
 /// jumps.
@@ -122,6 +124,7 @@ private:
     void processBasic(const Views& views, const Utils::BufferManagement::BufferManagedImage& output);
     void processBasicFused(const Views& views, Image& output);
     class LocalRun;
+    BlockKernels blockKernels() const;
     void processLocal(const Views& views, Image& output);
     void show(const char* name, const Image& picture) const;
     void blendByMask(const Views& views, Image& output);

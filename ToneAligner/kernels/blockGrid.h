@@ -26,6 +26,12 @@ VT_FN V correctedBy(V value, V gain, V offset) {
     return select(abs(value) > V(1e-8f), gain * value + offset, value);
 }
 
+/// The gain that takes a deviation to another: of 0 to 2, and 1 where there is (nearly) nothing to take.
+template <class V>
+VT_FN V transferGain(V source, V target) {
+    return select(abs(source) > V(1e-8f), clampTo(target / source, V(0.f), V(2.f)), V(1.f));
+}
+
 /// Where bilinear samples lie along one axis: two places of the grid, and the share of the second.
 template <class V>
 struct GridPlace {
@@ -88,7 +94,8 @@ VT_FN V mixed(V a, V b, V share) {
 
 /// The four samples around a pixel, mixed along x, then along y. Reads are clamped to the grid.
 VT_FN auto bilinear(const auto& grid, const auto& column, const auto& row, int c) {
-    const auto below = mixed(grid.fetch(column.first, row.first, c), grid.fetch(column.second, row.first, c), column.share);
+    const auto below =
+        mixed(grid.fetch(column.first, row.first, c), grid.fetch(column.second, row.first, c), column.share);
     const auto above =
         mixed(grid.fetch(column.first, row.second, c), grid.fetch(column.second, row.second, c), column.share);
     return mixed(below, above, row.share);

@@ -12,12 +12,12 @@ struct BlockParams {
     int half = 2;
     int odd = 1;
 };
-#define VT_BLOCK_SCALARS                                                  \
-    static constexpr ScalarDeclarations scalars{1, {VT_SCALAR(size)}};    \
+#define VT_BLOCK_SCALARS                                                               \
+    static constexpr ScalarDeclarations scalars{1, {VT_SCALAR(size)}};                 \
     static constexpr ScalarDeclarations derived{2, {VT_SCALAR(half), VT_SCALAR(odd)}}; \
-    static void derive(Params& p, const ImageArgument*, ImageParameters*) { \
-        p.half = p.size / 2;                                              \
-        p.odd = p.size % 2;                                               \
+    static void derive(Params& p, const ImageArgument*, ImageParameters*) {            \
+        p.half = p.size / 2;                                                           \
+        p.odd = p.size % 2;                                                            \
     }
 
 struct WrappedBlockParams {
@@ -151,18 +151,13 @@ struct blockDeviationWrapKernel : WholePixel<Anywhere<"A">, In<"M">, Anywhere<"W
 };
 
 /// gain = devT / devS, limited to 0 .. 2, or 1 where |devS| isn't above 1e-8; offset = meanT - gain meanS.
-struct blockTransferKernel
-    : WholePixel<In<"meanS">, In<"devS">, In<"meanT">, In<"devT">, Out<"offset">, Out<"gain">> {
+struct blockTransferKernel : WholePixel<In<"meanS">, In<"devS">, In<"meanT">, In<"devT">, Out<"offset">, Out<"gain">> {
     VT_FN void body(const NoParams&, auto meanS, auto devS, auto meanT, auto devT, auto offset, auto gain) {
         for (int c = 0; c < 3; ++c) {
             const auto factor = transferGain(devS(c), devT(c));
             gain.put(c, factor);
             offset.put(c, meanT(c) - factor * meanS(c));
         }
-    }
-    template <class V>
-    VT_FN V transferGain(V source, V target) {
-        return select(abs(source) > V(1e-8f), clampTo(target / source, V(0.f), V(2.f)), V(1.f));
     }
 };
 
@@ -234,8 +229,10 @@ struct pickCloserKernel : WholePixel<In<"A">, In<"B">, In<"R">, Out<"O">> {
 #define VT_DEVIATION(X, K) X(K, "3f_3f_1f_3f")
 #define VT_TRANSFER(X, K) X(K, "3f_3f_3f_3f_3f_3f")
 #define VT_APPLY_GRIDS(X, K) X(K, "3f_3f_3f_3f") X(K, "4f_3f_3f_3f") X(K, "3f_3f_3f_4f") X(K, "4f_3f_3f_4f")
-#define VT_MIX_OF(X, K, a, b) X(K, a "_" b "_3f_3f") X(K, a "_" b "_4f_3f") X(K, a "_" b "_3f_4f") X(K, a "_" b "_4f_4f")
-#define VT_PICK(X, K) VT_MIX_OF(X, K, "3f", "3f") VT_MIX_OF(X, K, "3f", "4f") VT_MIX_OF(X, K, "4f", "3f") VT_MIX_OF(X, K, "4f", "4f")
+#define VT_MIX_OF(X, K, a, b) \
+    X(K, a "_" b "_3f_3f") X(K, a "_" b "_4f_3f") X(K, a "_" b "_3f_4f") X(K, a "_" b "_4f_4f")
+#define VT_PICK(X, K) \
+    VT_MIX_OF(X, K, "3f", "3f") VT_MIX_OF(X, K, "3f", "4f") VT_MIX_OF(X, K, "4f", "3f") VT_MIX_OF(X, K, "4f", "4f")
 #define BLOCKS(K)                             \
     K(blockCountKernel, VT_COUNT)             \
     K(blockCountWrapKernel, VT_COUNT)         \

@@ -1,5 +1,6 @@
 // "Local Matching": a gain and an offset of its own for every pixel.
 #include <cmath>
+#include <string>
 #include <vector>
 
 #include "BilateralFilter/BilateralFilter.h"
@@ -8,7 +9,6 @@
 #include "compute/RunKernel.h"
 #include "compute/StageStatistics.h"
 #include "vellumBlockMatch.h"
-#include "vellumBlockSizes.h"
 #include "vellumCorrectionLimit.h"
 #include "vellumFillMask.h"
 #include "vellumViews.h"
@@ -35,6 +35,8 @@ const ProgramSource localEndingSource(Kernels::localEnding, "localEndingKernel")
 /// Each channel is guided by its own.
 constexpr int perChannel = 1;
 constexpr int noiseRadius = 3;
+/// Of correctionType.
+constexpr int minimum = 0, closest = 1, average = 2;
 constexpr float smoothingEpsilon = 1e-7f;
 /// Chroma may differ by so much less than lightness between a pixel and those that refill it.
 constexpr float chromaTolerance = 0.667f;
@@ -60,8 +62,13 @@ std::vector<int> ToneAligner::sampleBlockSizes() const {
 
 void ToneAligner::matchBlocks(const Image& source, const Image& target, const Image& valid, Image& result,
                               int blockSize) {
-    BlockKernels blocks(bufferManager_, kernelFlags_, settings_.wraps(), settings_.wrapSize);
-    Tone::matchBlocks(blocks, source, target, valid, result, blockSize, settings_.fillEmptyBlocks);
+    Tone::matchBlocks(blockKernels(), {source, target, valid}, result, blockSize, settings_.fillEmptyBlocks);
+}
+
+BlockKernels ToneAligner::blockKernels() const {
+    BlockKernels kernels(bufferManager_, kernelFlags_, settings_.wraps(), settings_.wrapSize);
+    kernels.fusedPasses = fusedPasses_;
+    return kernels;
 }
 
 void ToneAligner::buildFillMask(const Image& sourceView, const Image& rebuiltView, const Image& occlusion,
@@ -80,10 +87,6 @@ void ToneAligner::refill(const Image& corrected, const Image& source, const Imag
                                             kernelFlags_);
     filter.apply(delta.image(), source, mask, refilled);
     Common::add(source, refilled, refilled);
-}
-
-void ToneAligner::limitCorrection(Image& source, Image& corrected) {
-    limitLabOf(source, corrected);
 }
 
 void ToneAligner::show(const char* name, const Image& picture) const {
@@ -120,7 +123,9 @@ private:
 
     void match();
     void separateNoise(Image& rebuilt);
-    void matchSeveralSizes(const Image& target, const Image& valid);
+    void matchOneSize(const BlockPictures& pictures);
+    void matchSeveralSizes(const BlockPictures& pictures);
+    void mergeSizes(const BlockPictures& pictures, const Image& reference, MergeRule firstRule, MergeRule rule);
     void fill();
     void limit();
     void smooth();
@@ -133,7 +138,7 @@ private:
     const Views& views_;
     BufferManagedImage denoised_;   ///< the source view without its noise, in RGB
     BufferManagedImage sourceLab_;  ///< the same in Lab; from limit() on the source view itself
-    BufferManagedImage corrected_;  ///< Lab
+    BufferManagedImage corrected_;  ///< in Lab from match() to fill(), in RGB to limit(), then in Lab
     BufferManagedImage fillMask_;
 };
 
@@ -149,14 +154,62 @@ void ToneAligner::LocalRun::match() {
     separateNoise(target.image());
     checkpoint();
     const Stage stage("blocks");
-    if (settings_.mode == severalBlockSizes) {
-        matchSeveralSizes(target.image(), valid.image());
-        return;
-    }
-    aligner_.matchBlocks(sourceLab_.image(), target.image(), valid.image(), corrected_.image(), settings_.blockSize);
+    const BlockPictures pictures{sourceLab_.image(), target.image(), valid.image()};
+    if (settings_.mode == severalBlockSizes)
+        matchSeveralSizes(pictures);
+    else
+        matchOneSize(pictures);
+}
+
+/// The refill takes the Lab picture of one block size for RGB and converts it once more.
+void ToneAligner::LocalRun::matchOneSize(const BlockPictures& pictures) {
+    Tone::matchBlocks(aligner_.blockKernels(), pictures, corrected_.image(), settings_.blockSize, settings_.fillEmptyBlocks);
     show("C", corrected_.image());
-    // With one block size the refill takes the Lab picture for RGB and converts it once more.
-    if (settings_.fillOcclusions) Common::rgbToLab(corrected_.image(), corrected_.image(), flags_);
+}
+
+void ToneAligner::LocalRun::matchSeveralSizes(const BlockPictures& pictures) {
+    Image& merged = corrected_.image();
+    Common::clear(merged);
+    switch (settings_.correctionType) {
+        case minimum:
+            mergeSizes(pictures, denoised_.image(), MergeRule::first, MergeRule::closer);
+            break;
+        case closest:
+            mergeSizes(pictures, views_.rebuilt.image(), MergeRule::first, MergeRule::closer);
+            break;
+        case average:
+            mergeSizes(pictures, denoised_.image(), MergeRule::add, MergeRule::add);
+            Common::multiplyConstant(merged, merged, 1.0f / static_cast<float>(settings_.samples));
+            Common::add(denoised_.image(), merged, merged);
+            break;
+        default: {
+            const std::vector<int> sizes = aligner_.sampleBlockSizes();
+            if (!sizes.empty())
+                matchAndMerge(aligner_.blockKernels(), pictures, denoised_.image(), MergeRule::first, merged,
+                              sizes.front(), settings_.fillEmptyBlocks);
+        }
+    }
+    show("merged", merged);
+}
+
+void ToneAligner::LocalRun::mergeSizes(const BlockPictures& pictures, const Image& reference, MergeRule firstRule,
+                                       MergeRule rule) {
+    const BlockKernels kernels = aligner_.blockKernels();
+    int sample = 0;
+    for (const int size : aligner_.sampleBlockSizes()) {
+        checkpoint();
+        const MergeRule now = sample == 0 ? firstRule : rule;
+        if (aligner_.observer_) {
+            const BufferManagedImage picture(manager_, corrected_.image().info());
+            Tone::matchBlocks(kernels, pictures, picture.image(), size, settings_.fillEmptyBlocks);
+            Common::labToRgb(picture.image(), picture.image(), flags_);
+            show(("E" + std::to_string(sample)).c_str(), picture.image());
+            mergeSample(picture.image(), reference, now, corrected_.image(), flags_);
+        } else {
+            matchAndMerge(kernels, pictures, reference, now, corrected_.image(), size, settings_.fillEmptyBlocks);
+        }
+        ++sample;
+    }
 }
 
 void ToneAligner::LocalRun::separateNoise(Image& rebuiltLab) {
@@ -179,31 +232,37 @@ void ToneAligner::LocalRun::separateNoise(Image& rebuiltLab) {
 void ToneAligner::LocalRun::fill() {
     checkpoint();
     const Stage stage("refill");
+    Image& corrected = corrected_.image();
+    const bool inLab = settings_.mode == oneBlockSize;
     if (!settings_.fillOcclusions) {
         Common::clear(fillMask_.image());
+        if (inLab) Common::labToRgb(corrected, corrected, flags_);
         return;
     }
+    Common::rgbToLab(corrected, corrected, flags_);
     aligner_.buildFillMask(views_.source.image(), views_.rebuilt.image(), views_.occlusion.image(),
                            views_.edges.image(), fillMask_.image());
     show("O", fillMask_.image());
     const BufferManagedImage refilled(manager_, corrected_.image().info());
     aligner_.refill(corrected_.image(), sourceLab_.image(), fillMask_.image(), refilled.image());
-    std::swap(corrected_.image(), refilled.image());
-    show("refilled", corrected_.image());
+    show("refilled", refilled.image());
+    Common::labToRgb(refilled.image(), corrected_.image(), flags_);
 }
 
 void ToneAligner::LocalRun::limit() {
     checkpoint();
     const Stage stage("limit");
-    Common::rgbToLab(views_.source.image(), sourceLab_.image(), flags_);
-    limitLab(manager_, aligner_.gaussianWindow_, sourceLab_.image(), corrected_.image(), settings_.correctionLimit,
-             flags_, aligner_.observer_);
+    Common::copy(views_.source.image(), sourceLab_.image());
+    Tone::limitCorrection(manager_, sourceLab_.image(), corrected_.image(), aligner_.gaussianWindow_,
+                          settings_.correctionLimit, flags_, aligner_.observer_);
     show("limited", corrected_.image());
 }
 
 void ToneAligner::LocalRun::smooth() {
     checkpoint();
     const Stage stage("smooth");
+    Common::rgbToLab(corrected_.image(), corrected_.image(), flags_);
+    Common::rgbToLab(sourceLab_.image(), sourceLab_.image(), flags_);
     GuidedFilter::GuidedFilter filter(manager_, settings_.smoothingRadius, smoothingEpsilon, perChannel, flags_);
     filter.apply(corrected_.image(), sourceLab_.image(), corrected_.image());
     show("smoothed", corrected_.image());

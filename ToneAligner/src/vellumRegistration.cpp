@@ -2,6 +2,8 @@
 #include "compute/Catalogue.h"
 
 namespace Vellum::Kernels {
+extern const Family blockPasses;
+extern const Family blocks;
 extern const Family correctionLimit;
 extern const Family globalMatch;
 extern const Family localEnding;
@@ -12,7 +14,7 @@ namespace Vellum::Tone {
 
 void registerKernels() {
     using namespace Vellum::Kernels;
-    registerFamilies({&correctionLimit, &globalMatch, &localEnding, &occlusions});
+    registerFamilies({&blockPasses, &blocks, &correctionLimit, &globalMatch, &localEnding, &occlusions});
 }
 
 }  // namespace Vellum::Tone

@@ -69,10 +69,6 @@ void ViewTintPlugin::render(Fresco::Image::ImagePlane& plane, Steps& steps) {
     Image leftView, rightView, disparity;
     if (!fetchSourceViews(leftView, rightView) || !fetchDisparity(disparity)) return;
 
-    if (matchingMode != 0) {
-        Cobalt::Base::raise(
-            Cobalt::Base::NotImplemented("Local Matching isn't available in this version. Set matchingMode to Basic."));
-    }
     Image projected;
     Image edgeMask;
     {

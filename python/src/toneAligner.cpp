@@ -22,6 +22,21 @@ using Aligner = Vellum::Tone::ToneAligner;
 /// The settings and, with keepStages, the pictures of the last call; everything else belongs to one call, so that
 /// threads can share the object.
 class ToneAligner {
+    using Stages = std::vector<std::pair<std::string, Image>>;
+    static constexpr int mostBlockSize = 4096;
+
+    template <class Work>
+    auto run(Work&& work) const {
+        return unlocked([&] {
+            BufferManager buffers(hostDevice(), hostDevice());
+            Aligner aligner(buffers, packedCode);
+            aligner.setSettings(settings);
+            return work(aligner);
+        });
+    }
+
+    Stages stages_;
+
 public:
     Aligner::Settings settings;
     bool keepStages = false;
@@ -118,22 +133,6 @@ public:
     std::vector<int> sampleBlockSizes() const {
         return run([](Aligner& aligner) { return aligner.sampleBlockSizes(); });
     }
-
-private:
-    using Stages = std::vector<std::pair<std::string, Image>>;
-    static constexpr int mostBlockSize = 4096;
-
-    template <class Work>
-    auto run(Work&& work) const {
-        return unlocked([&] {
-            BufferManager buffers(hostDevice(), hostDevice());
-            Aligner aligner(buffers, packedCode);
-            aligner.setSettings(settings);
-            return work(aligner);
-        });
-    }
-
-    Stages stages_;
 };
 
 /// A setting as an attribute that refuses values outside lowest .. highest.

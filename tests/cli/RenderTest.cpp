@@ -151,6 +151,17 @@ TEST_F(Render, APackedPairKeepsItsLayout) {
     EXPECT_EQ(header("out.exr"), header("packed.exr"));
 }
 
+TEST_F(Render, StatsTellWhereTheTimeGoes) {
+    write("in.exr", pair());
+    const Outcome plain = render();
+    const Outcome outcome = render({"--stats"});
+    EXPECT_EQ(outcome.exitCode, 0);
+    for (const char* stage : {"read", "rebuild the other view", "match", "write", "all stages"}) {
+        EXPECT_NE(outcome.output.find(stage), std::string::npos) << outcome.output;
+        EXPECT_EQ(plain.output.find("GB/s"), std::string::npos);
+    }
+}
+
 TEST_F(Render, ThreadsDoNotChangeTheFile) {
     write("in.exr", pair());
     ASSERT_EQ(render({"--threads", "1"}).exitCode, 0);
