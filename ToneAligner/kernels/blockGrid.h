@@ -53,8 +53,8 @@ struct GridScale {
         V g = along(x, stepX);
         if (wrapWidth > 0) {
             const V width(static_cast<float>(wrapWidth));
-            g = g + width;
-            g = select(g >= width, g - width, g);  // the remainder: g lies within 0 .. 2 width
+            for (g = g + width; any(g >= width);)  // a picture may be wider than the format: the exact remainder
+                g = select(g >= width, g - width, g);
             const V whole = floor(g);
             const V next = whole + V(1.f);
             return {toInt(whole), toInt(select(next >= width, next - width, next)), g - whole};
