@@ -92,12 +92,14 @@ VT_FN V mixed(V a, V b, V share) {
     return (V(1.f) - share) * a + share * b;
 }
 
-/// The four samples around a pixel, mixed along x, then along y. Reads are clamped to the grid.
-VT_FN auto bilinear(const auto& grid, const auto& column, const auto& row, int c) {
-    const auto below =
-        mixed(grid.fetch(column.first, row.first, c), grid.fetch(column.second, row.first, c), column.share);
-    const auto above =
-        mixed(grid.fetch(column.first, row.second, c), grid.fetch(column.second, row.second, c), column.share);
+/// The four samples around a pixel, mixed along x, then along y. Places count from the grid's corner, reads are clamped.
+template <class V>
+VT_FN V bilinear(const auto& grid, const GridPlace<V>& column, const GridPlace<V>& row, int c) {
+    using I = IntOf<V>;
+    const I x0 = column.first + I(grid.left()), x1 = column.second + I(grid.left());
+    const I y0 = row.first + I(grid.bottom()), y1 = row.second + I(grid.bottom());
+    const V below = mixed(grid.fetch(x0, y0, c), grid.fetch(x1, y0, c), column.share);
+    const V above = mixed(grid.fetch(x0, y1, c), grid.fetch(x1, y1, c), column.share);
     return mixed(below, above, row.share);
 }
 
