@@ -34,9 +34,9 @@ struct WrappedBlockParams {
         p.odd = p.size % 2;                                                                 \
     }
 
-/// Calls visit(x, y) for the pixels of the block of a grid cell, row by row. A block that leaves the picture is pushed
-/// back inside.
-VT_FN void forEachOfBlock(const BlockParams& p, const auto& picture, const auto& cell, auto visit) {
+/// Calls visit(x, y) for the pixels of the block of a grid cell, and rowEnd() after each row of them. A block that
+/// leaves the picture is pushed back inside.
+VT_FN void forEachOfBlock(const BlockParams& p, const auto& picture, const auto& cell, auto visit, auto rowEnd) {
     using I = decltype(cell.column());
     const auto corner = [&](I place, int from, int to) {
         const I start = blockCorner(place, p.half, p.odd) + I(from);
@@ -45,66 +45,90 @@ VT_FN void forEachOfBlock(const BlockParams& p, const auto& picture, const auto&
     };
     const I x0 = corner(cell.column() - I(cell.left()), picture.left(), picture.right());
     const I y0 = corner(I(cell.row() - cell.bottom()), picture.bottom(), picture.top());
-    for (int j = 0; j < p.size; ++j)
+    for (int j = 0; j < p.size; ++j) {
         for (int i = 0; i < p.size; ++i)
             visit(x0 + I(i), y0 + I(j));
+        rowEnd();
+    }
 }
 /// A block that leaves the picture on the right goes on at the left.
-VT_FN void forEachOfBlock(const WrappedBlockParams& p, const auto& picture, const auto& cell, auto visit) {
+VT_FN void forEachOfBlock(const WrappedBlockParams& p, const auto& picture, const auto& cell, auto visit, auto rowEnd) {
     using I = decltype(cell.column());
     const int width = p.wrapSize[0] >= 1 ? p.wrapSize[0] : picture.right() - picture.left();
     const I x0 = blockCorner(cell.column() - I(cell.left()), p.half, p.odd);
     const I y0 = blockCorner(I(cell.row() - cell.bottom()), p.half, p.odd) + I(picture.bottom());
-    for (int j = 0; j < p.size; ++j)
+    for (int j = 0; j < p.size; ++j) {
         for (int i = 0; i < p.size; ++i) {
             I column = x0 + I(i);
             while (any(column >= I(width)))
                 column = select(column >= I(width), column - I(width), column);
             visit(column + I(picture.left()), y0 + I(j));
         }
+        rowEnd();
+    }
 }
+
+/// Weighted sums over a block. Rows are summed first, which keeps what rounding takes small.
+template <class V, int count>
+class BlockSums {
+public:
+    VT_INLINE BlockSums() {
+        for (int c = 0; c <= count; ++c)
+            row_[c] = total_[c] = V(0.f);
+    }
+    VT_INLINE void add(V weight, const V (&values)[count]) {
+        row_[count] += weight;
+        for (int c = 0; c < count; ++c)
+            row_[c] += weight * values[c];
+    }
+    VT_INLINE void endRow() {
+        for (int c = 0; c <= count; ++c) {
+            total_[c] += row_[c];
+            row_[c] = V(0.f);
+        }
+    }
+    VT_INLINE V mean(int c) const { return select(total_[count] > V(0.f), total_[c] / total_[count], V(0.f)); }
+
+private:
+    V row_[count + 1], total_[count + 1];
+};
 
 VT_FN void countOfBlock(const auto& p, auto mask, auto count) {
     auto sum = count.lane(0);
-    forEachOfBlock(p, mask, count, [&](auto x, auto y) {
-        sum += select(mask.fetch(x, y) > count.lane(0), count.lane(1), count.lane(0));
-    });
+    forEachOfBlock(
+        p, mask, count,
+        [&](auto x, auto y) { sum += select(mask.fetch(x, y) > count.lane(0), count.lane(1), count.lane(0)); }, [] {});
     count = sum;
 }
 
-template <class V, int count>
-struct WeightedSums {
-    V weight = V(0.f);
-    V of[count];
-    VT_INLINE WeightedSums() {
-        for (V& sum : of)
-            sum = V(0.f);
-    }
-    VT_INLINE V mean(int c) const { return select(weight > V(0.f), of[c] / weight, V(0.f)); }
-};
-
 VT_FN void meanOfBlock(const auto& p, auto A, auto W, auto M) {
-    WeightedSums<decltype(M.lane(0)), 3> sums;
-    forEachOfBlock(p, A, M, [&](auto x, auto y) {
-        const auto w = W.fetch(x, y);
-        sums.weight += w;
-        for (int c = 0; c < 3; ++c)
-            sums.of[c] += w * A.fetch(x, y, c);
-    });
+    using V = decltype(M.lane(0));
+    BlockSums<V, 3> sums;
+    forEachOfBlock(
+        p, A, M,
+        [&](auto x, auto y) {
+            const V values[3] = {A.fetch(x, y, 0), A.fetch(x, y, 1), A.fetch(x, y, 2)};
+            sums.add(W.fetch(x, y), values);
+        },
+        [&] { sums.endRow(); });
     for (int c = 0; c < 3; ++c)
         M.put(c, sums.mean(c));
 }
 
 VT_FN void deviationOfBlock(const auto& p, auto A, auto M, auto W, auto D) {
-    WeightedSums<decltype(D.lane(0)), 3> sums;
-    forEachOfBlock(p, A, D, [&](auto x, auto y) {
-        const auto w = W.fetch(x, y);
-        sums.weight += w;
-        for (int c = 0; c < 3; ++c) {
-            const auto d = A.fetch(x, y, c) - M(c);
-            sums.of[c] += w * (d * d);
-        }
-    });
+    using V = decltype(D.lane(0));
+    BlockSums<V, 3> sums;
+    forEachOfBlock(
+        p, A, D,
+        [&](auto x, auto y) {
+            V squares[3];
+            for (int c = 0; c < 3; ++c) {
+                const V d = A.fetch(x, y, c) - M(c);
+                squares[c] = d * d;
+            }
+            sums.add(W.fetch(x, y), squares);
+        },
+        [&] { sums.endRow(); });
     for (int c = 0; c < 3; ++c)
         D.put(c, sqrt(sums.mean(c)));
 }
