@@ -14,6 +14,10 @@ VT_FN I blockCorner(I place, int half, int odd) {
     return place * I(half) + (place >> 1) * I(odd);
 }
 
+VT_FN int smaller(int a, int b) {
+    return a < b ? a : b;
+}
+
 /// A column that went round a panorama, as one of the picture.
 VT_FN int wrappedColumn(int column, int width) {
     const int rest = column % width;
@@ -92,7 +96,8 @@ VT_FN V mixed(V a, V b, V share) {
     return (V(1.f) - share) * a + share * b;
 }
 
-/// The four samples around a pixel, mixed along x, then along y. Places count from the grid's corner, reads are clamped.
+/// The four samples around a pixel, mixed along x, then along y. Places count from the grid's corner, reads are
+/// clamped.
 template <class V>
 VT_FN V bilinear(const auto& grid, const GridPlace<V>& column, const GridPlace<V>& row, int c) {
     using I = IntOf<V>;

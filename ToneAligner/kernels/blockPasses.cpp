@@ -124,8 +124,15 @@ private:
             const ImageArgument& a = launch.images[image];
             const float* start = addressIn(a, a.x0, a.y0 + clampTo(y, 0, a.y1 - a.y0 - 1), c);
             if (inPlace) return start + from;
-            for (int i = 0; i < count; ++i)
-                copy[i] = start[clampTo(wrappedColumn(from + i, wrap), 0, a.x1 - a.x0 - 1)];
+            const int last = a.x1 - a.x0 - 1;
+            for (int i = 0; i < count;) {  // the pieces between the ends of the picture and of the format
+                const int column = wrappedColumn(from + i, wrap);
+                const int piece = smaller(wrap - column, count - i), inside = clampTo(last + 1 - column, 0, piece);
+                __builtin_memcpy(copy + i, start + column, inside * sizeof(float));
+                for (int k = inside; k < piece; ++k)
+                    copy[i + k] = start[last];
+                i += piece;
+            }
             return copy;
         }
     };
@@ -166,8 +173,11 @@ private:
             });
             for (int c = 0; c < channels; ++c) {
                 const float* v = values.row(c / 3, j, c % 3);
-                forEachRegister([&](int i)
-                                    VT_INLINE_LAMBDA { addTo<V>(sums[c] + i, load<V>(w + i, 1) * load<V>(v + i, 1)); });
+                const long nextRow = launch.images[c / 3].strideY;  // pieces of rows are too short to be foreseen
+                forEachRegister([&](int i) VT_INLINE_LAMBDA {
+                    __builtin_prefetch(v + nextRow + i);
+                    addTo<V>(sums[c] + i, load<V>(w + i, 1) * load<V>(v + i, 1));
+                });
             }
         }
         const auto segments = [&](auto f) {
@@ -382,9 +392,6 @@ struct blockApplyKernel : WholePixel<In<"S">, In<"offset", Pattern::random, Edge
                 });
         }
     }
-    VT_FN int smaller(int a, int b) {
-        return a < b ? a : b;
-    }
 };
 
 /// One block size of several: E = the picture of blockApplyKernel in RGB, merged into the result A so far. rule 0: A =
@@ -431,11 +438,11 @@ struct sampleMergeKernel : WholePixel<In<"S">, In<"offset", Pattern::random, Edg
         const ImageArgument& reference = launch.images[3];
         const ImageArgument& output = launch.images[4];
         for (int x = launch.x0; x < launch.x1; x += GridRows<V>::stripColumns) {
-            const int count = blockApplyKernel::smaller(GridRows<V>::stripColumns, launch.x1 - x);
+            const int count = smaller(GridRows<V>::stripColumns, launch.x1 - x);
             GridRows<V> grids(launch.images[1], launch.images[2], gridScaleOf(p), x - output.x0, count);
             for (int y = launch.y0; y < launch.y1; ++y)
                 grids.use(y - output.y0, [&](int i, const V(&values)[6]) VT_INLINE_LAMBDA {
-                    const int some = blockApplyKernel::smaller(LaneTraits<V>::width, count - i);
+                    const int some = smaller(LaneTraits<V>::width, count - i);
                     const auto at = [&](const ImageArgument& image, int c)
                                         VT_INLINE_LAMBDA { return loadSome<V>(addressIn(image, x + i, y, c), some); };
                     V lab[3];
