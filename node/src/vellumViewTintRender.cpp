@@ -84,9 +84,8 @@ void ViewTintPlugin::render(Fresco::Image::ImagePlane& plane, Steps& steps) {
         abortCheck(*this);
         return;
     }
-    disparity = Image();
-
     const Image target = matchWhat == 0 ? leftView : rightView;
+    leftView = rightView = disparity = Image();  // give back what was only rebuilt from
     abortCheck(*this);
     steps.report();
     Image corrected({target.box(), 4, float32}, *target.device());
