@@ -39,6 +39,7 @@ const ProgramSource segmentTransferSource(Kernels::blockPasses, "segmentTransfer
 const ProgramSource blockApplySource(Kernels::blockPasses, "blockApplyKernel");
 const ProgramSource sampleMergeSource(Kernels::blockPasses, "sampleMergeKernel");
 
+/// For one use: every allocation may move managed pictures to another device, from which a copy of the handle stays.
 Image atOrigin(const Image& image) {
     return image.translate({-image.box().x0, -image.box().y0});
 }
@@ -65,12 +66,14 @@ void transferInSteps(const BlockKernels& kernels, const BlockPictures& pictures,
     const BufferManagedImage sourceMean(kernels.bufferManager, info), targetMean(kernels.bufferManager, info);
     const BufferManagedImage sourceDeviation(kernels.bufferManager, info), targetDeviation(kernels.bufferManager, info);
     Image& count = grids.count.image();
-    kernels.countBlocks(pictures.valid, count, size);
+    const Image source = atOrigin(pictures.source), target = atOrigin(pictures.target),
+                valid = atOrigin(pictures.valid);
+    kernels.countBlocks(valid, count, size);
     Common::threshold(count, count, leastCount(size), true, kernels.kernelFlags);
-    kernels.meanBlocks(pictures.source, pictures.valid, sourceMean.image(), size);
-    kernels.meanBlocks(pictures.target, pictures.valid, targetMean.image(), size);
-    kernels.deviationBlocks(pictures.source, sourceMean.image(), pictures.valid, sourceDeviation.image(), size);
-    kernels.deviationBlocks(pictures.target, targetMean.image(), pictures.valid, targetDeviation.image(), size);
+    kernels.meanBlocks(source, valid, sourceMean.image(), size);
+    kernels.meanBlocks(target, valid, targetMean.image(), size);
+    kernels.deviationBlocks(source, sourceMean.image(), valid, sourceDeviation.image(), size);
+    kernels.deviationBlocks(target, targetMean.image(), valid, targetDeviation.image(), size);
     kernels.blockTransfer(sourceMean.image(), sourceDeviation.image(), targetMean.image(), targetDeviation.image(),
                           grids.offset.image(), grids.gain.image());
     Common::fillWhereMask(grids.offset.image(), count, {0, 0, 0, 0}, true);
@@ -85,9 +88,11 @@ void transferBySegments(const BlockKernels& kernels, const BlockPictures& pictur
     const BufferManagedImage targetMean(kernels.bufferManager, Info{segments, 3});
     const BufferManagedImage sourceSquares(kernels.bufferManager, Info{segments, 3});
     const BufferManagedImage targetSquares(kernels.bufferManager, Info{segments, 3});
+    const Image source = atOrigin(pictures.source), target = atOrigin(pictures.target),
+                valid = atOrigin(pictures.valid);
     runKernel(blockSegmentsSource,
-              {&pictures.source, &pictures.target, &pictures.valid, &counts.image(), &sourceMean.image(),
-               &targetMean.image(), &sourceSquares.image(), &targetSquares.image()},
+              {&source, &target, &valid, &counts.image(), &sourceMean.image(), &targetMean.image(),
+               &sourceSquares.image(), &targetSquares.image()},
               kernels.kernelFlags, {}, Scalar{"size", size}, Scalar{"wrapWidth", kernels.wrapSize[0]});
     runKernel(segmentTransferSource,
               {&counts.image(), &sourceMean.image(), &targetMean.image(), &sourceSquares.image(),
@@ -177,41 +182,42 @@ void BlockKernels::applyGainOffset(const Image& source, const Image& offset, con
     runKernel(gainOffsetApplySource, {&source, &offset, &gain, &result}, kernelFlags, {});
 }
 
-void matchBlocks(const BlockKernels& kernels, const BlockPictures& given, Image& result, int size,
+void matchBlocks(const BlockKernels& kernels, const BlockPictures& pictures, Image& result, int size,
                  bool fillEmptyBlocks) {
-    check(given, result, size);
-    const Image source = atOrigin(given.source), target = atOrigin(given.target), valid = atOrigin(given.valid);
-    Image output = atOrigin(result);
-    Grids grids(kernels, BlockKernels::gridOf(source.box(), size));
-    transfer(kernels, {source, target, valid}, grids, size, fillEmptyBlocks);
+    check(pictures, result, size);
+    Grids grids(kernels, BlockKernels::gridOf(result.box(), size));
+    transfer(kernels, pictures, grids, size, fillEmptyBlocks);
     if (fuses(kernels)) {
+        const Image source = atOrigin(pictures.source);
+        Image output = atOrigin(result);
         runKernel(blockApplySource, {&source, &grids.offset.image(), &grids.gain.image(), &output}, kernels.kernelFlags,
                   {}, Scalar{"wrapSize", kernels.wrapSize});
         return;
     }
-    const BufferManagedImage offset(kernels.bufferManager, Info{source.box(), 3});
-    const BufferManagedImage gain(kernels.bufferManager, Info{source.box(), 3});
+    const Box box{0, 0, result.box().width(), result.box().height()};
+    const BufferManagedImage offset(kernels.bufferManager, Info{box, 3});
+    const BufferManagedImage gain(kernels.bufferManager, Info{box, 3});
     kernels.upsample(grids.offset.image(), offset.image());
     kernels.upsample(grids.gain.image(), gain.image());
-    kernels.applyGainOffset(source, offset.image(), gain.image(), output);
+    Image output = atOrigin(result);
+    kernels.applyGainOffset(atOrigin(pictures.source), offset.image(), gain.image(), output);
 }
 
-void matchAndMerge(const BlockKernels& kernels, const BlockPictures& given, const Image& reference, MergeRule rule,
+void matchAndMerge(const BlockKernels& kernels, const BlockPictures& pictures, const Image& reference, MergeRule rule,
                    Image& result, int size, bool fillEmptyBlocks) {
     if (fuses(kernels)) {
-        check(given, result, size);
-        const Image source = atOrigin(given.source), target = atOrigin(given.target), valid = atOrigin(given.valid);
-        const Image compared = atOrigin(reference);
+        check(pictures, result, size);
+        Grids grids(kernels, BlockKernels::gridOf(result.box(), size));
+        transfer(kernels, pictures, grids, size, fillEmptyBlocks);
+        const Image source = atOrigin(pictures.source), compared = atOrigin(reference);
         Image output = atOrigin(result);
-        Grids grids(kernels, BlockKernels::gridOf(source.box(), size));
-        transfer(kernels, {source, target, valid}, grids, size, fillEmptyBlocks);
         runKernel(sampleMergeSource, {&source, &grids.offset.image(), &grids.gain.image(), &compared, &output},
                   kernels.kernelFlags, {}, Scalar{"wrapSize", kernels.wrapSize}, Scalar{"rule", static_cast<int>(rule)},
                   Scalar{"matrix", Common::xyzToRgbMatrix});
         return;
     }
     const BufferManagedImage sample(kernels.bufferManager, result.info());
-    matchBlocks(kernels, given, sample.image(), size, fillEmptyBlocks);
+    matchBlocks(kernels, pictures, sample.image(), size, fillEmptyBlocks);
     Common::labToRgb(sample.image(), sample.image(), kernels.kernelFlags);
     mergeSample(sample.image(), reference, rule, result, kernels.kernelFlags);
 }

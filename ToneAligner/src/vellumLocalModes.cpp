@@ -163,7 +163,8 @@ void ToneAligner::LocalRun::match() {
 
 /// The refill takes the Lab picture of one block size for RGB and converts it once more.
 void ToneAligner::LocalRun::matchOneSize(const BlockPictures& pictures) {
-    Tone::matchBlocks(aligner_.blockKernels(), pictures, corrected_.image(), settings_.blockSize, settings_.fillEmptyBlocks);
+    Tone::matchBlocks(aligner_.blockKernels(), pictures, corrected_.image(), settings_.blockSize,
+                      settings_.fillEmptyBlocks);
     show("C", corrected_.image());
 }
 
