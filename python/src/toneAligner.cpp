@@ -122,12 +122,10 @@ public:
         requireColour("source", source);
         requireColour("corrected", corrected);
         requireSameBox("corrected", corrected, "source", source);
-        return run([&](Aligner& aligner) {
-            Image view = copied(source);
-            Image limited = copied(corrected);
-            aligner.limitCorrection(view, limited);
-            return limited;
-        });
+        Image view = copied(source);
+        Image limited = copied(corrected);
+        run([&](Aligner& aligner) { aligner.limitCorrection(view, limited); });
+        return limited;
     }
 
     std::vector<int> sampleBlockSizes() const {
