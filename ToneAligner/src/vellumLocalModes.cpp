@@ -1,5 +1,6 @@
 // "Local Matching": a gain and an offset of its own for every pixel.
 #include <cmath>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -14,8 +15,9 @@
 #include "vellumViews.h"
 
 namespace Vellum::Kernels {
+extern const Family brokenPixels;
 extern const Family localEnding;
-}
+}  // namespace Vellum::Kernels
 
 namespace Vellum::Tone {
 
@@ -30,6 +32,8 @@ using Vellum::Image::Image;
 using Vellum::Image::Info;
 using Settings = ToneAligner::Settings;
 
+const ProgramSource brokenPixelsSource(Kernels::brokenPixels, "brokenPixelsKernel");
+const ProgramSource wholePixelsSource(Kernels::brokenPixels, "wholePixelsKernel");
 const ProgramSource localEndingSource(Kernels::localEnding, "localEndingKernel");
 
 /// Each channel is guided by its own.
@@ -121,7 +125,12 @@ private:
         if (aligner_.checkpoint_) aligner_.checkpoint_();
     }
 
+    /// The views in RGB, without pixels that are no colours.
+    const Image& source() const { return wholeSource_ ? wholeSource_->image() : views_.source.image(); }
+    const Image& rebuilt() const { return wholeRebuilt_ ? wholeRebuilt_->image() : views_.rebuilt.image(); }
+
     void match();
+    void leaveOutBrokenPixels(Image& valid);
     void separateNoise(Image& rebuilt);
     void matchOneSize(const BlockPictures& pictures);
     void matchSeveralSizes(const BlockPictures& pictures);
@@ -140,6 +149,7 @@ private:
     BufferManagedImage sourceLab_;  ///< the same in Lab; from limit() on the source view itself
     BufferManagedImage corrected_;  ///< in Lab from match() to fill(), in RGB to limit(), then in Lab
     BufferManagedImage fillMask_;
+    std::optional<BufferManagedImage> wholeSource_, wholeRebuilt_;
 };
 
 void ToneAligner::LocalRun::match() {
@@ -148,6 +158,7 @@ void ToneAligner::LocalRun::match() {
     {
         const Stage stage("valid pixels");
         validPixels(views_.mask.image(), views_.occlusion.image(), views_.edges.image(), valid.image(), flags_);
+        leaveOutBrokenPixels(valid.image());
         show("V", valid.image());
     }
     checkpoint();
@@ -159,6 +170,20 @@ void ToneAligner::LocalRun::match() {
         matchSeveralSizes(pictures);
     else
         matchOneSize(pictures);
+}
+
+/// Means over windows, blocks and the whole picture would carry one NaN everywhere.
+void ToneAligner::LocalRun::leaveOutBrokenPixels(Image& valid) {
+    float broken = 0;
+    Compute::runKernelThen(brokenPixelsSource, {&views_.source.image(), &views_.rebuilt.image(), &valid}, flags_, {},
+                           [&](auto& context) { broken = context.template get<float>({"broken"}); });
+    if (broken == 0) return;
+    const auto whole = [&](std::optional<BufferManagedImage>& made, const BufferManagedImage& view) {
+        made.emplace(manager_, denoised_.image().info());
+        Compute::runKernel(wholePixelsSource, {&view.image(), &made->image()}, flags_, {});
+    };
+    whole(wholeSource_, views_.source);
+    whole(wholeRebuilt_, views_.rebuilt);
 }
 
 /// The refill takes the Lab picture of one block size for RGB and converts it once more.
@@ -176,7 +201,7 @@ void ToneAligner::LocalRun::matchSeveralSizes(const BlockPictures& pictures) {
             mergeSizes(pictures, denoised_.image(), MergeRule::first, MergeRule::closer);
             break;
         case closest:
-            mergeSizes(pictures, views_.rebuilt.image(), MergeRule::first, MergeRule::closer);
+            mergeSizes(pictures, rebuilt(), MergeRule::first, MergeRule::closer);
             break;
         case average:
             mergeSizes(pictures, denoised_.image(), MergeRule::add, MergeRule::add);
@@ -216,13 +241,13 @@ void ToneAligner::LocalRun::mergeSizes(const BlockPictures& pictures, const Imag
 void ToneAligner::LocalRun::separateNoise(Image& rebuiltLab) {
     const Stage stage("noise");
     GuidedFilter::GuidedFilter filter(manager_, noiseRadius, noiseEpsilon(settings_.noiseLevel), perChannel, flags_);
-    filter.apply(views_.source.image(), views_.source.image(), denoised_.image());
-    filter.apply(views_.rebuilt.image(), views_.rebuilt.image(), rebuiltLab);
+    filter.apply(source(), source(), denoised_.image());
+    filter.apply(rebuilt(), rebuilt(), rebuiltLab);
     show("N", denoised_.image());
     show("T", rebuiltLab);
     if (aligner_.observer_) {
         const BufferManagedImage noise(manager_, denoised_.image().info());
-        Common::copy(views_.source.image(), noise.image());
+        Common::copy(source(), noise.image());
         Common::subtract(noise.image(), denoised_.image(), noise.image());
         show("noise", noise.image());
     }
@@ -241,8 +266,7 @@ void ToneAligner::LocalRun::fill() {
         return;
     }
     Common::rgbToLab(corrected, corrected, flags_);
-    aligner_.buildFillMask(views_.source.image(), views_.rebuilt.image(), views_.occlusion.image(),
-                           views_.edges.image(), fillMask_.image());
+    aligner_.buildFillMask(source(), rebuilt(), views_.occlusion.image(), views_.edges.image(), fillMask_.image());
     show("O", fillMask_.image());
     const BufferManagedImage refilled(manager_, corrected_.image().info());
     aligner_.refill(corrected_.image(), sourceLab_.image(), fillMask_.image(), refilled.image());
@@ -253,7 +277,7 @@ void ToneAligner::LocalRun::fill() {
 void ToneAligner::LocalRun::limit() {
     checkpoint();
     const Stage stage("limit");
-    Common::copy(views_.source.image(), sourceLab_.image());
+    Common::copy(source(), sourceLab_.image());
     Tone::limitCorrection(manager_, sourceLab_.image(), corrected_.image(), aligner_.gaussianWindow_,
                           settings_.correctionLimit, flags_, aligner_.observer_);
     show("limited", corrected_.image());

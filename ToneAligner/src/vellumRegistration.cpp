@@ -4,6 +4,7 @@
 namespace Vellum::Kernels {
 extern const Family blockPasses;
 extern const Family blocks;
+extern const Family brokenPixels;
 extern const Family correctionLimit;
 extern const Family globalMatch;
 extern const Family localEnding;
@@ -14,7 +15,7 @@ namespace Vellum::Tone {
 
 void registerKernels() {
     using namespace Vellum::Kernels;
-    registerFamilies({&blockPasses, &blocks, &correctionLimit, &globalMatch, &localEnding, &occlusions});
+    registerFamilies({&blockPasses, &blocks, &brokenPixels, &correctionLimit, &globalMatch, &localEnding, &occlusions});
 }
 
 }  // namespace Vellum::Tone

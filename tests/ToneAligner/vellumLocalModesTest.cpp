@@ -207,6 +207,24 @@ TEST_P(LocalModes, theMaskOfTheRefillGoesToAlphaWhenAsked) {
     EXPECT_EQ(none.at(33, 40, 3), 0) << "nothing is refilled";
 }
 
+TEST_P(LocalModes, brokenPixelsStayInTheirPlaces) {
+    const Pixels clean = local().run();
+    const float values[] = {std::numeric_limits<float>::quiet_NaN(), std::numeric_limits<float>::infinity(), -1e30f};
+    for (const bool inSource : {true, false})
+        for (const float value : values) {
+            Local match = local();
+            (inSource ? match.source : match.rebuilt).at(10, 20, 1) = value;
+            const Pixels result = match.run();
+            result.forEach([&](int x, int y, int c) {
+                if (inSource && x == 10 && y == 20)
+                    EXPECT_TRUE(c != 1 || !(std::abs(result.at(x, y, c)) < 1e20f)) << "it is as it came";
+                else
+                    ASSERT_TRUE(std::isfinite(result.at(x, y, c))) << x << ' ' << y << ' ' << value;
+            });
+            EXPECT_LT(std::abs(result.at(70, 40, 0) - clean.at(70, 40, 0)), 0.02f);
+        }
+}
+
 TEST_P(LocalModes, showItsStages) {
     Local match = local();
     Stages stages;
