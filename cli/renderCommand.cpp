@@ -5,6 +5,7 @@
 #include <memory>
 #include <optional>
 #include <regex>
+#include <span>
 #include <string>
 #include <utility>
 #include <vector>
@@ -135,6 +136,23 @@ std::string explain(const std::string& sentence, const RenderOptions& options, c
     return text;
 }
 
+/// The node is defined to convert the picture of one block size to Lab twice where it refills occlusions.
+void warnOfFalseColours(const Host::ControlValues& controls, std::span<const std::string> views) {
+    const auto given = controls.resolve(views);
+    const auto value = [&](const char* name) {
+        for (const auto& one : given)
+            if (one.name == name) return one.number;
+        for (const KnobDeclaration& knob : controls.declarations())
+            if (knob.name == name) return knob.defaultValue;
+        return 0.0;
+    };
+    constexpr double basic = 0, none = 2;
+    if (value("matchingMode") != basic && value("samples") == 1 && value("occlusionCorrection") != none)
+        fmt::print(stderr,
+                   "viewtint: one block size together with refilled occlusions gives false colours; choose --samples 2 "
+                   "or more, or --occlusionCorrection None.\n");
+}
+
 int render(RenderOptions& options) {
     const auto start = std::chrono::steady_clock::now();
     std::optional<StageTable> stages;
@@ -156,6 +174,8 @@ int render(RenderOptions& options) {
                 node->stageObserver = [&](const char* name, const auto& picture) { stageFiles->write(name, picture); };
         };
     }
+    const std::vector<std::string> views = picture->views();
+    warnOfFalseColours(options.controls, views);
     Host::RenderJob job(source, std::move(options.controls), rolesOf(options), services);
     if (options.mask) job.setMask(std::make_shared<Host::MultiViewFile>(Host::MultiViewFile::open(*options.mask)));
     try {

@@ -182,7 +182,11 @@ TEST_F(Render, LocalMatchingCorrectsWhatBasicCannotAndShowsItsStages) {
     EXPECT_EQ(changed(), colours);
     const double local = difference();
     EXPECT_LT(local, 0.5 * basic);
+    const std::string hint = "choose --samples 2 or more, or --occlusionCorrection None.\n";
+    EXPECT_NE(renderLocal({"--samples", "1"}).errors.find(hint), std::string::npos);
+    EXPECT_EQ(renderLocal({"--samples", "1", "--occlusionCorrection", "None"}).errors.find(hint), std::string::npos);
     const Outcome outcome = renderLocal({"--samples", "2", "--write-stages", "new/stages"});
+    EXPECT_EQ(outcome.errors.find(hint), std::string::npos);
     ASSERT_EQ(outcome.exitCode, 0) << outcome.errors;
     for (const char* stage :
          {"V", "N", "T", "noise", "E0", "E1", "merged", "O", "delta", "refilled", "average", "limited", "smoothed"}) {
@@ -278,6 +282,17 @@ TEST_F(Render, BrokenPixelsStayInTheirPlaces) {
             ASSERT_EQ(std::isfinite(corrected[i]), i != 100 && i != 200) << channel << ' ' << i;
     }
     EXPECT_LT(betweenViews("out.exr"), 0.1 * betweenViews("in.exr"));
+
+    // "Local Matching" changes each component by itself at the end, and finds such pixels without being told.
+    for (const std::size_t place : {100, 200, 300, 400})
+        plane(views[0], "mask_occlusion.alpha")[place] = 0.0f;
+    write("in.exr", views);
+    ASSERT_EQ(run({"render", "in.exr", "-o", "out.exr"}).exitCode, 0);
+    const Plane red = values("out.exr", "left", "R"), green = values("out.exr", "left", "G");
+    for (std::size_t i = 0; i < red.size(); ++i) {
+        ASSERT_EQ(std::isfinite(red[i]), i != 100) << i;
+        ASSERT_EQ(std::isfinite(green[i]), i != 200) << i;
+    }
 }
 
 TEST_F(Render, AnInterruptionLeavesNothing) {
