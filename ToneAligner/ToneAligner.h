@@ -116,7 +116,8 @@ public:
     using StageObserver = std::function<void(const char* name, const Image& picture)>;
     void setStageObserver(StageObserver observer) { observer_ = std::move(observer); }
 
-    /// On the CPU several kernels are run as one pass. Off: the plain sequence of kernels, which gives the same bits.
+    /// Several kernels are run as one pass. Off: the plain sequence of kernels, which gives the same bits in "Basic" and
+    /// the same to rounding in the local modes.
     void setFusedPasses(bool fused) { fusedPasses_ = fused; }
 
 private:

@@ -351,6 +351,19 @@ VT_FN GridScale gridScaleOf(const auto& p) {
     return {p.stepX, p.stepY, wraps ? p.wrapSize[0] : 0, wraps ? p.wrapSize[1] : 0};
 }
 
+/// Calls correct(x, y, some, offsets and gains) for registers of `some` pixels of a launch over a picture at (x0, y0).
+template <class V>
+VT_FN void forEachRegister(const Launch& launch, const ImageArgument& output, const GridScale& scale, auto correct) {
+    for (int x = launch.x0; x < launch.x1; x += GridRows<V>::stripColumns) {
+        const int count = smaller(GridRows<V>::stripColumns, launch.x1 - x);
+        GridRows<V> grids(launch.images[1], launch.images[2], scale, x - output.x0, count);
+        for (int y = launch.y0; y < launch.y1; ++y)
+            grids.use(y - output.y0, [&](int i, const V(&values)[6]) VT_INLINE_LAMBDA {
+                correct(x + i, y, smaller(LaneTraits<V>::width, count - i), values);
+            });
+    }
+}
+
 /// O = S with gain and offset of the grids, upsampled to the picture, as by bilinearUpsample(Wrap)Kernel and
 /// gainOffsetApplyKernel. Without a wrapSize of at least 1 by 1 the picture's ends are ends.
 struct blockApplyKernel : WholePixel<In<"S">, In<"offset", Pattern::random, EdgeMethod::clamped>,
@@ -378,19 +391,14 @@ struct blockApplyKernel : WholePixel<In<"S">, In<"offset", Pattern::random, Edge
     static void hostForm(const Launch& launch) {
         const Params p = *static_cast<const Params*>(launch.parameters);
         const ImageArgument& output = launch.images[3];
-        for (int x = launch.x0; x < launch.x1; x += GridRows<V>::stripColumns) {
-            const int count = smaller(GridRows<V>::stripColumns, launch.x1 - x);
-            GridRows<V> grids(launch.images[1], launch.images[2], gridScaleOf(p), x - output.x0, count);
-            for (int y = launch.y0; y < launch.y1; ++y)
-                grids.use(y - output.y0, [&](int i, const V(&values)[6]) VT_INLINE_LAMBDA {
-                    const int some = smaller(LaneTraits<V>::width, count - i);
+        forEachRegister<V>(
+            launch, output, gridScaleOf(p), [&](int x, int y, int some, const V(&values)[6]) VT_INLINE_LAMBDA {
 #pragma GCC unroll 3
-                    for (int c = 0; c < 3; ++c) {
-                        const V value = loadSome<V>(addressIn(launch.images[0], x + i, y, c), some);
-                        storeSome(correctedBy(value, values[c + 3], values[c]), addressIn(output, x + i, y, c), some);
-                    }
-                });
-        }
+                for (int c = 0; c < 3; ++c) {
+                    const V value = loadSome<V>(addressIn(launch.images[0], x, y, c), some);
+                    storeSome(correctedBy(value, values[c + 3], values[c]), addressIn(output, x, y, c), some);
+                }
+            });
     }
 };
 
@@ -437,27 +445,22 @@ struct sampleMergeKernel : WholePixel<In<"S">, In<"offset", Pattern::random, Edg
         const ImageArgument& source = launch.images[0];
         const ImageArgument& reference = launch.images[3];
         const ImageArgument& output = launch.images[4];
-        for (int x = launch.x0; x < launch.x1; x += GridRows<V>::stripColumns) {
-            const int count = smaller(GridRows<V>::stripColumns, launch.x1 - x);
-            GridRows<V> grids(launch.images[1], launch.images[2], gridScaleOf(p), x - output.x0, count);
-            for (int y = launch.y0; y < launch.y1; ++y)
-                grids.use(y - output.y0, [&](int i, const V(&values)[6]) VT_INLINE_LAMBDA {
-                    const int some = smaller(LaneTraits<V>::width, count - i);
-                    const auto at = [&](const ImageArgument& image, int c)
-                                        VT_INLINE_LAMBDA { return loadSome<V>(addressIn(image, x + i, y, c), some); };
-                    V lab[3];
+        forEachRegister<V>(
+            launch, output, gridScaleOf(p), [&](int x, int y, int some, const V(&values)[6]) VT_INLINE_LAMBDA {
+                const auto at = [&](const ImageArgument& image, int c)
+                                    VT_INLINE_LAMBDA { return loadSome<V>(addressIn(image, x, y, c), some); };
+                V lab[3];
 #pragma GCC unroll 3
-                    for (int c = 0; c < 3; ++c)
-                        lab[c] = correctedBy(at(source, c), values[c + 3], values[c]);
-                    const auto xyz = xyzOfLab(lab[0], lab[1], lab[2], labKnee);
-                    const auto rgb = multiplyMatrix(p.matrix, xyz.a, xyz.b, xyz.c);
-                    const V sample[3] = {rgb.a, rgb.b, rgb.c};
+                for (int c = 0; c < 3; ++c)
+                    lab[c] = correctedBy(at(source, c), values[c + 3], values[c]);
+                const auto xyz = xyzOfLab(lab[0], lab[1], lab[2], labKnee);
+                const auto rgb = multiplyMatrix(p.matrix, xyz.a, xyz.b, xyz.c);
+                const V sample[3] = {rgb.a, rgb.b, rgb.c};
 #pragma GCC unroll 3
-                    for (int c = 0; c < 3; ++c)
-                        storeSome(merged(p.rule, sample[c], at(output, c), at(reference, c)),
-                                  addressIn(output, x + i, y, c), some);
-                });
-        }
+                for (int c = 0; c < 3; ++c)
+                    storeSome(merged(p.rule, sample[c], at(output, c), at(reference, c)), addressIn(output, x, y, c),
+                              some);
+            });
     }
 };
 

@@ -199,15 +199,6 @@ struct Match {
     }
 };
 
-double distance(const Pixels& a, const Pixels& b) {
-    double worst = 0;
-    a.forEach([&](int x, int y, int c) {
-        const double d = std::abs(double{a.at(x, y, c)} - b.at(x, y, c));
-        worst = std::isnan(d) ? std::numeric_limits<double>::infinity() : std::max(worst, d);
-    });
-    return worst;
-}
-
 class BlockMatch : public testing::Test {
 protected:
     static void SetUpTestSuite() { Vellum::Tone::registerKernels(); }
@@ -226,9 +217,9 @@ TEST_F(BlockMatch, isTheDefinition) {
                 const Pixels expected = match.expected();
                 // A block of 2 by 2 may hold two pixels that are nearly alike: their deviation divides.
                 const double tolerance = size == 2 ? 2e-4 : 3e-6;
-                EXPECT_LT(distance(expected, match.run()), tolerance);
+                EXPECT_LT(largestDifference(expected, match.run()), tolerance);
                 match.fused = false;
-                EXPECT_LT(distance(expected, match.run()), tolerance);
+                EXPECT_LT(largestDifference(expected, match.run()), tolerance);
             }
 }
 
@@ -237,7 +228,8 @@ TEST_F(BlockMatch, ofPicturesOfAnySize) {
         for (const int size : {2, 7, 30}) {
             Match match;
             match.frame = frame, match.size = size, match.hole = {};
-            EXPECT_LT(distance(match.expected(), match.run()), size == 2 ? 2e-4 : 6e-6) << toString(frame) << size;
+            EXPECT_LT(largestDifference(match.expected(), match.run()), size == 2 ? 2e-4 : 6e-6)
+                << toString(frame) << size;
         }
 }
 
@@ -263,7 +255,7 @@ TEST_F(BlockMatch, withoutAnyPixelThatCounts) {
     match.fill = false;
     EXPECT_EQ(firstDifference(match.source(), match.run()), "") << "gain 1 and offset 0 everywhere";
     match.fill = true;
-    EXPECT_LT(distance(match.expected(), match.run()), 1e-6) << "there is nothing to fill from";
+    EXPECT_LT(largestDifference(match.expected(), match.run()), 1e-6) << "there is nothing to fill from";
 }
 
 TEST_F(BlockMatch, aBlockNeedsAQuarterOfItsPixels) {

@@ -131,11 +131,7 @@ struct Match {
 };
 
 void expectNear(const Pixels& expected, const Pixels& actual, double tolerance) {
-    double worst = 0;
-    expected.forEach([&](int x, int y, int c) {
-        worst = std::max(worst, std::abs(double{expected.at(x, y, c)} - actual.at(x, y, c)));
-    });
-    EXPECT_LE(worst, tolerance);
+    EXPECT_LE(largestDifference(expected, actual), tolerance);
 }
 
 }  // namespace

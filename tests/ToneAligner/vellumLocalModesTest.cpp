@@ -90,15 +90,6 @@ struct Local {
     }
 };
 
-double distance(const Pixels& a, const Pixels& b) {
-    double worst = 0;
-    a.forEach([&](int x, int y, int c) {
-        const double d = std::abs(double{a.at(x, y, c)} - b.at(x, y, c));
-        worst = std::isnan(d) ? std::numeric_limits<double>::infinity() : std::max(worst, d);
-    });
-    return worst;
-}
-
 double meanDistance(const Pixels& a, const Pixels& b) {
     double sum = 0;
     a.forEach([&](int x, int y, int c) {
@@ -143,16 +134,16 @@ TEST_P(LocalModes, passesStepsObserversThreadsAndDevicesAgree) {
         match.fused = true;
         const Pixels expected = match.run();
         Stages stages;
-        EXPECT_LT(distance(expected, match.run(&stages)), 2e-5) << type;
+        EXPECT_LT(largestDifference(expected, match.run(&stages)), 2e-5) << type;
         for (const int threads : {1, 3}) {
             const ThreadScope scope(Vellum::Parallel::MakeThreader(threads));
             EXPECT_EQ(firstDifference(expected, match.run()), "");
         }
         match.fused = false;
-        EXPECT_LT(distance(expected, match.run()), 2e-5) << type;
+        EXPECT_LT(largestDifference(expected, match.run()), 2e-5) << type;
     }
     const SoftwareContext gpu;
-    EXPECT_LT(distance(match.run(), match.run(nullptr, gpu.device())), 2e-5);
+    EXPECT_LT(largestDifference(match.run(), match.run(nullptr, gpu.device())), 2e-5);
     EXPECT_GT(gpu.device().count(SoftwareDevice::Operation::launch), 50);
     EXPECT_EQ(gpu.device().bytesInUse(), 0u);
     EXPECT_TRUE(gpu.device().gapsIntact());
