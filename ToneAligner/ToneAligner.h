@@ -1,6 +1,9 @@
 #pragma once
 
 #include <array>
+#include <functional>
+#include <utility>
+#include <vector>
 
 #include "compute/BufferManagement/BufferManager.h"
 
@@ -8,6 +11,8 @@ namespace Vellum::Tone {
 
 /// Enters this library's kernels into the catalogue.
 void registerKernels();
+
+class BlockKernels;
 
 /// result = 1 where the disparity of the view to correct (2 components, in pixels) jumps by more than a pixel between
 /// the neighbours of a pixel, else 0. `scale` multiplies the disparity. Without `thin` the marks are as wide as the
@@ -82,18 +87,47 @@ public:
     void process(const Image& sourceView, const Image& rebuiltView, const Image& userMask, const Image& occlusion,
                  const Image& disparityEdges, Image& output);
 
-    /// Keeps the lightness that `corrected` changes in `source` within the correction limit of its mean over a wide
-    /// Gaussian window. RGB pictures of 3 or 4 components over one box, which the buffer manager holds. Writes
-    /// `corrected`; `source` comes back with the rounding of a way to Lab and back. A fourth component stays.
+    // ---- steps of the local modes, each usable by itself; all images on the manager's current device
+
+    /// The block sizes of mode 3, in their order.
+    std::vector<int> sampleBlockSizes() const;
+    /// Lab pictures of 3 components; `valid` has one, 1 at pixels that take part. `result` is `source` with the mean
+    /// and deviation of the blocks around each pixel taken to those of `target`.
+    void matchBlocks(const Image& source, const Image& target, const Image& valid, Image& result, int blockSize);
+    /// `mask` of one component: 1 where a pixel is to be refilled. Views in linear RGB.
+    void buildFillMask(const Image& sourceView, const Image& rebuiltView, const Image& occlusion,
+                       const Image& disparityEdges, Image& mask);
+    /// Lab pictures of 3 components: `refilled` is `source` plus the correction, which under the mask is the average of
+    /// that of nearby pixels of like colour outside it.
+    void refill(const Image& corrected, const Image& source, const Image& mask, Image& refilled);
+    /// Pictures of 3 or 4 components in linear RGB. Keeps the change of L within the limit of its average in a wide
+    /// surrounding. Changes `corrected`; `source` comes back with the rounding of its way to Lab and back.
     void limitCorrection(Image& source, Image& corrected);
 
-    /// On the CPU several kernels are run as one pass. Off: the plain sequence of kernels, which gives the same bits.
+    /// Called between the stages of the local modes. What it throws ends the call.
+    void setCheckpoint(std::function<void()> checkpoint) { checkpoint_ = std::move(checkpoint); }
+
+    /// Shown the intermediate pictures of the local modes by name, each once it is made:
+    /// "V" the pixels that take part in the statistics, "N" and "T" the view to correct and the rebuilt view without
+    /// noise, "noise" what was taken off the former, "C" the matched picture in Lab of mode 2, "E0" .. the pictures of
+    /// the block sizes of mode 3 and "merged" what became of them, "O" the mask of pixels to refill, "delta" the
+    /// correction in Lab before and "refilled" the picture in Lab after the refill, "average" the mean change of L
+    /// around a pixel, "limited" and "smoothed" the picture in Lab after limiting and smoothing. RGB unless said.
+    using StageObserver = std::function<void(const char* name, const Image& picture)>;
+    void setStageObserver(StageObserver observer) { observer_ = std::move(observer); }
+
+    /// Several kernels are run as one pass. Off: the plain sequence of kernels, which gives the same bits in "Basic" and
+    /// the same to rounding in the local modes.
     void setFusedPasses(bool fused) { fusedPasses_ = fused; }
 
 private:
     struct Views;
     void processBasic(const Views& views, const Utils::BufferManagement::BufferManagedImage& output);
     void processBasicFused(const Views& views, Image& output);
+    class LocalRun;
+    BlockKernels blockKernels() const;
+    void processLocal(const Views& views, Image& output);
+    void show(const char* name, const Image& picture) const;
     void blendByMask(const Views& views, Image& output);
 
     BufferManager& bufferManager_;
@@ -101,6 +135,8 @@ private:
     Image gaussianWindow_;
     Settings settings_;
     bool fusedPasses_ = true;
+    std::function<void()> checkpoint_;
+    StageObserver observer_;
 };
 
 }  // namespace Vellum::Tone

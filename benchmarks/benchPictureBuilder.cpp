@@ -1,55 +1,22 @@
 // The other view rebuilt at 1080p: the warp beside OpenCV's, and the whole with 5 per cent of hole.
-#include <cmath>
-#include <random>
-
 #include "Common/Common.h"
 #include "PictureBuilder/PictureBuilder.h"
 #include "benchmarks/Peer.h"
+#include "benchmarks/StereoScene.h"
 #include "compute/HostDevice.h"
 
 namespace ViewTint::Benchmarks {
 
 namespace {
 
-using Vellum::Image::Image;
 using Vellum::PictureBuilder::PictureBuilder;
 using Vellum::PictureBuilder::WarpFilter;
 using Vellum::Utils::BufferManagement::BufferManager;
 
-constexpr Vellum::Image::Box frame{0, 0, width, height};
-
-Image makeImage(std::uint32_t components, const Vellum::Image::LayoutSpec& layout = Vellum::Image::ordinaryLayout) {
-    return Image({frame, components, Vellum::Pixel::DataEnum::float32}, Vellum::Compute::Host::hostDevice(), layout);
-}
-
-/// Calls set(x, y, c, value) for every value of an image.
-template <class Value>
-void fill(Image& image, Value&& value) {
-    const auto& layout = image.tile().layout;
-    for (std::uint32_t c = 0; c < image.components(); ++c)
-        for (int y = 0; y < height; ++y)
-            for (int x = 0; x < width; ++x)
-                image.data()[x * layout.x.elements + y * layout.y.elements + c * layout.component.elements] =
-                    value(x, y, static_cast<int>(c));
-}
-
-void fillRandomly(Image& image) {
-    std::minstd_rand random(1);
-    std::uniform_real_distribution<float> value(0.01f, 0.9f);
-    fill(image, [&](int, int, int) { return value(random); });
-}
-
-/// A wall that sways, and before it posts whose sides open holes over 5 per cent of the picture.
-float disparity(int x, int y, int axis) {
-    if (axis == 1) return 0.3f * std::sin(static_cast<float>(y) * 0.1f);
-    const bool post = x % 400 >= 100 && x % 400 < 200 && y > 40;
-    return (post ? -35.0f : -20.0f) -
-           5 * std::sin(static_cast<float>(x) * 0.01f) * std::cos(static_cast<float>(y) * 0.013f);
-}
-
 /// The samples of one warp, coded already.
 void warp(benchmark::State& state) {
-    Image coded = makeImage(4, WarpFilter::codedLayout), displacement = makeImage(2), output = makeImage(4);
+    Image coded = makeImage(4, {0, 0, width, height}, WarpFilter::codedLayout), displacement = makeImage(2),
+          output = makeImage(4);
     fillRandomly(coded);
     fill(displacement, [](int x, int y, int c) { return disparity(x, y, c); });
     const WarpFilter filter{.sRGBDomain = false, .wrapSize = {width, height}};

@@ -32,6 +32,7 @@ struct PackOptions {
     bool half = false;
     std::optional<std::string> castView;
     std::vector<double> castGain;
+    std::vector<double> castGainRightEdge;
     std::vector<double> castGamma;
     std::vector<double> castOffset;
 };
@@ -87,6 +88,9 @@ void addOptions(CLI::App& command, PackOptions& options) {
         ->check(CLI::IsMember({"left", "right"}));
     addCastOption(command, "--cast-gain", options.castGain,
                   "Cast in linear light: v' = gain * v^gamma + offset (default 1,1,1)");
+    addCastOption(command, "--cast-gain-right-edge", options.castGainRightEdge,
+                  "Gain at the right edge, to which it goes over evenly from --cast-gain at the left edge, as behind a "
+                  "beam splitter (default: the same everywhere)");
     addCastOption(command, "--cast-gamma", options.castGamma, "Exponents of the cast (default 1,1,1)");
     addCastOption(command, "--cast-offset", options.castOffset, "Offsets of the cast (default 0,0,0)");
 }
@@ -98,6 +102,7 @@ void copyTriple(const std::vector<double>& from, std::array<double, 3>& to) {
 Host::ColourCast castOf(const PackOptions& options) {
     Host::ColourCast cast;
     copyTriple(options.castGain, cast.gain);
+    if (!options.castGainRightEdge.empty()) copyTriple(options.castGainRightEdge, cast.gainAtRightEdge.emplace());
     copyTriple(options.castGamma, cast.gamma);
     copyTriple(options.castOffset, cast.offset);
     for (const double gamma : cast.gamma)

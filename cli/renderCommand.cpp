@@ -5,6 +5,7 @@
 #include <memory>
 #include <optional>
 #include <regex>
+#include <span>
 #include <string>
 #include <utility>
 #include <vector>
@@ -16,10 +17,12 @@
 #include "cli/CallError.h"
 #include "cli/Interruption.h"
 #include "cli/ProgressBar.h"
+#include "cli/StageFiles.h"
 #include "cli/StageTable.h"
 #include "compute/HostDevice.h"
 #include "host/graph/RenderJob.h"
 #include "host/graph/SettingError.h"
+#include "node/ViewTintPlugin.h"
 
 namespace ViewTint::Cli {
 
@@ -41,6 +44,7 @@ struct RenderOptions {
     std::string outside = "empty";
     bool quiet = false;
     bool stats = false;
+    std::string stageFolder;
     Host::ControlValues controls;
     std::vector<std::pair<std::string, std::string>> values;  ///< control and text, in the order of the command line
 };
@@ -132,6 +136,23 @@ std::string explain(const std::string& sentence, const RenderOptions& options, c
     return text;
 }
 
+/// The node is defined to convert the picture of one block size to Lab twice where it refills occlusions.
+void warnOfFalseColours(const Host::ControlValues& controls, std::span<const std::string> views) {
+    const auto given = controls.resolve(views);
+    const auto value = [&](const char* name) {
+        for (const auto& one : given)
+            if (one.name == name) return one.number;
+        for (const KnobDeclaration& knob : controls.declarations())
+            if (knob.name == name) return knob.defaultValue;
+        return 0.0;
+    };
+    constexpr double basic = 0, none = 2;
+    if (value("matchingMode") != basic && value("samples") == 1 && value("occlusionCorrection") != none)
+        fmt::print(stderr,
+                   "viewtint: one block size together with refilled occlusions gives false colours; choose --samples 2 "
+                   "or more, or --occlusionCorrection None.\n");
+}
+
 int render(RenderOptions& options) {
     const auto start = std::chrono::steady_clock::now();
     std::optional<StageTable> stages;
@@ -145,6 +166,16 @@ int render(RenderOptions& options) {
     Host::RenderServices services;
     services.progress = [&](double done, const std::string& stage) { progress.show(done, stage); };
     services.abort = &interruptFlag();
+    std::optional<StageFiles> stageFiles;
+    if (!options.stageFolder.empty()) {
+        stageFiles.emplace(options.stageFolder);
+        services.operatorMade = [&](Fresco::Image::Op& op) {
+            if (auto* node = dynamic_cast<Cobalt::Research::ViewTintPlugin*>(&op))
+                node->stageObserver = [&](const char* name, const auto& picture) { stageFiles->write(name, picture); };
+        };
+    }
+    const std::vector<std::string> views = picture->views();
+    warnOfFalseColours(options.controls, views);
     Host::RenderJob job(source, std::move(options.controls), rolesOf(options), services);
     if (options.mask) job.setMask(std::make_shared<Host::MultiViewFile>(Host::MultiViewFile::open(*options.mask)));
     try {
@@ -159,6 +190,7 @@ int render(RenderOptions& options) {
     const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     if (!options.quiet) fmt::print("{}: written in {:.2f} s\n", options.output, seconds);
     if (stages) fmt::print("{}", stages->text());
+    if (stageFiles) stageFiles->throwFailure();
     return interruptFlag() ? exitInterrupted : exitFine;  // pressed while the file was written: it is whole
 }
 
@@ -189,6 +221,10 @@ void addRenderCommand(CLI::App& app, CommandContext& context) {
         ->capture_default_str()
         ->check(CLI::IsMember({"empty", "hold"}));
     command->add_flag("--quiet", options->quiet, "No progress and no closing line");
+    command
+        ->add_option("--write-stages", options->stageFolder,
+                     "Writes the intermediate pictures of \"Local Matching\" into a folder, for a look into the render")
+        ->type_name("DIR");
     command->add_flag("--stats", options->stats,
                       "Prints for each stage the milliseconds, the kernel calls, the megabytes that they read and "
                       "wrote, and GB/s");

@@ -18,7 +18,7 @@ public:
     explicit MemoryPool(std::size_t budget) : budget_(budget) {}
     ~MemoryPool();
 
-    /// A block of at least `bytes`, aligned to a cache line (large ones to a huge page). Throws Compute::Exception.
+    /// A block of at least `bytes`, by at most five eighths larger, aligned to a cache line (large ones to a huge page). Throws Compute::Exception.
     Cobalt::Device::MemoryHandle allocate(std::size_t bytes);
 
     /// Gives all kept memory back to the system.

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <functional>
 #include <memory>
 #include <vector>
 
@@ -48,6 +49,8 @@ public:
 
     /// The split of input 0 that holds the corrected view, written at the start of every render.
     int matchInputOffset = 0;
+    /// Shown the intermediate pictures of "Local Matching" by name, see ToneAligner.
+    std::function<void(const char* name, const Vellum::Image::Image& picture)> stageObserver;
     std::unique_ptr<StereoKnobI> stereoKnob;
 
     // ---- description (src/vellumViewTintPlugin.cpp, src/vellumViewTintControls.cpp)

@@ -59,18 +59,24 @@ struct bilateralFillKernel : WholePixel<In<"D", Pattern::random, EdgeMethod::con
         float colourSigma[channels] = {1.f, 0.667f, 0.667f};
         int radiusBoost = 2;
         float weightFloor = 1e-4f;
-        float k[channels] = {};
+        float k[channels] = {};  ///< of powers of 2
         float leastExponent = 0;
     };
     static constexpr ScalarDeclarations scalars{
         3, {VT_SCALAR(colourSigma), VT_SCALAR(radiusBoost), VT_SCALAR(weightFloor)}};
     static constexpr ScalarDeclarations derived{2, {VT_SCALAR(k), VT_SCALAR(leastExponent)}};
+    static constexpr float log2OfE = 1.44269504f;
     static void derive(Params& p, const ImageArgument*, ImageParameters*) {
         for (int c = 0; c < channels; ++c)
-            p.k[c] = p.colourSigma[c] > 0 ? 1.f / (p.colourSigma[c] * p.colourSigma[c]) : 100000.f;
-        // Exponents below this give weights below the floor, by more than the exponential's error.
-        p.leastExponent = p.weightFloor > 1e-30f ? log(p.weightFloor) - 0.01f : -80.f;
+            p.k[c] = log2OfE * (p.colourSigma[c] > 0 ? 1.f / (p.colourSigma[c] * p.colourSigma[c]) : 100000.f);
+        // Exponents below this give weights below the floor, by more than the power's error.
+        p.leastExponent = p.weightFloor > 1e-30f ? log2OfE * log(p.weightFloor) - 0.02f : -115.f;
     }
+
+    template <class V>
+    struct Colours {
+        V of[channels];
+    };
 
     /// The running sums of one pixel, or of a register of them.
     template <class V>
@@ -79,25 +85,23 @@ struct bilateralFillKernel : WholePixel<In<"D", Pattern::random, EdgeMethod::con
         V total = V(0.f);
         V sum[channels] = {V(0.f), V(0.f), V(0.f)};
 
-        /// One tap at squared distance `apart`: `guideThere(c)`, `valueThere(c)` are its pixel's.
-        VT_INLINE void add(const Params& p, float apart, auto gives, auto guideThere, auto valueThere) {
+        /// One tap at squared distance `apart`, of this guide and value.
+        VT_INLINE void add(const Params& p, float apart, auto gives, const Colours<V>& guideThere,
+                           const Colours<V>& valueThere) {
             V e = V(-apart) * spatial;
 #pragma GCC unroll 3
             for (int c = 0; c < channels; ++c) {
-                const V d = guideThere(c) - guide[c];
+                const V d = guideThere.of[c] - guide[c];
                 e = e - d * d * p.k[c];
             }
-            V w(p.weightFloor);
-            // No exponent is above 0, so none leaves the range of the exponential on that side.
-            const auto counts = e > V(p.leastExponent);
-            if (any(gives & counts)) {
-                const V raised = expOfModerate(e);
-                w = select(counts & (raised > w), raised, w);
-            }
+            // No exponent is above 0. What isn't a number weighs as little as the farthest.
+            e = select(e > V(p.leastExponent), e, V(p.leastExponent));
+            const V raised = exp2OfModerate(e);
+            const V w = select(raised > V(p.weightFloor), raised, V(p.weightFloor));
             total += select(gives, w, V(0.f));
 #pragma GCC unroll 3
             for (int c = 0; c < channels; ++c)
-                sum[c] += select(gives, valueThere(c) * w, V(0.f));
+                sum[c] += select(gives, valueThere.of[c] * w, V(0.f));
         }
         VT_INLINE V result(int c, V value, V mask) const {
             return select(total > V(0.f), value * (V(1.f) - mask) + sum[c] / total * mask, value);
@@ -112,7 +116,7 @@ struct bilateralFillKernel : WholePixel<In<"D", Pattern::random, EdgeMethod::con
     template <class V>
     VT_FN V spatialOf(V radius) {
         const auto whole = toInt(radius);
-        return V(0.7f) / toFloat(whole * whole);
+        return V(0.7f * log2OfE) / toFloat(whole * whole);
     }
 
     VT_FN void body(const Params& p, auto D, auto M, auto G, auto A, auto O) {
@@ -147,9 +151,9 @@ struct bilateralFillKernel : WholePixel<In<"D", Pattern::random, EdgeMethod::con
                     const I up = row + I(dy);
                     const auto gives = reached & (V(absolute(dy)) <= radius) & (D.fetch(there, up) == V(0.f));
                     if (!any(gives)) continue;
-                    fill.add(
-                        p, squared(dx, dy), gives, [&](int c) { return G.fetch(there, up, c); },
-                        [&](int c) { return A.fetch(there, up, c); });
+                    fill.add(p, squared(dx, dy), gives,
+                             {{G.fetch(there, up, 0), G.fetch(there, up, 1), G.fetch(there, up, 2)}},
+                             {{A.fetch(there, up, 0), A.fetch(there, up, 1), A.fetch(there, up, 2)}});
                 }
             }
             for (int c = 0; c < channels; ++c)
@@ -182,31 +186,44 @@ struct bilateralFillKernel : WholePixel<In<"D", Pattern::random, EdgeMethod::con
         if (!sameBox(images[0]) || !sameBox(images[3]) || !covered)
             return runRows<bilateralFillKernel, T, V, Reach::unit>(launch);
         const Params parameters = *static_cast<const Params*>(launch.parameters);
-        for (int y = launch.y0; y < launch.y1; ++y)
-            fillRow<V>(launch, parameters, y);
+        int y = launch.y0;
+        for (; y + 2 <= launch.y1; y += 2)
+            fillRows<V, 2>(launch, parameters, y);
+        for (; y < launch.y1; ++y)
+            fillRows<V, 1>(launch, parameters, y);
     }
 
 private:
     static constexpr int distanceImage = 0, maskImage = 1, guideImage = 2, valueImage = 3, outputImage = 4;
 
-    /// Registers of pixels to fill begin at the first that the mask doesn't leave out.
-    template <class V>
-    __attribute__((noinline)) static void fillRow(const Launch& launch, const Params& p, int y) {
+    /// Registers of pixels to fill begin at the first that the mask doesn't leave out in all of the rows.
+    template <class V, int rows>
+    __attribute__((noinline)) static void fillRows(const Launch& launch, const Params& p, int y) {
         constexpr int lanes = LaneTraits<V>::width;
-        const float* mask = addressIn(launch.images[maskImage], launch.x0, y, 0);
+        const float* mask[rows];
         const int width = launch.x1 - launch.x0;
-        for (int c = 0; c < channels; ++c)
-            __builtin_memcpy(addressIn(launch.images[outputImage], launch.x0, y, c),
-                             addressIn(launch.images[valueImage], launch.x0, y, c), width * sizeof(float));
+        for (int row = 0; row < rows; ++row) {
+            mask[row] = addressIn(launch.images[maskImage], launch.x0, y + row, 0);
+            for (int c = 0; c < channels; ++c)
+                __builtin_memcpy(addressIn(launch.images[outputImage], launch.x0, y + row, c),
+                                 addressIn(launch.images[valueImage], launch.x0, y + row, c), width * sizeof(float));
+        }
+        const auto anyFills = [&](int x, auto fills) VT_INLINE_LAMBDA {
+            bool found = fills(mask[0] + x);
+            for (int row = 1; row < rows; ++row)
+                found = found || fills(mask[row] + x);
+            return found;
+        };
         int x = 0;
         while (x < width) {
-            if (x + lanes <= width && !any(load<V>(mask + x, 1) != V(0.f))) {
+            if (x + lanes <= width &&
+                !anyFills(x, [](const float* m) VT_INLINE_LAMBDA { return any(load<V>(m, 1) != V(0.f)); })) {
                 x += lanes;
-            } else if (mask[x] == 0.f) {
+            } else if (!anyFills(x, [](const float* m) VT_INLINE_LAMBDA { return *m != 0.f; })) {
                 ++x;
             } else {
                 const int count = smaller(lanes, width - x);
-                fillSome<V>(launch, p, launch.x0 + x, y, count);
+                fillSome<V, rows>(launch, p, launch.x0 + x, y, count);
                 x += count;
             }
         }
@@ -238,8 +255,16 @@ private:
         }
     };
 
-    /// `count` pixels from x on, at most a register of them.
+    /// A register of pixels that are filled.
     template <class V>
+    struct Filled {
+        V mask, radius;
+        decltype(V() != V()) fills;
+        Fill<V> fill;
+    };
+
+    /// `count` pixels from x on, at most a register of them, of rows y, y + 1 ..: they share what they read.
+    template <class V, int rows>
     __attribute__((noinline)) static void fillSome(const Launch& launch, const Params& parameters, int x, int y,
                                                    int count) {
         using I = IntOf<V>;
@@ -247,49 +272,63 @@ private:
         const Params p = parameters;
         const ImageArgument* images = launch.images;
         const ImageArgument& box = images[guideImage];
-        const auto some = [&](int image, int c) { return loadSome<V>(addressIn(images[image], x, y, c), count); };
-        const V mask = some(maskImage, 0);
-        const auto fills = mask != V(0.f);  // not so in lanes beyond the count
-        const V radius = radiusOf(p, some(distanceImage, 0));
-        Fill<V> fill;
-        fill.spatial = spatialOf(radius);
-        for (int c = 0; c < channels; ++c)
-            fill.guide[c] = some(guideImage, c);
+        Filled<V> filled[rows];
         int most = 0, least = 30000;
-        for (int lane = 0; lane < lanes; ++lane) {
-            if (!laneOf(fills, lane)) continue;
-            const int reach = toInt(laneOf(radius, lane));
-            most = larger(most, reach);
-            least = smaller(least, reach);
+        for (int row = 0; row < rows; ++row) {
+            Filled<V>& f = filled[row];
+            const auto some = [&](int image, int c) {
+                return loadSome<V>(addressIn(images[image], x, y + row, c), count);
+            };
+            f.mask = some(maskImage, 0);
+            f.fills = f.mask != V(0.f);  // not so in lanes beyond the count
+            f.radius = radiusOf(p, some(distanceImage, 0));
+            f.fill.spatial = spatialOf(f.radius);
+            for (int c = 0; c < channels; ++c)
+                f.fill.guide[c] = some(guideImage, c);
+            for (int lane = 0; lane < lanes; ++lane) {
+                if (!laneOf(f.fills, lane)) continue;
+                const int reach = toInt(laneOf(f.radius, lane));
+                most = larger(most, reach);
+                least = smaller(least, reach);
+            }
         }
         const int left = larger(-most, box.x0 - (x + count - 1)), right = smaller(most, box.x1 - 1 - x);
-        const int bottom = larger(-most, box.y0 - y), top = smaller(most, box.y1 - 1 - y);
+        const int bottom = larger(-most, box.y0 - y), top = smaller(most + rows - 1, box.y1 - 1 - y);
         for (int dx = left; dx <= right; ++dx) {
             const I there = laneNumbers<V>() + I(x + dx);
-            const auto reached = fills & (V(absolute(dx)) <= radius) & (there >= I(box.x0)) & (there < I(box.x1));
+            const auto inside = (there >= I(box.x0)) & (there < I(box.x1));
+            decltype(V() != V()) reached[rows];
+            for (int row = 0; row < rows; ++row)
+                reached[row] = filled[row].fills & (V(absolute(dx)) <= filled[row].radius) & inside;
             const auto addColumn = [&](auto read, int x0) VT_INLINE_LAMBDA {
                 Givers givers(images, x0, y + bottom);
                 for (int dy = bottom; dy <= top; ++dy, givers.stepUp()) {
-                    auto gives = reached & (read(givers.distance) == V(0.f));
-                    if (least < most) gives = gives & (V(absolute(dy)) <= radius);
+                    const auto gives = read(givers.distance) == V(0.f);
                     if (!any(gives)) continue;
-                    fill.add(
-                        p, squared(dx, dy), gives, [&](int c) VT_INLINE_LAMBDA { return read(givers.guide[c]); },
-                        [&](int c) VT_INLINE_LAMBDA { return read(givers.value[c]); });
+                    const Colours<V> guide{{read(givers.guide[0]), read(givers.guide[1]), read(givers.guide[2])}};
+                    const Colours<V> value{{read(givers.value[0]), read(givers.value[1]), read(givers.value[2])}};
+#pragma GCC unroll 2
+                    for (int row = 0; row < rows; ++row) {
+                        auto counts = gives & reached[row];
+                        if (rows > 1 || least < most) counts = counts & (V(absolute(dy - row)) <= filled[row].radius);
+                        if (any(counts)) filled[row].fill.add(p, squared(dx, dy - row), counts, guide, value);
+                    }
                 }
             };
             if (x + dx >= box.x0 && x + dx + lanes <= box.x1) {
-                addColumn([](const float* row) VT_INLINE_LAMBDA { return load<V>(row, 1); }, x + dx);
+                addColumn([](const float* from) VT_INLINE_LAMBDA { return load<V>(from, 1); }, x + dx);
             } else {
                 const I nearest = clampTo(there, I(box.x0), I(box.x1 - 1)) - I(box.x0);
-                addColumn([&](const float* row) VT_INLINE_LAMBDA { return gather(row, nearest); }, box.x0);
+                addColumn([&](const float* from) VT_INLINE_LAMBDA { return gather(from, nearest); }, box.x0);
             }
         }
-        for (int c = 0; c < channels; ++c) {
-            const V value = some(valueImage, c);
-            storeSome(select(fills, fill.result(c, value, mask), value), addressIn(images[outputImage], x, y, c),
-                      count);
-        }
+        for (int row = 0; row < rows; ++row)
+            for (int c = 0; c < channels; ++c) {
+                const Filled<V>& f = filled[row];
+                const V value = loadSome<V>(addressIn(images[valueImage], x, y + row, c), count);
+                storeSome(select(f.fills, f.fill.result(c, value, f.mask), value),
+                          addressIn(images[outputImage], x, y + row, c), count);
+            }
     }
 };
 

@@ -116,7 +116,8 @@ const Image& gaussianWindow() {
 }
 
 void limitCorrection(BufferManager& bufferManager, Image& source, Image& corrected, const Image& gaussianWindow,
-                     float limit, int kernelFlags) {
+                     float limit, int kernelFlags,
+                     const std::function<void(const char* name, const Image& picture)>& observer) {
     checkPictures(source, corrected);
     if (source.box().empty()) return;
     KeptHelper helper(gaussianWindow);
@@ -125,6 +126,7 @@ void limitCorrection(BufferManager& bufferManager, Image& source, Image& correct
               Scalar{"rgbToXyz", Common::rgbToXyzMatrix});
     const BufferManagedImage mean(bufferManager, localMean(difference.image(), gaussianWindow, *helper));
     helper.keep();
+    if (observer) observer("average", mean.image());
     runKernel(limitCorrectionSource, {&mean.image(), &source, &corrected}, kernelFlags, {}, Scalar{"limit", limit},
               Scalar{"softness", limit * kneeOfLimit}, Scalar{"rgbToXyz", Common::rgbToXyzMatrix},
               Scalar{"xyzToRgb", Common::xyzToRgbMatrix});

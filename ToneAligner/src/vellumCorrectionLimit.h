@@ -1,5 +1,7 @@
 #pragma once
 
+#include <functional>
+
 #include "compute/BufferManagement/BufferManager.h"
 
 namespace Vellum::Tone {
@@ -15,9 +17,11 @@ const Vellum::Image::Image& gaussianWindow();
 /// from Lab with its rounding; a fourth component of both stays.
 ///
 /// The mean closes round the picture's borders where the transform doesn't pad its size, and fades towards 0 where it
-/// does; pictures smaller than about half the window are enlarged to it by their borders first.
+/// does; pictures smaller than about half the window are enlarged to it by their borders first. `observer` is shown the
+/// mean as "average".
 void limitCorrection(Utils::BufferManagement::BufferManager& bufferManager, Vellum::Image::Image& source,
                      Vellum::Image::Image& corrected, const Vellum::Image::Image& gaussianWindow, float limit,
-                     int kernelFlags);
+                     int kernelFlags,
+                     const std::function<void(const char* name, const Vellum::Image::Image& picture)>& observer = {});
 
 }  // namespace Vellum::Tone

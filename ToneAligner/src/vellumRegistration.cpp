@@ -2,8 +2,12 @@
 #include "compute/Catalogue.h"
 
 namespace Vellum::Kernels {
+extern const Family blockPasses;
+extern const Family blocks;
+extern const Family brokenPixels;
 extern const Family correctionLimit;
 extern const Family globalMatch;
+extern const Family localEnding;
 extern const Family occlusions;
 }  // namespace Vellum::Kernels
 
@@ -11,7 +15,7 @@ namespace Vellum::Tone {
 
 void registerKernels() {
     using namespace Vellum::Kernels;
-    registerFamilies({&correctionLimit, &globalMatch, &occlusions});
+    registerFamilies({&blockPasses, &blocks, &brokenPixels, &correctionLimit, &globalMatch, &localEnding, &occlusions});
 }
 
 }  // namespace Vellum::Tone

@@ -32,7 +32,6 @@ void ToneAligner::limitCorrection(Image& source, Image& corrected) {
 void ToneAligner::process(const Image& sourceView, const Image& rebuiltView, const Image& userMask,
                           const Image& occlusion, const Image& disparityEdges, Image& output) {
     if (settings_.mode == idle) return;
-    if (settings_.mode != basic) Compute::fail("This version can match colours in the basic mode only.");
     if (userMask.box() != output.box()) {
         // A mask of another size selects nothing outside itself.
         const BufferManagedImage fitted(bufferManager_, floatInfo(output.box(), 1));
@@ -45,6 +44,10 @@ void ToneAligner::process(const Image& sourceView, const Image& rebuiltView, con
     }
     const Views views(bufferManager_, sourceView, rebuiltView, userMask, occlusion, disparityEdges);
     const bool here = bufferManager_.currentDevice() == output.device();
+    if (settings_.mode != basic) {
+        processLocal(views, output);
+        return;
+    }
     const Compute::Stage stage("match");
     if (here && fusedPasses_ && output.device()->hostAccessible()) {
         processBasicFused(views, output);  // reads each pixel before it writes it, so the output may be a source

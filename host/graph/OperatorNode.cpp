@@ -47,6 +47,7 @@ OperatorNode::OperatorNode(const std::string& className, Connect connect, const 
     for (const auto& declaration : closure.declarations()) {
         if (!declaration.name.empty()) knobs_.push_back(std::make_unique<StoredKnob>(declaration));
     }
+    if (services_.operatorMade) services_.operatorMade(*op_);
 }
 
 OperatorNode::~OperatorNode() = default;

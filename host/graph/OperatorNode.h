@@ -17,6 +17,7 @@ namespace ViewTint::Host {
 struct RenderServices {
     std::function<void(double done, const std::string& message)> progress;  ///< `done` is 0 to 1
     const std::atomic<bool>* abort = nullptr;                               ///< true once the render is to end
+    std::function<void(Fresco::Image::Op&)> operatorMade;                   ///< shown each operator before it is used
 
     bool aborted() const { return abort && abort->load(std::memory_order_relaxed); }
 };

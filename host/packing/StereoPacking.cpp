@@ -44,9 +44,9 @@ Plane vectorX(const DisparityMap& map) {
 
 NewView makeView(const char* name, PackedView&& view, DisparityMap&& map, Plane&& occlusion) {
     if (view.cast) {
-        applyCast(*view.cast, 0, view.red);
-        applyCast(*view.cast, 1, view.green);
-        applyCast(*view.cast, 2, view.blue);
+        applyCast(*view.cast, 0, map.width, view.red);
+        applyCast(*view.cast, 1, map.width, view.green);
+        applyCast(*view.cast, 2, map.width, view.blue);
     }
     const std::size_t pixels = view.red.size();
     const Plane zero(pixels, 0.0f);

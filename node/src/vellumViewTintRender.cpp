@@ -69,10 +69,6 @@ void ViewTintPlugin::render(Fresco::Image::ImagePlane& plane, Steps& steps) {
     Image leftView, rightView, disparity;
     if (!fetchSourceViews(leftView, rightView) || !fetchDisparity(disparity)) return;
 
-    if (matchingMode != 0) {
-        Cobalt::Base::raise(
-            Cobalt::Base::NotImplemented("Local Matching isn't available in this version. Set matchingMode to Basic."));
-    }
     Image projected;
     Image edgeMask;
     {
@@ -88,9 +84,8 @@ void ViewTintPlugin::render(Fresco::Image::ImagePlane& plane, Steps& steps) {
         abortCheck(*this);
         return;
     }
-    disparity = Image();
-
     const Image target = matchWhat == 0 ? leftView : rightView;
+    leftView = rightView = disparity = Image();  // give back what was only rebuilt from
     abortCheck(*this);
     steps.report();
     Image corrected({target.box(), 4, float32}, *target.device());
@@ -98,6 +93,8 @@ void ViewTintPlugin::render(Fresco::Image::ImagePlane& plane, Steps& steps) {
 
     Vellum::Tone::ToneAligner aligner(bufferManager, kernelFlags());
     setUp(aligner, fullSize, corrected.box().width());
+    aligner.setStageObserver(stageObserver);
+    aligner.setCheckpoint([this] { abortCheck(*this); });
     steps.report();
 
     const auto process = [&] { aligner.process(target, projected, mask, occlusion, edgeMask, corrected); };

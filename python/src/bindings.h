@@ -30,6 +30,7 @@ void bindGuidedFilter(nb::module_& module);
 void bindNeighbourhoods(nb::module_& module);
 void bindPictureBuilder(nb::module_& module);
 void bindStatistics(nb::module_& module);
+void bindToneAligner(nb::module_& module);
 void bindSettings(nb::module_& module);
 
 /// A class of the package's own .py files.

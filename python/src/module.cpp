@@ -48,5 +48,6 @@ NB_MODULE(_viewtint, module) {
     bindGuidedFilter(module);
     bindPictureBuilder(module);
     bindStatistics(module);
+    bindToneAligner(module);
     bindSettings(module);
 }

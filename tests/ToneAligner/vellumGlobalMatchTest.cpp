@@ -4,7 +4,6 @@
 
 #include "Common/Common.h"
 #include "ToneAligner/ToneAligner.h"
-#include "compute/Exception.h"
 #include "tests/harness/KernelHarness.h"
 #include "tests/harness/LabReference.h"
 #include "tests/harness/SoftwareDevice.h"
@@ -132,11 +131,7 @@ struct Match {
 };
 
 void expectNear(const Pixels& expected, const Pixels& actual, double tolerance) {
-    double worst = 0;
-    expected.forEach([&](int x, int y, int c) {
-        worst = std::max(worst, std::abs(double{expected.at(x, y, c)} - actual.at(x, y, c)));
-    });
-    EXPECT_LE(worst, tolerance);
+    EXPECT_LE(largestDifference(expected, actual), tolerance);
 }
 
 }  // namespace
@@ -268,18 +263,14 @@ TEST(GlobalMatch, nanAndInfinityStayInTheirPixels) {
     EXPECT_NEAR(result.at(20, 20, 0), clean.at(20, 20, 0), 0.01);
 }
 
-TEST(GlobalMatch, modesThatAreNotThereAreAnErrorAndTheIdleModeWritesNothing) {
+TEST(GlobalMatch, theIdleModeWritesNothing) {
     BufferManager manager(hostDevice(), hostDevice());
     ToneAligner aligner(manager, packed);
     const TestImage view(picture(1), Arrangement::planar);
     const TestImage one(constant(frame, 1, 1), Arrangement::planar);
     TestImage output(constant(frame, 4, -1), Arrangement::planar);
-    const auto process = [&] {
-        aligner.process(view.image(), view.image(), one.image(), one.image(), one.image(), output.image());
-    };
-    EXPECT_THROW(process(), Vellum::Compute::Exception);
     aligner.setMode(ToneAligner::idle);
-    process();
+    aligner.process(view.image(), view.image(), one.image(), one.image(), one.image(), output.image());
     EXPECT_EQ(output.pixels().at(0, 10, 0), -1);
 }
 

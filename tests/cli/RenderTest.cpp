@@ -162,6 +162,44 @@ TEST_F(Render, StatsTellWhereTheTimeGoes) {
     }
 }
 
+TEST_F(Render, LocalMatchingCorrectsWhatBasicCannotAndShowsItsStages) {
+    auto views = pair();
+    Plane& red = plane(views[0], "R");  // the cast grows from left to right
+    for (std::size_t i = 0; i < red.size(); ++i)
+        red[i] *= 1.0f + 0.6f * float(i % width) / float(width);
+    write("in.exr", views);
+    const auto difference = [&] {
+        return meanDifference(values("out.exr", "left", "R"), values("out.exr", "right", "R"));
+    };
+    ASSERT_EQ(render().exitCode, 0);
+    const double basic = difference();
+    const auto renderLocal = [&](const Words& more) {
+        Words words = {"render", "in.exr", "-o", "out.exr", "--maxBlockSize", "8"};
+        words.insert(words.end(), more.begin(), more.end());
+        return run(words);
+    };
+    ASSERT_EQ(renderLocal({}).exitCode, 0);
+    EXPECT_EQ(changed(), colours);
+    const double local = difference();
+    EXPECT_LT(local, 0.5 * basic);
+    const std::string hint = "choose --samples 2 or more, or --occlusionCorrection None.\n";
+    EXPECT_NE(renderLocal({"--samples", "1"}).errors.find(hint), std::string::npos);
+    EXPECT_EQ(renderLocal({"--samples", "1", "--occlusionCorrection", "None"}).errors.find(hint), std::string::npos);
+    const Outcome outcome = renderLocal({"--samples", "2", "--write-stages", "new/stages"});
+    EXPECT_EQ(outcome.errors.find(hint), std::string::npos);
+    ASSERT_EQ(outcome.exitCode, 0) << outcome.errors;
+    for (const char* stage :
+         {"V", "N", "T", "noise", "E0", "E1", "merged", "O", "delta", "refilled", "average", "limited", "smoothed"}) {
+        const auto file = Host::MultiViewFile::open(this->file("new/stages") / (std::string(stage) + ".exr"));
+        EXPECT_EQ(file.width(), width) << stage;
+    }
+    writeText("new/taken", "");
+    const Outcome blocked = renderLocal({"--write-stages", "new/taken"});
+    EXPECT_NE(blocked.exitCode, 0);
+    EXPECT_NE(blocked.errors.find("Cannot make the folder 'new/taken' for --write-stages"), std::string::npos)
+        << blocked.errors;
+}
+
 TEST_F(Render, ThreadsDoNotChangeTheFile) {
     write("in.exr", pair());
     ASSERT_EQ(render({"--threads", "1"}).exitCode, 0);
@@ -244,6 +282,17 @@ TEST_F(Render, BrokenPixelsStayInTheirPlaces) {
             ASSERT_EQ(std::isfinite(corrected[i]), i != 100 && i != 200) << channel << ' ' << i;
     }
     EXPECT_LT(betweenViews("out.exr"), 0.1 * betweenViews("in.exr"));
+
+    // "Local Matching" changes each component by itself at the end, and finds such pixels without being told.
+    for (const std::size_t place : {100, 200, 300, 400})
+        plane(views[0], "mask_occlusion.alpha")[place] = 0.0f;
+    write("in.exr", views);
+    ASSERT_EQ(run({"render", "in.exr", "-o", "out.exr"}).exitCode, 0);
+    const Plane red = values("out.exr", "left", "R"), green = values("out.exr", "left", "G");
+    for (std::size_t i = 0; i < red.size(); ++i) {
+        ASSERT_EQ(std::isfinite(red[i]), i != 100) << i;
+        ASSERT_EQ(std::isfinite(green[i]), i != 200) << i;
+    }
 }
 
 TEST_F(Render, AnInterruptionLeavesNothing) {
@@ -313,8 +362,6 @@ TEST_F(Render, UnusablePicturesAreNamedAndLeaveNothing) {
          "or choose another maskWith."},
         {{"in.exr", "--rightView", "left"},
          "in.exr: leftView and rightView are both view 1. Choose two different views."},
-        {{"in.exr", "--matchingMode", "1"},
-         "in.exr: Local Matching isn't available in this version. Set matchingMode to Basic."},
         {{"in.exr", "-o", "nowhere/out.exr"},
          "Cannot write 'nowhere/out.exr': there is no folder 'nowhere'; create it first."},
         {{"in.exr", "-o", "folder.exr"}, "Cannot write 'folder.exr': it is a folder; give the name of a file."},

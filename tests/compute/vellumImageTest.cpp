@@ -153,7 +153,13 @@ TEST(MemoryPool, blocksAreReusedWithinTheBudget) {
     EXPECT_GE(pool->bytesKept(), std::size_t{3} << 20);
     block = pool->allocate((3 << 20) - 1000);
     EXPECT_EQ(block->address(), address);
+    block.reset();
+    block = pool->allocate((9 << 20) / 4);
+    EXPECT_EQ(block->address(), address) << "four planes serve where three are wanted";
     auto second = pool->allocate(7 << 20);
+    second.reset();
+    second = pool->allocate(4 << 20);
+    EXPECT_LT(second->bytes(), std::size_t{5} << 20) << "seven are too many for four";
     block.reset();
     second.reset();
     EXPECT_LE(pool->bytesKept(), std::size_t{8} << 20);

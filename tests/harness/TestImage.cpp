@@ -73,6 +73,15 @@ bool sameBits(float a, float b) {
     return std::bit_cast<std::uint32_t>(a) == std::bit_cast<std::uint32_t>(b);
 }
 
+double largestDifference(const Pixels& a, const Pixels& b) {
+    double worst = 0;
+    a.forEach([&](int x, int y, int c) {
+        const double d = std::abs(double{a.at(x, y, c)} - b.at(x, y, c));
+        worst = std::isnan(d) ? std::numeric_limits<double>::infinity() : std::max(worst, d);
+    });
+    return worst;
+}
+
 std::string firstDifference(const Pixels& expected, const Pixels& actual) {
     std::ostringstream text;
     text.precision(9);

@@ -47,6 +47,8 @@ private:
 bool sameBits(float a, float b);
 /// Where two pictures differ first, or an empty text.
 std::string firstDifference(const Pixels& expected, const Pixels& actual);
+/// The largest difference between two pictures; infinite where a NaN stands in one of them.
+double largestDifference(const Pixels& a, const Pixels& b);
 
 enum class Arrangement {
     ordinary,      ///< as Image itself allocates

@@ -1,3 +1,5 @@
+#include <algorithm>
+
 #include "tests/harness/SoftwareDevice.h"
 #include "tests/node/NodeTest.h"
 
@@ -155,6 +157,35 @@ TEST_F(Fallback, AnyFailingCopy) {
         }
     }
     EXPECT_TRUE(both);
+}
+
+/// As above: an image without room moves the match where it stands, other failures start it again.
+TEST_F(Fallback, AnyFailureInLocalMatching) {
+    op.matchingMode = 1;
+    op.samples = 2;
+    op.gpuContext = Vellum::Compute::ContextPointer();
+    renderAgain();
+    onTheCpu = picture();
+    op.gpuContext = gpu.context();
+    for (const Operation operation : {Operation::allocation, Operation::launch, Operation::copy}) {
+        const Tried tried = operationsOfARender(operation);
+        EXPECT_GT(tried.all, tried.forTheOtherView + 5);
+        const int step = std::max(1, (tried.all - tried.forTheOtherView) / 4);  // such a render has 1000 launches
+        for (int number = tried.forTheOtherView; number < tried.all; number += step) {
+            const std::string when =
+                "operation " + std::to_string(static_cast<int>(operation)) + ", " + std::to_string(number);
+            gpu.device().failAt(operation, number);
+            const std::string warning = renderAgain();
+            const bool moved = operation != Operation::launch && warning == outOfMemory;
+            EXPECT_TRUE(moved || warning == switching) << when << ": " << warning;
+            ASSERT_TRUE(host.errors.empty()) << when;
+            const auto values = picture();
+            ASSERT_EQ(values.size(), onTheCpu.size()) << when;
+            for (std::size_t i = 0; i < values.size(); ++i)
+                EXPECT_NEAR(values[i], onTheCpu[i], 1e-5f) << when;
+            EXPECT_EQ(gpu.device().bytesInUse(), 0u) << when;
+        }
+    }
 }
 
 TEST_F(Fallback, ADeviceTooSmallForTheRenderIsLeft) {

@@ -97,12 +97,36 @@ TEST_F(Render, FillsPlanesOfSomeChannelsPackedOrPlanar) {
     }
 }
 
-TEST_F(Render, OfLocalMatchingNamesTheControlToChange) {
+TEST_F(Render, LocalMatchingGivesEachPlaceTheOthersColour) {
+    // Opposite casts at the two ends: one map for all would leave both halves.
+    left.with(redChannel, [](int x, int) { return x < 3 ? 0.1f : 0.4f; });
+    right.with(redChannel, [](int x, int) { return x < 3 ? 0.4f : 0.1f; });
     op.matchingMode = 1;
+    op.blockSize = 2;
+    op.maxBlockSize = 3;
+    for (const int samples : {1, 2}) {
+        op.samples = samples;
+        op.occlusionCorrection = 2;
+        op.correctionScale = 0;
+        ASSERT_EQ(render(), "");
+        ASSERT_TRUE(rendered());
+        EXPECT_GT(*plane.at(0, 1, 0), 0.3f) << samples;
+        EXPECT_LT(*plane.at(5, 1, 0), 0.3f) << samples;
+        EXPECT_EQ(*plane.at(0, 1, 3), 0.5f);
+    }
+}
+
+TEST_F(Render, ShowsTheStagesOfLocalMatching) {
+    std::vector<std::string> names;
+    op.matchingMode = 1;
+    op.samples = 2;
+    op.stageObserver = [&](const char* name, const auto& picture) {
+        names.emplace_back(name);
+        EXPECT_EQ(picture.box().width(), box.width());
+    };
     EXPECT_EQ(render(), "");
-    EXPECT_EQ(host.errors,
-              std::vector<std::string>{"Local Matching isn't available in this version. Set matchingMode to Basic."});
-    EXPECT_FALSE(rendered());
+    EXPECT_EQ(names, (std::vector<std::string>{"V", "N", "T", "noise", "E0", "E1", "merged", "O", "delta", "refilled",
+                                               "average", "limited", "smoothed"}));
 }
 
 TEST_F(Render, NeedsTwoUsableViews) {

@@ -2,43 +2,9 @@
 
 import numpy as np
 import pytest
-from scipy.ndimage import binary_dilation
 
 import viewtint
-
-DIAGONAL = np.array([[1, 0, 1], [0, 1, 0], [1, 0, 1]], bool)
-
-
-def distances(seeds):
-    """One dilation by the diagonals for each step."""
-    reached = seeds > 0
-    result = np.where(seeds != 0, 0.0, 10000.0)
-    for step in range(1, sum(seeds.shape)):
-        grown = binary_dilation(reached, DIAGONAL)
-        result[grown & ~reached & (seeds == 0)] = step
-        reached = grown
-    return result
-
-
-def filled(values, guide, mask, sigmas, boost):
-    height, width = mask.shape
-    distance = distances((mask <= np.float32(1e-4)).astype(np.float32))
-    result = values.astype(np.float64)
-    with np.errstate(divide="ignore"):
-        k = np.where(np.array(sigmas) > 0, 1 / np.square(np.float64(sigmas)), 100000)
-    for y, x in np.argwhere(mask != 0):
-        r = max(3, int(np.ceil(distance[y, x] + boost)))
-        rows, columns = slice(max(y - r, 0), y + r + 1), slice(max(x - r, 0), x + r + 1)
-        gives = distance[rows, columns] == 0
-        if not gives.any():
-            continue
-        gy, gx = np.mgrid[rows.start : min(rows.stop, height), columns.start : min(columns.stop, width)]
-        e = -((gx - x) ** 2 + (gy - y) ** 2) * 0.7 / r**2
-        e = e - (np.square(guide[rows, columns].astype(np.float64) - guide[y, x]) * k).sum(-1)
-        w = np.maximum(np.exp(e), 1e-5) * gives
-        mean = (values[rows, columns] * w[..., None]).sum((0, 1)) / w.sum()
-        result[y, x] = values[y, x] * (1 - mask[y, x]) + mean * mask[y, x]
-    return result
+from reference import distances, filled
 
 
 def scene(seed, soft):

@@ -45,7 +45,7 @@ struct testMathKernel : PerComponent<In<"A">, Out<"O">> {
                 O = pow12Over5OfNormal(a);
                 break;
             case 11:
-                O = expOfModerate(a);
+                O = exp2OfModerate(a);
                 break;
             default:
                 O = sqrt(a);

@@ -122,10 +122,11 @@ TEST_F(ViewTintRenderTest, anAbortInTheMiddleLeavesNothing) {
     writePair();
     std::atomic<bool> abort = false;
     int reports = 0;
-    const RenderServices services{[&](double, const std::string&) {
-                                      if (++reports == 2) abort = true;
-                                  },
-                                  &abort};
+    RenderServices services;
+    services.progress = [&](double, const std::string&) {
+        if (++reports == 2) abort = true;
+    };
+    services.abort = &abort;
     EXPECT_THROW(render({}, services), RenderInterrupted);
     EXPECT_LT(reports, 7);  // the whole render has seven
     EXPECT_EQ(filesThere(), Names{"in.exr"});

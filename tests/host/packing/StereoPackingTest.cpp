@@ -90,9 +90,16 @@ TEST(PackStereo, TheCastFallsOnItsViewOnly) {
     EXPECT_EQ(plane(packed.views[1], "B")[0], -0.25f);
 
     Plane broken = {std::numeric_limits<float>::quiet_NaN(), std::numeric_limits<float>::infinity()};
-    applyCast({{2, 2, 2}, {2, 2, 2}, {1, 1, 1}}, 0, broken);
+    applyCast({{2, 2, 2}, {2, 2, 2}, {1, 1, 1}}, 0, 2, broken);
     EXPECT_TRUE(std::isnan(broken[0]));
     EXPECT_TRUE(std::isinf(broken[1]));
+
+    Plane rows(6, 1.0f), column = {1, 1};
+    const ColourCast across{{2, 4, 2}, {1, 1, 1}, {0, 0, 0}, std::array{1.0, 1.0, 1.0}};
+    applyCast(across, 1, 3, rows);
+    EXPECT_EQ(rows, (Plane{4, 2.5f, 1, 4, 2.5f, 1}));
+    applyCast(across, 1, 1, column);
+    EXPECT_EQ(column, (Plane{4, 4}));
 }
 
 TEST(PackStereo, RefusesWhatDoesNotFit) {
