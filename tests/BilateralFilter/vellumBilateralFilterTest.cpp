@@ -118,15 +118,6 @@ struct Fill {
     }
 };
 
-double largestDifference(const Pixels& a, const Pixels& b) {
-    double largest = 0;
-    a.forEach([&](int x, int y, int c) {
-        const double d = std::abs(double{a.at(x, y, c)} - b.at(x, y, c));
-        largest = std::max(largest, std::isnan(d) ? 1e9 : d);
-    });
-    return largest;
-}
-
 const Box frame{-9, 5, 62, 51};
 
 /// A hole at the border, one inside with soft rims, single pixels.

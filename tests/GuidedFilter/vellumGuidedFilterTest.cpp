@@ -115,15 +115,6 @@ Pixels expected(const Pixels& p, const Pixels& g, int radius, double epsilon) {
     return result;
 }
 
-double largestDifference(const Pixels& a, const Pixels& b) {
-    double largest = 0;
-    a.forEach([&](int x, int y, int c) {
-        const double d = std::abs(double{a.at(x, y, c)} - b.at(x, y, c));
-        largest = std::max(largest, std::isnan(d) ? 1e9 : d);
-    });
-    return largest;
-}
-
 const Box tiny{-3, 2, 41, 39};
 const Box small{-7, 4, 84, 67};
 /// Two by two tiles, the last ones narrow.
