@@ -20,6 +20,7 @@
 #include "cli/StageFiles.h"
 #include "cli/StageTable.h"
 #include "compute/HostDevice.h"
+#include "host/files/ImageCacheDirectory.h"
 #include "host/graph/RenderJob.h"
 #include "host/graph/SettingError.h"
 #include "node/ViewTintPlugin.h"
@@ -45,6 +46,8 @@ struct RenderOptions {
     bool quiet = false;
     bool stats = false;
     std::string stageFolder;
+    std::string cacheFolder;
+    std::uint64_t cacheBytes = std::uint64_t{10} << 30;
     Host::ControlValues controls;
     std::vector<std::pair<std::string, std::string>> values;  ///< control and text, in the order of the command line
 };
@@ -176,6 +179,8 @@ int render(RenderOptions& options) {
     }
     const std::vector<std::string> views = picture->views();
     warnOfFalseColours(options.controls, views);
+    std::optional<Host::ImageCacheDirectory> cache;
+    if (!options.cacheFolder.empty()) cache.emplace(options.cacheFolder, options.cacheBytes);
     Host::RenderJob job(source, std::move(options.controls), rolesOf(options), services);
     if (options.mask) job.setMask(std::make_shared<Host::MultiViewFile>(Host::MultiViewFile::open(*options.mask)));
     try {
@@ -225,6 +230,18 @@ void addRenderCommand(CLI::App& app, CommandContext& context) {
         ->add_option("--write-stages", options->stageFolder,
                      "Writes the intermediate pictures of \"Local Matching\" into a folder, for a look into the render")
         ->type_name("DIR");
+    command
+        ->add_option("--cache", options->cacheFolder,
+                     "Keeps results in a folder of this program's own: the same picture with the same controls is not "
+                     "computed again")
+        ->type_name("DIR");
+    command
+        ->add_option("--cache-size", options->cacheBytes,
+                     "How much that folder may hold, for example 500MB or 20GB; what was not used for longest goes")
+        ->transform(CLI::AsSizeValue(false))
+        ->type_name("SIZE")
+        ->default_str("10GB")
+        ->needs("--cache");
     command->add_flag("--stats", options->stats,
                       "Prints for each stage the milliseconds, the kernel calls, the megabytes that they read and "
                       "wrote, and GB/s");

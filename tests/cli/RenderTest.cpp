@@ -200,6 +200,25 @@ TEST_F(Render, LocalMatchingCorrectsWhatBasicCannotAndShowsItsStages) {
         << blocked.errors;
 }
 
+TEST_F(Render, ResultsAreKeptWhenAsked) {
+    write("in.exr", pair());
+    const Outcome first = render({"--cache", "kept/here", "--stats"});
+    ASSERT_EQ(first.exitCode, 0) << first.errors;
+    const std::string picture = contents("out.exr");
+    const auto renderedOf = [](const Outcome& outcome) { return outcome.output.find("rebuild") != std::string::npos; };
+    EXPECT_TRUE(renderedOf(first));
+    const Outcome second = render({"--cache", "kept/here", "--stats"});
+    EXPECT_FALSE(renderedOf(second));
+    EXPECT_EQ(contents("out.exr"), picture);
+    EXPECT_TRUE(renderedOf(render({"--cache", "kept/here", "--stats", "--previewCorrection", "on"})));
+    EXPECT_TRUE(renderedOf(render({"--cache", "kept/here", "--stats", "--matchWhat", "1"})));
+    fs::last_write_time(file("in.exr"), fs::file_time_type::clock::now() + std::chrono::seconds(5));
+    EXPECT_TRUE(renderedOf(render({"--cache", "kept/here", "--stats"}))) << "the picture is another";
+    EXPECT_NE(render({"--cache", "in.exr"}).errors.find("Cannot make the folder 'in.exr' for --cache"),
+              std::string::npos);
+    EXPECT_EQ(render({"--cache-size", "5GB"}).exitCode, 2);
+}
+
 TEST_F(Render, ThreadsDoNotChangeTheFile) {
     write("in.exr", pair());
     ASSERT_EQ(render({"--threads", "1"}).exitCode, 0);
