@@ -4,7 +4,6 @@
 #include <chrono>
 #include <memory>
 #include <optional>
-#include <regex>
 #include <span>
 #include <string>
 #include <utility>
@@ -15,12 +14,14 @@
 #include <CLI/CLI.hpp>
 
 #include "cli/CallError.h"
+#include "cli/ControlOptions.h"
 #include "cli/Interruption.h"
 #include "cli/ProgressBar.h"
 #include "cli/StageFiles.h"
 #include "cli/StageTable.h"
 #include "compute/HostDevice.h"
 #include "host/files/ImageCacheDirectory.h"
+#include "host/graph/ControlPanel.h"
 #include "host/graph/RenderJob.h"
 #include "host/graph/SettingError.h"
 #include "node/ViewTintPlugin.h"
@@ -29,15 +30,10 @@ namespace ViewTint::Cli {
 
 namespace {
 
-using Fresco::Image::KnobDeclaration;
-using Fresco::Image::KnobKind;
-
 constexpr int stillFrame = 1;
 
 /// The options as they stand on the command line.
 struct RenderOptions {
-    RenderOptions() : controls(Host::viewTintClass) {}
-
     std::string input;
     std::string output;
     std::optional<std::string> mask;
@@ -48,65 +44,12 @@ struct RenderOptions {
     std::string stageFolder;
     std::string cacheFolder;
     std::uint64_t cacheBytes = std::uint64_t{10} << 30;
-    Host::ControlValues controls;
-    std::vector<std::pair<std::string, std::string>> values;  ///< control and text, in the order of the command line
+    ControlOptions controls;
 };
 
-/// A control's help without a panel's markup and line breaks.
-std::string plainText(const std::string& help) {
-    const std::string withBreaks = std::regex_replace(help, std::regex("<p>"), " ");
-    const std::string withoutTags = std::regex_replace(withBreaks, std::regex("<[^>]*>"), "");
-    return std::regex_replace(withoutTags, std::regex("\\s+"), " ");
-}
-
-std::string rangeOf(const KnobDeclaration& knob) {
-    if (knob.kind == KnobKind::boolean) return "on|off";
-    if (knob.kind == KnobKind::view) return "VIEW";
-    if (!knob.choices.empty()) {
-        std::string text;
-        for (const std::string& choice : knob.choices)
-            text += (text.empty() ? "\"" : "|\"") + choice + "\"";
-        return text;
-    }
-    return knob.hasRange ? fmt::format("{:g}..{:g}", knob.minimum, knob.maximum) : "NUMBER";
-}
-
-std::string defaultOf(const KnobDeclaration& knob) {
-    const auto number = static_cast<std::size_t>(knob.defaultValue);
-    if (knob.kind == KnobKind::view) return "";  // depends on the file
-    if (knob.kind == KnobKind::boolean) return knob.defaultValue != 0 ? "on" : "off";
-    return number < knob.choices.size() ? "\"" + knob.choices[number] + "\"" : fmt::format("{:g}", knob.defaultValue);
-}
-
-/// Every control of the node under its own name, as the node declares it.
-void addControls(CLI::App& command, const std::shared_ptr<RenderOptions>& options) {
-    for (const KnobDeclaration& knob : options->controls.declarations()) {
-        if (!knob.holdsValue()) continue;
-        const std::string name = knob.name;
-        auto* option = command.add_option_function<std::string>(
-            "--" + name, [options, name](const std::string& value) { options->values.emplace_back(name, value); },
-            knob.tooltip.empty() ? knob.label : plainText(knob.tooltip));
-        option->type_name(rangeOf(knob))->default_str(defaultOf(knob))->group("Controls");
-    }
-}
-
-/// An option that nobody knows may be a control's name misspelt; the controls know the nearest.
-void explainUnknown(const std::string& word, RenderOptions& options) {
-    if (!word.starts_with("--")) return;
-    const std::size_t nameEnd = std::min(word.find('='), word.size());
-    try {
-        options.controls.set(word.substr(2, nameEnd - 2), "");
-    } catch (const Host::SettingError& error) {
-        throw CallError(error.what());
-    }
-}
-
-/// Hands the values to the controls, which check them. A mask that nothing reads would go unnoticed.
-void setControls(RenderOptions& options) {
-    for (const auto& [name, text] : options.values)
-        options.controls.set(name, text);
-    const auto setsMask = [](const auto& value) { return value.first == "maskWith"; };
-    if (options.mask && std::none_of(options.values.begin(), options.values.end(), setsMask))
+/// A mask that nothing reads would go unnoticed.
+void checkMask(const RenderOptions& options) {
+    if (options.mask && !options.controls.gives("maskWith"))
         throw CallError(
             "--mask: the file isn't used while maskWith is None; add for example --maskWith \"Mask Alpha\".");
 }
@@ -139,21 +82,25 @@ std::string explain(const std::string& sentence, const RenderOptions& options, c
     return text;
 }
 
-/// The node is defined to convert the picture of one block size to Lab twice where it refills occlusions.
-void warnOfFalseColours(const Host::ControlValues& controls, std::span<const std::string> views) {
-    const auto given = controls.resolve(views);
-    const auto value = [&](const char* name) {
-        for (const auto& one : given)
-            if (one.name == name) return one.number;
-        for (const KnobDeclaration& knob : controls.declarations())
-            if (knob.name == name) return knob.defaultValue;
-        return 0.0;
-    };
+void warn(const std::string& sentence) {
+    fmt::print(stderr, "viewtint: {}\n", sentence);
+}
+
+/// Of values that do nothing, and of those that together do what nobody wants.
+void warnOfOddSettings(const Host::ControlValues& controls, std::span<const std::string> views) {
+    const Host::ControlPanel panel(controls, views);
+    for (const std::string& name : panel.givenInVain())
+        warn(
+            fmt::format("{} has no effect together with the other values; 'viewtint controls' with the same values "
+                        "shows what is enabled.",
+                        name));
+    // The node is defined to convert the picture of one block size to Lab twice where it refills occlusions.
     constexpr double basic = 0, none = 2;
-    if (value("matchingMode") != basic && value("samples") == 1 && value("occlusionCorrection") != none)
-        fmt::print(stderr,
-                   "viewtint: one block size together with refilled occlusions gives false colours; choose --samples 2 "
-                   "or more, or --occlusionCorrection None.\n");
+    if (panel.value("matchingMode") != basic && panel.value("samples") == 1 &&
+        panel.value("occlusionCorrection") != none)
+        warn(
+            "one block size together with refilled occlusions gives false colours; choose --samples 2 or more, or "
+            "--occlusionCorrection None.");
 }
 
 int render(RenderOptions& options) {
@@ -178,10 +125,11 @@ int render(RenderOptions& options) {
         };
     }
     const std::vector<std::string> views = picture->views();
-    warnOfFalseColours(options.controls, views);
+    Host::ControlValues& controls = options.controls.checked();
+    warnOfOddSettings(controls, views);
     std::optional<Host::ImageCacheDirectory> cache;
     if (!options.cacheFolder.empty()) cache.emplace(options.cacheFolder, options.cacheBytes);
-    Host::RenderJob job(source, std::move(options.controls), rolesOf(options), services);
+    Host::RenderJob job(source, std::move(controls), rolesOf(options), services);
     if (options.mask) job.setMask(std::make_shared<Host::MultiViewFile>(Host::MultiViewFile::open(*options.mask)));
     try {
         job.render(stillFrame, options.output);
@@ -245,13 +193,13 @@ void addRenderCommand(CLI::App& app, CommandContext& context) {
     command->add_flag("--stats", options->stats,
                       "Prints for each stage the milliseconds, the kernel calls, the megabytes that they read and "
                       "wrote, and GB/s");
-    addControls(*command, options);
+    options->controls.addTo(*command);
     command->callback([&context, options] {
-        context.explainUnknown = [options](const std::string& word) { explainUnknown(word, *options); };
+        context.explainUnknown = [options](const std::string& word) { options->controls.explainUnknown(word); };
         context.work = [options, &context] {
             Vellum::Compute::Host::setThreads(context.threads);
             try {
-                setControls(*options);
+                checkMask(*options);
                 return render(*options);
             } catch (const Host::SettingError& error) {
                 throw CallError(error.what());

@@ -187,6 +187,9 @@ TEST_F(Render, LocalMatchingCorrectsWhatBasicCannotAndShowsItsStages) {
     EXPECT_EQ(renderLocal({"--samples", "1", "--occlusionCorrection", "None"}).errors.find(hint), std::string::npos);
     const Outcome outcome = renderLocal({"--samples", "2", "--write-stages", "new/stages"});
     EXPECT_EQ(outcome.errors.find(hint), std::string::npos);
+    const std::string inVain = "viewtint: intervalType has no effect together with the other values";
+    EXPECT_EQ(outcome.errors.find(inVain), std::string::npos);
+    EXPECT_NE(renderLocal({"--samples", "2", "--intervalType", "1"}).errors.find(inVain), std::string::npos);
     ASSERT_EQ(outcome.exitCode, 0) << outcome.errors;
     for (const char* stage :
          {"V", "N", "T", "noise", "E0", "E1", "merged", "O", "delta", "refilled", "average", "limited", "smoothed"}) {
