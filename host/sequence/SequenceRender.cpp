@@ -171,6 +171,7 @@ void SequenceRender::renderFrame(std::size_t place, Writer& writer) {
     }
     const auto start = Clock::now();
     try {
+        source_.require(frame);
         if (begin) begin(frame, place);
         const auto picture = job_.render(frame);
         result.seconds = secondsSince(start);

@@ -97,11 +97,19 @@ std::shared_ptr<SequenceSource::Slot> SequenceSource::read(int file, std::unique
     return slot;
 }
 
+void SequenceSource::require(int number) const {
+    if (standIn(number) == number) return;
+    const std::string name = pattern_.path(number).string();
+    if (!isInside(number))
+        throw FileError(fmt::format("There is no file '{}'; the sequence goes from {} to {}.", name, files_.front(),
+                                    files_.back()));
+    if (missing_ == Missing::fail)
+        throw FileError(fmt::format("'{}' is missing; --missing hold takes the frame before it instead.", name));
+}
+
 std::shared_ptr<MultiViewFile> SequenceSource::frame(int number) {
     const auto file = standIn(number);
-    if (!file && isInside(number))
-        throw FileError(fmt::format("'{}' is missing; --missing hold takes the frame before it instead.",
-                                    pattern_.path(number).string()));
+    if (!file && isInside(number)) require(number);
     if (!file) return nullptr;
     std::unique_lock lock(mutex_);
     if (*file != number && std::ranges::find(plan_, number) != plan_.end()) {

@@ -41,6 +41,9 @@ public:
     /// another copy of the one that is held.
     std::shared_ptr<MultiViewFile> frame(int number) override;
 
+    /// Throws FileError where a frame to be rendered has no file and may not be held either.
+    void require(int number) const;
+
     /// How many files were read.
     int filesRead() const;
 
