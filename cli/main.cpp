@@ -15,6 +15,7 @@
 #include "cli/CommandContext.h"
 #include "cli/Interruption.h"
 #include "cli/compareCommand.h"
+#include "cli/controlsCommand.h"
 #include "cli/infoCommand.h"
 #include "cli/kernelsCommand.h"
 #include "cli/packCommand.h"
@@ -95,6 +96,7 @@ int run(int argc, char** argv) {
     addInfoCommand(app, context);
     addPackCommand(app, context);
     addCompareCommand(app, context);
+    addControlsCommand(app, context);
     addKernelsCommand(app, context);
 
     if (const auto ended = parse(app, argc, argv)) return *ended;

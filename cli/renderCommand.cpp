@@ -1,197 +1,56 @@
 #include "cli/renderCommand.h"
 
-#include <algorithm>
-#include <chrono>
+#include <fmt/format.h>
+
 #include <memory>
-#include <optional>
-#include <regex>
-#include <span>
+#include <stdexcept>
 #include <string>
 #include <utility>
-#include <vector>
 
-#include <fmt/format.h>
-#include <fmt/ranges.h>
 #include <CLI/CLI.hpp>
 
 #include "cli/CallError.h"
-#include "cli/Interruption.h"
-#include "cli/ProgressBar.h"
-#include "cli/StageFiles.h"
-#include "cli/StageTable.h"
+#include "cli/RenderOptions.h"
+#include "cli/renderSequence.h"
+#include "cli/renderStill.h"
 #include "compute/HostDevice.h"
-#include "host/graph/RenderJob.h"
 #include "host/graph/SettingError.h"
-#include "node/ViewTintPlugin.h"
 
 namespace ViewTint::Cli {
 
 namespace {
 
-using Fresco::Image::KnobDeclaration;
-using Fresco::Image::KnobKind;
+/// A sequence's files are looked for later.
+const CLI::Validator existingPicture(
+    [](std::string& name) {
+        try {
+            return Host::FramePattern::parse(name) ? std::string() : existingFile(name);
+        } catch (const std::invalid_argument& error) {
+            return std::string(error.what());
+        }
+    },
+    "");
 
-constexpr int stillFrame = 1;
-
-/// The options as they stand on the command line.
-struct RenderOptions {
-    RenderOptions() : controls(Host::viewTintClass) {}
-
-    std::string input;
-    std::string output;
-    std::optional<std::string> mask;
-    std::vector<std::string> channels;
-    std::string outside = "empty";
-    bool quiet = false;
-    bool stats = false;
-    std::string stageFolder;
-    Host::ControlValues controls;
-    std::vector<std::pair<std::string, std::string>> values;  ///< control and text, in the order of the command line
-};
-
-/// A control's help without a panel's markup and line breaks.
-std::string plainText(const std::string& help) {
-    const std::string withBreaks = std::regex_replace(help, std::regex("<p>"), " ");
-    const std::string withoutTags = std::regex_replace(withBreaks, std::regex("<[^>]*>"), "");
-    return std::regex_replace(withoutTags, std::regex("\\s+"), " ");
-}
-
-std::string rangeOf(const KnobDeclaration& knob) {
-    if (knob.kind == KnobKind::boolean) return "on|off";
-    if (knob.kind == KnobKind::view) return "VIEW";
-    if (!knob.choices.empty()) {
-        std::string text;
-        for (const std::string& choice : knob.choices)
-            text += (text.empty() ? "\"" : "|\"") + choice + "\"";
-        return text;
-    }
-    return knob.hasRange ? fmt::format("{:g}..{:g}", knob.minimum, knob.maximum) : "NUMBER";
-}
-
-std::string defaultOf(const KnobDeclaration& knob) {
-    const auto number = static_cast<std::size_t>(knob.defaultValue);
-    if (knob.kind == KnobKind::view) return "";  // depends on the file
-    if (knob.kind == KnobKind::boolean) return knob.defaultValue != 0 ? "on" : "off";
-    return number < knob.choices.size() ? "\"" + knob.choices[number] + "\"" : fmt::format("{:g}", knob.defaultValue);
-}
-
-/// Every control of the node under its own name, as the node declares it.
-void addControls(CLI::App& command, const std::shared_ptr<RenderOptions>& options) {
-    for (const KnobDeclaration& knob : options->controls.declarations()) {
-        if (!knob.holdsValue()) continue;
-        const std::string name = knob.name;
-        auto* option = command.add_option_function<std::string>(
-            "--" + name, [options, name](const std::string& value) { options->values.emplace_back(name, value); },
-            knob.tooltip.empty() ? knob.label : plainText(knob.tooltip));
-        option->type_name(rangeOf(knob))->default_str(defaultOf(knob))->group("Controls");
-    }
-}
-
-/// An option that nobody knows may be a control's name misspelt; the controls know the nearest.
-void explainUnknown(const std::string& word, RenderOptions& options) {
-    if (!word.starts_with("--")) return;
-    const std::size_t nameEnd = std::min(word.find('='), word.size());
-    try {
-        options.controls.set(word.substr(2, nameEnd - 2), "");
-    } catch (const Host::SettingError& error) {
-        throw CallError(error.what());
-    }
-}
-
-/// Hands the values to the controls, which check them. A mask that nothing reads would go unnoticed.
-void setControls(RenderOptions& options) {
-    for (const auto& [name, text] : options.values)
-        options.controls.set(name, text);
-    const auto setsMask = [](const auto& value) { return value.first == "maskWith"; };
-    if (options.mask && std::none_of(options.values.begin(), options.values.end(), setsMask))
+/// A mask that nothing reads would go unnoticed.
+void checkMask(const RenderOptions& options) {
+    if (options.mask && !options.controls.gives("maskWith"))
         throw CallError(
             "--mask: the file isn't used while maskWith is None; add for example --maskWith \"Mask Alpha\".");
 }
 
-Host::ChannelRoles rolesOf(const RenderOptions& options) {
-    Host::ChannelRoles roles;
-    for (const std::string& assignment : options.channels)
-        roles.assign(assignment);
-    return roles;
-}
-
-std::string absentColours(const Host::MultiViewFile& picture, const Host::ChannelRoles& roles) {
-    std::vector<std::string> absent;
-    for (const std::string& view : picture.views())
-        for (const Host::ChannelRoles::Role& role : roles.all())
-            if (role.channel <= Fresco::Image::blueChannel && !picture.hasChannel(view, role.fileChannel))
-                absent.push_back(fmt::format("'{}' in view '{}'", role.fileChannel, view));
-    return fmt::format("{}", fmt::join(absent, ", "));
-}
-
-/// The node's sentence with the file and with what the node can't know: names in the file and options of this command.
-std::string explain(const std::string& sentence, const RenderOptions& options, const Host::MultiViewFile& picture) {
-    if (sentence.find(fmt::format("'{}'", options.input)) != std::string::npos) return sentence;
-    std::string text = fmt::format("{}: {}", options.input, sentence);
-    if (sentence.ends_with("missing rgb"))
-        text += fmt::format(". There is no {}; add it, or choose others with --channel ROLE=NAME.",
-                            absentColours(picture, rolesOf(options)));
-    if (sentence.starts_with("Channel selected as Mask is missing") && !options.mask)
-        text += " Name a mask file with --mask, or choose another maskWith.";
-    return text;
-}
-
-/// The node is defined to convert the picture of one block size to Lab twice where it refills occlusions.
-void warnOfFalseColours(const Host::ControlValues& controls, std::span<const std::string> views) {
-    const auto given = controls.resolve(views);
-    const auto value = [&](const char* name) {
-        for (const auto& one : given)
-            if (one.name == name) return one.number;
-        for (const KnobDeclaration& knob : controls.declarations())
-            if (knob.name == name) return knob.defaultValue;
-        return 0.0;
-    };
-    constexpr double basic = 0, none = 2;
-    if (value("matchingMode") != basic && value("samples") == 1 && value("occlusionCorrection") != none)
-        fmt::print(stderr,
-                   "viewtint: one block size together with refilled occlusions gives false colours; choose --samples 2 "
-                   "or more, or --occlusionCorrection None.\n");
-}
-
 int render(RenderOptions& options) {
-    const auto start = std::chrono::steady_clock::now();
-    std::optional<StageTable> stages;
-    if (options.stats) stages.emplace();
-    requireOutput("--output", options.output, ".exr", {options.input, options.mask});
-    const auto picture = std::make_shared<Host::MultiViewFile>(Host::MultiViewFile::open(options.input));
-    Host::StillSource source(
-        picture, stillFrame,
-        options.outside == "hold" ? Host::StillSource::Outside::hold : Host::StillSource::Outside::empty);
-    ProgressBar progress(options.quiet ? ProgressBar::Style::off : ProgressBar::Style::automatic);
-    Host::RenderServices services;
-    services.progress = [&](double done, const std::string& stage) { progress.show(done, stage); };
-    services.abort = &interruptFlag();
-    std::optional<StageFiles> stageFiles;
-    if (!options.stageFolder.empty()) {
-        stageFiles.emplace(options.stageFolder);
-        services.operatorMade = [&](Fresco::Image::Op& op) {
-            if (auto* node = dynamic_cast<Cobalt::Research::ViewTintPlugin*>(&op))
-                node->stageObserver = [&](const char* name, const auto& picture) { stageFiles->write(name, picture); };
-        };
-    }
-    const std::vector<std::string> views = picture->views();
-    warnOfFalseColours(options.controls, views);
-    Host::RenderJob job(source, std::move(options.controls), rolesOf(options), services);
-    if (options.mask) job.setMask(std::make_shared<Host::MultiViewFile>(Host::MultiViewFile::open(*options.mask)));
     try {
-        job.render(stillFrame, options.output);
-    } catch (const Host::RenderInterrupted&) {
-        throw Interrupted();
-    } catch (const Host::RenderError& error) {
-        progress.clear();
-        throw Host::RenderError(explain(error.what(), options, *picture));
+        if (const auto pattern = Host::FramePattern::parse(options.input)) return renderSequence(options, *pattern);
+    } catch (const std::invalid_argument& error) {
+        throw CallError(error.what());
     }
-    progress.clear();
-    const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    if (!options.quiet) fmt::print("{}: written in {:.2f} s\n", options.output, seconds);
-    if (stages) fmt::print("{}", stages->text());
-    if (stageFiles) stageFiles->throwFailure();
-    return interruptFlag() ? exitInterrupted : exitFine;  // pressed while the file was written: it is whole
+    for (const auto& [given, option] :
+         {std::pair{!options.frames.empty(), "--frames"}, std::pair{options.skipExisting, "--skip-existing"},
+          std::pair{options.json, "--json"}})
+        if (given)
+            throw CallError(fmt::format("{} is for sequences; '{}' is one picture. Write for example shot.####.exr.",
+                                        option, options.input));
+    return renderStill(options);
 }
 
 }  // namespace
@@ -199,16 +58,19 @@ int render(RenderOptions& options) {
 void addRenderCommand(CLI::App& app, CommandContext& context) {
     CLI::App* command = app.add_subcommand("render", "Corrects the colours of one view of a multi-view OpenEXR file");
     const auto options = std::make_shared<RenderOptions>();
-    command->add_option("FILE", options->input, "Multi-view OpenEXR file with disparity channels")
+    command
+        ->add_option("FILE", options->input,
+                     "Multi-view OpenEXR file with disparity channels; a sequence as shot.####.exr, shot.@@@.exr or "
+                     "shot.%04d.exr")
         ->required()
-        ->check(existingFile)
+        ->check(existingPicture)
         ->type_name("FILE");
     command->add_option("-o,--output", options->output, "OpenEXR file to write: all that came in, one view corrected")
         ->required()
         ->type_name("FILE.exr");
     command
         ->add_option("--mask", options->mask, "OpenEXR file for the node's input Mask; choose a channel by --maskWith")
-        ->check(existingFile)
+        ->check(existingPicture)
         ->type_name("FILE");
     command
         ->add_option("--channel", options->channels,
@@ -220,21 +82,50 @@ void addRenderCommand(CLI::App& app, CommandContext& context) {
                      "What frames before and after the shot hold: nothing, or the nearest")
         ->capture_default_str()
         ->check(CLI::IsMember({"empty", "hold"}));
+    command
+        ->add_option("--frames", options->frames,
+                     "Which frames of a sequence, for example 1001-1240, 1001-1240x2 or 1001,1005 (default: all files)")
+        ->type_name("RANGE");
+    command
+        ->add_option("--missing", options->missing,
+                     "What a frame without a file between others is: an error, or the frame before it")
+        ->capture_default_str()
+        ->check(CLI::IsMember({"error", "hold"}));
+    command->add_flag("--skip-existing", options->skipExisting,
+                      "Leaves out frames whose output file is there and whole, so that a sequence can be resumed");
+    command
+        ->add_option("--memory", options->memoryBytes,
+                     "How much memory frames of a sequence may take, for example 8GB (default: half of the machine's)")
+        ->transform(CLI::AsSizeValue(false))
+        ->type_name("SIZE");
+    command->add_flag("--json", options->json, "Tells of each frame of a sequence as a line of JSON");
     command->add_flag("--quiet", options->quiet, "No progress and no closing line");
     command
         ->add_option("--write-stages", options->stageFolder,
                      "Writes the intermediate pictures of \"Local Matching\" into a folder, for a look into the render")
         ->type_name("DIR");
+    command
+        ->add_option("--cache", options->cacheFolder,
+                     "Keeps results in a folder of this program's own: the same picture with the same controls is not "
+                     "computed again")
+        ->type_name("DIR");
+    command
+        ->add_option("--cache-size", options->cacheBytes,
+                     "How much that folder may hold, for example 500MB or 20GB; what was not used for longest goes")
+        ->transform(CLI::AsSizeValue(false))
+        ->type_name("SIZE")
+        ->default_str("10GB")
+        ->needs("--cache");
     command->add_flag("--stats", options->stats,
                       "Prints for each stage the milliseconds, the kernel calls, the megabytes that they read and "
                       "wrote, and GB/s");
-    addControls(*command, options);
+    options->controls.addTo(*command);
     command->callback([&context, options] {
-        context.explainUnknown = [options](const std::string& word) { explainUnknown(word, *options); };
+        context.explainUnknown = [options](const std::string& word) { options->controls.explainUnknown(word); };
         context.work = [options, &context] {
             Vellum::Compute::Host::setThreads(context.threads);
             try {
-                setControls(*options);
+                checkMask(*options);
                 return render(*options);
             } catch (const Host::SettingError& error) {
                 throw CallError(error.what());

@@ -10,7 +10,8 @@ class ResearchVellumPlanarIop : public Cobalt::PlinthPlugins::VellumPlanarIop, p
 public:
     explicit ResearchVellumPlanarIop(Fresco::Image::Node* node) : VellumPlanarIop(node) {}
 
-    /// Renders a plane. The default calls renderPlane; throws InterruptedException after an abort.
+    /// Renders a plane. The default takes it from the result cache or calls renderPlane; throws InterruptedException
+    /// after an abort.
     void renderStripe(Fresco::Image::ImagePlane& plane) override;
     bool useStripes() const override { return false; }
     bool renderFullPlanes() const override { return true; }
@@ -21,6 +22,8 @@ public:
     virtual void hash(Fresco::Image::Hash& out) const { out = ownHash(); }
     /// For operators that keep the default renderStripe; true when the plane's pixels are good.
     virtual bool renderPlane(Fresco::Image::ImagePlane& /*plane*/) { return true; }
+
+    bool useResultCache = true;  ///< for the default renderStripe
 
     /// Shown on the node; 1 dismisses the display.
     void fraction(float done) override;

@@ -113,6 +113,7 @@ private:
 
     void render(Fresco::Image::ImagePlane& plane, Steps& steps);
     std::array<int, 2> sourceFormat() const;
+    static bool loadResult(Fresco::Image::ImagePlane& plane, const Fresco::Image::Hash& renderHash);
     void markDisparityEdges(const Image& disparity, Image& edges) const;
     /// The other view's colours on the geometry of the view to correct.
     void rebuildOtherView(Vellum::Utils::BufferManagement::BufferManager& bufferManager,

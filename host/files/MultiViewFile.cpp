@@ -195,6 +195,14 @@ int MultiViewFile::height() const {
     return contents_->display.max.y - contents_->display.min.y + 1;
 }
 
+std::size_t MultiViewFile::bytes() const {
+    std::size_t sum = 0;
+    for (const StoredPart& part : contents_->parts)
+        for (const StoredChannel& channel : part.channels)
+            sum += channel.pixels.size();
+    return sum;
+}
+
 Box MultiViewFile::dataBox(const std::string& view) const {
     contents_->requireView(view);
     Box all;

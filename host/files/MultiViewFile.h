@@ -54,6 +54,8 @@ public:
     /// Width and height of the display window.
     int width() const;
     int height() const;
+    /// What the pixels take in memory.
+    std::size_t bytes() const;
     /// The data window of a view's channels (of several parts: their union).
     Box dataBox(const std::string& view) const;
 

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "base/Ensure.h"
+#include "host/graph/BuildIdentity.h"
 
 namespace ViewTint::Host {
 
@@ -119,6 +120,7 @@ Fresco::Image::Knob* OperatorNode::knob(std::string_view name) const {
 
 Fresco::Image::Hash OperatorNode::hash() const {
     Fresco::Image::Hash hash;
+    hash.append(buildIdentity());
     hash.append(std::string_view(op_->Class()));
     for (const auto& knob : knobs_)
         hash.append(knob->get_value());

@@ -13,6 +13,7 @@
 #include "base/Exception.h"
 #include "compute/StageStatistics.h"
 #include "host/files/AtomicFile.h"
+#include "host/graph/ProjectViews.h"
 #include "host/graph/ReaderOps.h"
 #include "host/graph/SettingError.h"
 
@@ -25,33 +26,6 @@ using Fresco::Image::OutputContext;
 namespace {
 
 constexpr int smallestSize = 2;  // pixels: operators compare neighbours
-
-/// The views of the picture that is rendered, known to the whole process for the life of the object.
-class ProjectViews : public Fresco::Image::Project {
-public:
-    explicit ProjectViews(const std::vector<std::string>& fileViews) : names_(fileViews) {
-        const auto rank = [](const std::string& name) { return name == "left" ? 0 : name == "right" ? 1 : 2; };
-        std::ranges::stable_sort(names_, {}, rank);
-        previous_ = setCurrent(this);
-    }
-    ~ProjectViews() override { setCurrent(previous_); }
-
-    int viewcount() const override { return static_cast<int>(names_.size()) + 1; }
-    int lookup_view(std::string_view name) const override {
-        const auto found = std::ranges::find(names_, name);
-        return found == names_.end() ? -1 : static_cast<int>(found - names_.begin()) + 1;
-    }
-
-    const std::vector<std::string>& names() const { return names_; }
-    /// The name of a view's number, or null.
-    const std::string* name(int view) const {
-        return view >= 1 && view < viewcount() ? &names_[static_cast<std::size_t>(view - 1)] : nullptr;
-    }
-
-private:
-    std::vector<std::string> names_;
-    Project* previous_ = nullptr;
-};
 
 bool isSameFile(const fs::path& a, const fs::path& b) {
     std::error_code failed;

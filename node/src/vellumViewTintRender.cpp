@@ -3,6 +3,7 @@
 #include "ToneAligner/ToneAligner.h"
 #include "compute/BufferManagement/BufferManager.h"
 #include "compute/StageStatistics.h"
+#include "framework/ResultCache.h"
 #include "node/ViewTintChoices.h"
 #include "node/ViewTintPlugin.h"
 
@@ -53,6 +54,9 @@ void ViewTintPlugin::renderStripe(Fresco::Image::ImagePlane& plane) {
 void ViewTintPlugin::render(Fresco::Image::ImagePlane& plane, Steps& steps) {
     const Stage stage("fetch and deliver");
     const std::array<int, 2> fullSize = sourceFormat();
+    Fresco::Image::Hash renderHash;
+    hash(renderHash);
+    if (loadResult(plane, renderHash)) return;
     if (!inputsUsable(inputNumber(0, 1), inputNumber(0, 2))) {
         abortCheck(*this);
         error(Cobalt::Sextant::missingViewsMessage("Source"));
@@ -110,7 +114,18 @@ void ViewTintPlugin::render(Fresco::Image::ImagePlane& plane, Steps& steps) {
     steps.report();
     writeImageToPlane(plane, corrected, colourChannels());
     steps.report();
+    {
+        const Stage cache("cache");
+        ResultCache::storeImage(corrected, colourChannels(), renderHash);
+    }
     steps.report();
+}
+
+/// True where every channel of the plane was kept from an earlier render.
+bool ViewTintPlugin::loadResult(Fresco::Image::ImagePlane& plane, const Fresco::Image::Hash& renderHash) {
+    const Stage stage("cache");
+    return ResultCache::hasChannels(plane.channels(), renderHash) &&
+           ResultCache::load(plane, renderHash).size() == plane.channels().size();
 }
 
 std::array<int, 2> ViewTintPlugin::sourceFormat() const {

@@ -51,6 +51,19 @@ protected:
         return {exitCode, contents(".stdout"), contents(".stderr")};
     }
 
+    /// Runs the command and kills it once `reached` says so, or after some seconds. True if it was still at work.
+    template <class Reached>
+    bool runAndKillWhen(const std::vector<std::string>& words, Reached&& reached) const {
+        const pid_t child = fork();
+        if (child == 0) execute(words, Start::calmly);
+        for (int waits = 0; waits < 2000 && !reached(); ++waits)
+            usleep(2000);
+        kill(child, SIGKILL);
+        int status = 0;
+        waitpid(child, &status, 0);
+        return WIFSIGNALED(status);
+    }
+
     /// Runs the command and sends SIGINT once it has said `firstLine` on its error stream. That stream is a pipe with
     /// room for this line alone, so that the command is still at work when the signal comes, however slow the machine.
     Outcome runAndInterruptAfter(const std::string& firstLine, const std::vector<std::string>& words) const {

@@ -187,6 +187,9 @@ TEST_F(Render, LocalMatchingCorrectsWhatBasicCannotAndShowsItsStages) {
     EXPECT_EQ(renderLocal({"--samples", "1", "--occlusionCorrection", "None"}).errors.find(hint), std::string::npos);
     const Outcome outcome = renderLocal({"--samples", "2", "--write-stages", "new/stages"});
     EXPECT_EQ(outcome.errors.find(hint), std::string::npos);
+    const std::string inVain = "viewtint: intervalType has no effect together with the other values";
+    EXPECT_EQ(outcome.errors.find(inVain), std::string::npos);
+    EXPECT_NE(renderLocal({"--samples", "2", "--intervalType", "1"}).errors.find(inVain), std::string::npos);
     ASSERT_EQ(outcome.exitCode, 0) << outcome.errors;
     for (const char* stage :
          {"V", "N", "T", "noise", "E0", "E1", "merged", "O", "delta", "refilled", "average", "limited", "smoothed"}) {
@@ -198,6 +201,25 @@ TEST_F(Render, LocalMatchingCorrectsWhatBasicCannotAndShowsItsStages) {
     EXPECT_NE(blocked.exitCode, 0);
     EXPECT_NE(blocked.errors.find("Cannot make the folder 'new/taken' for --write-stages"), std::string::npos)
         << blocked.errors;
+}
+
+TEST_F(Render, ResultsAreKeptWhenAsked) {
+    write("in.exr", pair());
+    const Outcome first = render({"--cache", "kept/here", "--stats"});
+    ASSERT_EQ(first.exitCode, 0) << first.errors;
+    const std::string picture = contents("out.exr");
+    const auto renderedOf = [](const Outcome& outcome) { return outcome.output.find("rebuild") != std::string::npos; };
+    EXPECT_TRUE(renderedOf(first));
+    const Outcome second = render({"--cache", "kept/here", "--stats"});
+    EXPECT_FALSE(renderedOf(second));
+    EXPECT_EQ(contents("out.exr"), picture);
+    EXPECT_TRUE(renderedOf(render({"--cache", "kept/here", "--stats", "--previewCorrection", "on"})));
+    EXPECT_TRUE(renderedOf(render({"--cache", "kept/here", "--stats", "--matchWhat", "1"})));
+    fs::last_write_time(file("in.exr"), fs::file_time_type::clock::now() + std::chrono::seconds(5));
+    EXPECT_TRUE(renderedOf(render({"--cache", "kept/here", "--stats"}))) << "the picture is another";
+    EXPECT_NE(render({"--cache", "in.exr"}).errors.find("Cannot make the folder 'in.exr' for --cache"),
+              std::string::npos);
+    EXPECT_EQ(render({"--cache-size", "5GB"}).exitCode, 2);
 }
 
 TEST_F(Render, ThreadsDoNotChangeTheFile) {

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "cli/ControlOptions.h"
+#include "host/files/ImageCacheDirectory.h"
+#include "host/files/MultiViewFile.h"
+#include "host/graph/ChannelRoles.h"
+#include "host/graph/ControlPanel.h"
+
+/// What renders of stills and of sequences share.
+namespace ViewTint::Cli {
+
+/// The options as they stand on the command line.
+struct RenderOptions {
+    std::string input;
+    std::string output;
+    std::optional<std::string> mask;
+    std::vector<std::string> channels;
+    std::string outside = "empty";
+    bool quiet = false;
+    bool stats = false;
+    bool json = false;
+    std::string frames;
+    std::string missing = "error";
+    bool skipExisting = false;
+    std::uint64_t memoryBytes = 0;
+    std::string stageFolder;
+    std::string cacheFolder;
+    std::uint64_t cacheBytes = std::uint64_t{10} << 30;
+    ControlOptions controls;
+};
+
+Host::ChannelRoles rolesOf(const RenderOptions& options);
+
+/// A line on the error stream.
+void warn(const std::string& sentence);
+/// Of values that do nothing, and of those that together do what nobody wants.
+void warnOfOddSettings(const Host::ControlPanel& panel);
+
+/// Keeps results while it lives, if asked to; else null.
+std::unique_ptr<Host::ImageCacheDirectory> openCache(const RenderOptions& options);
+std::shared_ptr<const Host::MultiViewFile> openMask(const std::filesystem::path& path);
+
+double secondsSince(std::chrono::steady_clock::time_point start);
+
+}  // namespace ViewTint::Cli

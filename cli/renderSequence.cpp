@@ -1,0 +1,156 @@
+#include "cli/renderSequence.h"
+
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <array>
+#include <chrono>
+#include <cstdio>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "cli/CallError.h"
+#include "cli/CommandContext.h"
+#include "cli/Interruption.h"
+#include "cli/Json.h"
+#include "cli/ProgressBar.h"
+#include "cli/StageTable.h"
+#include "host/graph/RenderJob.h"
+#include "host/sequence/SequenceRender.h"
+#include "host/sequence/SequenceSource.h"
+
+namespace ViewTint::Cli {
+
+namespace {
+
+/// The views of a sequence's first picture; if it can't be read, that is told where it is rendered.
+std::vector<std::string> viewsOf(Host::SequenceSource& source) {
+    try {
+        return source.frame(source.files().front())->views();
+    } catch (const Host::FileError&) {
+        return {"left", "right"};
+    }
+}
+
+/// What is told of frames: lines for people, or a JSON object on each line for farms.
+class FrameReports {
+public:
+    FrameReports(std::size_t frames, bool json, bool quiet, ProgressBar& progress)
+        : frames_(frames), json_(json), quiet_(quiet), progress_(progress) {}
+
+    void tell(const Host::FrameResult& result) {
+        using Status = Host::FrameResult::Status;
+        static constexpr const char* words[] = {"written", "skipped", "failed"};
+        const char* status = words[static_cast<int>(result.status)];
+        ++counts_[static_cast<std::size_t>(result.status)];
+        progress_.clear();
+        if (json_) {
+            std::string message;
+            if (result.status == Status::failed)
+                message = fmt::format(", \"message\": {}", Json::text(result.message).str());
+            fmt::print(
+                "{{\"event\": \"frame\", \"frame\": {}, \"status\": \"{}\", \"file\": {}, \"seconds\": {:.3f}{}}}\n",
+                result.frame, status, Json::text(result.file.string()).str(), result.seconds, message);
+            std::fflush(stdout);
+        } else if (result.status == Status::failed) {
+            warn(fmt::format("frame {}: {}", result.frame, result.message));
+        }
+    }
+    void tellSummary(double seconds) const {
+        const std::size_t ended = counts_[0] + counts_[1] + counts_[2];
+        if (json_)
+            fmt::print(
+                "{{\"event\": \"summary\", \"frames\": {}, \"written\": {}, \"skipped\": {}, \"failed\": {}, \"left\": "
+                "{}, "
+                "\"seconds\": {:.3f}}}\n",
+                frames_, counts_[0], counts_[1], counts_[2], frames_ - ended, seconds);
+        else if (!quiet_)
+            fmt::print("{} frames: {} written, {} skipped, {} failed{} in {:.1f} s\n", frames_, counts_[0], counts_[1],
+                       counts_[2], ended < frames_ ? fmt::format(", {} left", frames_ - ended) : "", seconds);
+    }
+    bool anyFailed() const { return counts_[2] > 0; }
+
+private:
+    std::size_t frames_;
+    bool json_, quiet_;
+    ProgressBar& progress_;
+    std::array<std::size_t, 3> counts_{};
+};
+
+/// How far from a frame lie the others that a render looks at.
+int reachOf(const Host::ControlPanel& panel) {
+    constexpr double none = 2;
+    const bool stabilises = panel.value("stabiliseOcclusions") != 0 && panel.value("occlusionCorrection") < none;
+    return stabilises ? static_cast<int>(panel.value("stabiliseOcclusionsNumberOfFrames")) / 2 : 0;
+}
+
+std::size_t halfOfTheMachinesMemory() {
+    return static_cast<std::size_t>(sysconf(_SC_PHYS_PAGES)) * static_cast<std::size_t>(sysconf(_SC_PAGESIZE)) / 2;
+}
+
+std::vector<int> framesOf(const RenderOptions& options, const Host::SequenceSource& source) {
+    return options.frames.empty() ? source.files() : Host::parseFrames(options.frames);
+}
+
+}  // namespace
+
+int renderSequence(RenderOptions& options, const Host::FramePattern& input) {
+    const auto start = std::chrono::steady_clock::now();
+    std::optional<StageTable> stages;
+    if (options.stats) stages.emplace();
+    requireOutput("--output", options.output, ".exr", {});
+    const auto output = Host::FramePattern::parse(options.output);
+    if (!output)
+        throw CallError(fmt::format("--output: '{}' has no place for the frame number; write for example out.####.exr.",
+                                    options.output));
+    if (!options.stageFolder.empty()) throw CallError("--write-stages is for one picture, not for a sequence.");
+    const auto mask = options.mask ? Host::FramePattern::parse(*options.mask) : std::nullopt;
+    Host::SequenceSource source(
+        input, options.outside == "hold" ? Host::SequenceSource::Outside::hold : Host::SequenceSource::Outside::empty,
+        options.missing == "hold" ? Host::SequenceSource::Missing::hold : Host::SequenceSource::Missing::fail);
+    Host::SequenceSettings settings;
+    settings.frames = framesOf(options, source);
+    settings.skipExisting = options.skipExisting;
+    settings.memory = options.memoryBytes > 0 ? options.memoryBytes : halfOfTheMachinesMemory();
+
+    ProgressBar progress(options.quiet || options.json ? ProgressBar::Style::off : ProgressBar::Style::automatic);
+    std::size_t place = 0;
+    Host::RenderServices services;
+    const double count = static_cast<double>(settings.frames.size());
+    services.progress = [&](double done, const std::string&) {
+        progress.show((static_cast<double>(place) + done) / count, fmt::format("frame {}", settings.frames[place]));
+    };
+    services.abort = &interruptFlag();
+    Host::ControlValues& controls = options.controls.checked();
+    {
+        const Host::ControlPanel panel(controls, viewsOf(source));
+        warnOfOddSettings(panel);
+        settings.reach = reachOf(panel);
+    }
+    const auto cache = openCache(options);
+    Host::RenderJob job(source, std::move(controls), rolesOf(options), services);
+    if (options.mask && !mask) job.setMask(openMask(*options.mask));
+
+    FrameReports reports(settings.frames.size(), options.json, options.quiet, progress);
+    bool interrupted = false;
+    try {
+        Host::SequenceRender render(source, job, *output, settings);
+        render.begin = [&](int frame, std::size_t now) {
+            place = now;
+            if (mask) job.setMask(openMask(mask->path(frame)));
+        };
+        render.report = [&](const Host::FrameResult& result) { reports.tell(result); };
+        render.run();
+    } catch (const Host::RenderInterrupted&) {
+        interrupted = true;
+    }
+    progress.clear();
+    reports.tellSummary(secondsSince(start));
+    if (stages) fmt::print("{}", stages->text());
+    if (interrupted) throw Interrupted();
+    return reports.anyFailed() ? exitFailed : exitFine;
+}
+
+}  // namespace ViewTint::Cli

@@ -1,0 +1,92 @@
+#include "cli/renderStill.h"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <chrono>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "cli/CallError.h"
+#include "cli/CommandContext.h"
+#include "cli/Interruption.h"
+#include "cli/ProgressBar.h"
+#include "cli/StageFiles.h"
+#include "cli/StageTable.h"
+#include "host/graph/RenderJob.h"
+#include "node/ViewTintPlugin.h"
+
+namespace ViewTint::Cli {
+
+namespace {
+
+constexpr int stillFrame = 1;
+
+std::string absentColours(const Host::MultiViewFile& picture, const Host::ChannelRoles& roles) {
+    std::vector<std::string> absent;
+    for (const std::string& view : picture.views())
+        for (const Host::ChannelRoles::Role& role : roles.all())
+            if (role.channel <= Fresco::Image::blueChannel && !picture.hasChannel(view, role.fileChannel))
+                absent.push_back(fmt::format("'{}' in view '{}'", role.fileChannel, view));
+    return fmt::format("{}", fmt::join(absent, ", "));
+}
+
+/// The node's sentence with the file and with what the node can't know: names in the file and options of this command.
+std::string explain(const std::string& sentence, const RenderOptions& options, const Host::MultiViewFile& picture) {
+    if (sentence.find(fmt::format("'{}'", options.input)) != std::string::npos) return sentence;
+    std::string text = fmt::format("{}: {}", options.input, sentence);
+    if (sentence.ends_with("missing rgb"))
+        text += fmt::format(". There is no {}; add it, or choose others with --channel ROLE=NAME.",
+                            absentColours(picture, rolesOf(options)));
+    if (sentence.starts_with("Channel selected as Mask is missing") && !options.mask)
+        text += " Name a mask file with --mask, or choose another maskWith.";
+    return text;
+}
+
+}  // namespace
+
+int renderStill(RenderOptions& options) {
+    const auto start = std::chrono::steady_clock::now();
+    std::optional<StageTable> stages;
+    if (options.stats) stages.emplace();
+    requireOutput("--output", options.output, ".exr", {options.input, options.mask});
+    const auto picture = std::make_shared<Host::MultiViewFile>(Host::MultiViewFile::open(options.input));
+    Host::StillSource source(
+        picture, stillFrame,
+        options.outside == "hold" ? Host::StillSource::Outside::hold : Host::StillSource::Outside::empty);
+    ProgressBar progress(options.quiet ? ProgressBar::Style::off : ProgressBar::Style::automatic);
+    Host::RenderServices services;
+    services.progress = [&](double done, const std::string& stage) { progress.show(done, stage); };
+    services.abort = &interruptFlag();
+    std::optional<StageFiles> stageFiles;
+    if (!options.stageFolder.empty()) {
+        stageFiles.emplace(options.stageFolder);
+        services.operatorMade = [&](Fresco::Image::Op& op) {
+            if (auto* node = dynamic_cast<Cobalt::Research::ViewTintPlugin*>(&op))
+                node->stageObserver = [&](const char* name, const auto& picture) { stageFiles->write(name, picture); };
+        };
+    }
+    Host::ControlValues& controls = options.controls.checked();
+    warnOfOddSettings(Host::ControlPanel(controls, picture->views()));
+    const auto cache = openCache(options);
+    Host::RenderJob job(source, std::move(controls), rolesOf(options), services);
+    if (options.mask) job.setMask(openMask(*options.mask));
+    try {
+        job.render(stillFrame, options.output);
+    } catch (const Host::RenderInterrupted&) {
+        throw Interrupted();
+    } catch (const Host::RenderError& error) {
+        progress.clear();
+        throw Host::RenderError(explain(error.what(), options, *picture));
+    }
+    progress.clear();
+    if (!options.quiet) fmt::print("{}: written in {:.2f} s\n", options.output, secondsSince(start));
+    if (stages) fmt::print("{}", stages->text());
+    if (stageFiles) stageFiles->throwFailure();
+    return interruptFlag() ? exitInterrupted : exitFine;  // pressed while the file was written: it is whole
+}
+
+}  // namespace ViewTint::Cli

@@ -1,0 +1,57 @@
+#include "host/graph/ControlPanel.h"
+
+#include "host/graph/OperatorNode.h"
+#include "host/graph/ProjectViews.h"
+
+namespace ViewTint::Host {
+
+namespace {
+
+/// Stands for the panel itself when it is opened.
+class ShowPanel : public Fresco::Image::Knob {
+public:
+    const std::string& name() const override { return name_; }
+    double get_value() const override { return 1; }
+    void set_value(double) override {}
+    void enable(bool) override {}
+    bool enabled() const override { return true; }
+
+private:
+    std::string name_ = "showPanel";
+};
+
+const RenderServices& noServices() {
+    static const RenderServices services;
+    return services;
+}
+
+}  // namespace
+
+ControlPanel::ControlPanel(const ControlValues& values, std::span<const std::string> views) {
+    const ProjectViews project({views.begin(), views.end()});
+    const auto unconnected = [](int, const Fresco::Image::OutputContext&) -> Fresco::Image::Op* { return nullptr; };
+    node_ = std::make_unique<OperatorNode>(values.className(), unconnected, noServices());
+    Fresco::Image::Knob_Closure closure;
+    node_->op().knobs(closure);
+    declarations_ = closure.declarations();
+    const auto given = values.resolve(project.names());
+    for (const ControlValues::Value& value : given)
+        node_->setControl(value.name, value.number);
+    ShowPanel opened;
+    node_->op().knob_changed(&opened);
+    for (const ControlValues::Value& value : given)
+        if (!enabled(value.name)) givenInVain_.push_back(value.name);
+}
+
+ControlPanel::~ControlPanel() = default;
+
+bool ControlPanel::enabled(std::string_view name) const {
+    const auto* knob = node_->knob(name);
+    return !knob || knob->enabled();
+}
+
+double ControlPanel::value(std::string_view name) const {
+    return node_->knob(name)->get_value();
+}
+
+}  // namespace ViewTint::Host

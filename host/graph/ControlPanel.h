@@ -1,0 +1,37 @@
+#pragma once
+
+#include <memory>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "host/graph/ControlValues.h"
+
+namespace ViewTint::Host {
+
+class OperatorNode;
+
+/// An operator's controls as an artist would see them in a panel: with the values that were given, and enabled or not
+/// as the operator decides from them.
+class ControlPanel {
+public:
+    /// `views` are the project's views, the first is number 1. Throws SettingError for a view that doesn't exist.
+    ControlPanel(const ControlValues& values, std::span<const std::string> views);
+    ~ControlPanel();
+
+    /// In the order of the panel, spacers and dividers among them; storage is not to be touched.
+    std::span<const Fresco::Image::KnobDeclaration> declarations() const { return declarations_; }
+    bool enabled(std::string_view name) const;
+    /// Of a control that exists and holds a value.
+    double value(std::string_view name) const;
+    /// The controls that were given a value and are disabled, so that the value has no effect.
+    const std::vector<std::string>& givenInVain() const { return givenInVain_; }
+
+private:
+    std::vector<Fresco::Image::KnobDeclaration> declarations_;
+    std::unique_ptr<OperatorNode> node_;
+    std::vector<std::string> givenInVain_;
+};
+
+}  // namespace ViewTint::Host

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "host/sdk/OutputContext.h"
+
+namespace ViewTint::Host {
+
+/// The views of the picture that is rendered, known to the whole process for the life of the object. Numbered from 1,
+/// "left" first, "right" second, others in the given order.
+class ProjectViews : public Fresco::Image::Project {
+public:
+    explicit ProjectViews(std::vector<std::string> views);
+    ~ProjectViews() override;
+    ProjectViews(const ProjectViews&) = delete;
+    ProjectViews& operator=(const ProjectViews&) = delete;
+
+    int viewcount() const override { return static_cast<int>(names_.size()) + 1; }
+    int lookup_view(std::string_view name) const override;
+
+    const std::vector<std::string>& names() const { return names_; }
+    /// The name of a view's number, or null.
+    const std::string* name(int view) const;
+
+private:
+    std::vector<std::string> names_;
+    Project* previous_ = nullptr;
+};
+
+}  // namespace ViewTint::Host

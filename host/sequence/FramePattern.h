@@ -1,0 +1,39 @@
+#pragma once
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace ViewTint::Host {
+
+/// A name with a place for the frame number: `shot.####.exr` (a digit for each sign), `shot.@@@.exr` (the same),
+/// `shot.%04d.exr` or `shot.%d.exr`. The place lies in the file's name, not in its folder's, and there is one.
+class FramePattern {
+public:
+    /// Null for a name without a place. Throws std::invalid_argument with a sentence for one with several, or with one
+    /// in the folder's name.
+    static std::optional<FramePattern> parse(const std::string& text);
+
+    const std::string& text() const { return text_; }
+    /// The file of a frame. Numbers with more digits than places keep them all.
+    std::filesystem::path path(int frame) const;
+    /// The frames whose files exist, in ascending order.
+    std::vector<int> existing() const;
+
+private:
+    /// The number in a file's name, if the name is what path() gives for it.
+    std::optional<int> frameOf(const std::string& fileName) const;
+
+    std::string text_;
+    std::filesystem::path folder_;
+    std::string before_, after_;  ///< of the number, in the file's name
+    int digits_ = 1;
+};
+
+/// Frames as they are typed: `1001`, `1001-1240`, `1001-1240x2`, and several of these with commas. In the order of
+/// typing, each once. Throws std::invalid_argument with a sentence.
+std::vector<int> parseFrames(std::string_view text);
+
+}  // namespace ViewTint::Host

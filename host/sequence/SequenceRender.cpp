@@ -1,0 +1,190 @@
+#include "host/sequence/SequenceRender.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <chrono>
+#include <condition_variable>
+#include <deque>
+#include <mutex>
+#include <system_error>
+#include <thread>
+#include <utility>
+
+#include "compute/StageStatistics.h"
+#include "host/files/AtomicFile.h"
+
+namespace ViewTint::Host {
+
+namespace fs = std::filesystem;
+using Clock = std::chrono::steady_clock;
+
+namespace {
+
+/// More frames than these in flight gain nothing.
+constexpr int mostAhead = 4;
+/// Planes of a picture's size that a render works with, measured at its most.
+constexpr std::size_t workingPlanes = 60;
+
+double secondsSince(Clock::time_point start) {
+    return std::chrono::duration<double>(Clock::now() - start).count();
+}
+
+/// How many frames may wait before and behind the render.
+struct InFlight {
+    int ahead = 0;
+    int behind = 0;
+
+    InFlight(const MultiViewFile& picture, int reach, std::size_t memory) {
+        const std::size_t one = std::max<std::size_t>(picture.bytes(), 1);
+        const std::size_t plane =
+            static_cast<std::size_t>(picture.width()) * static_cast<std::size_t>(picture.height()) * sizeof(float);
+        const std::size_t needed = static_cast<std::size_t>(2 * reach + 1) * one + workingPlanes * plane;
+        const auto spare = memory > needed ? static_cast<int>(std::min<std::size_t>((memory - needed) / one, 100)) : 0;
+        behind = std::min(mostAhead, (spare + 1) / 2);
+        ahead = std::min(mostAhead, spare - behind);
+    }
+};
+
+bool isWhole(const fs::path& file) {
+    std::error_code ignored;
+    if (!fs::is_regular_file(file, ignored)) return false;
+    try {
+        MultiViewFile::open(file);
+        return true;
+    } catch (const FileError&) {
+        return false;
+    }
+}
+
+}  // namespace
+
+/// Writes pictures in the order in which they come, on a thread of its own.
+class SequenceRender::Writer {
+public:
+    Writer(int waiting, const std::function<void(const FrameResult&)>& report)
+        : most_(static_cast<std::size_t>(std::max(1, waiting))),
+          report_(report),
+          thread_([this] { writeUntilEnd(); }) {}
+    /// Writes what is left.
+    ~Writer() {
+        {
+            const std::lock_guard holding(mutex_);
+            ending_ = true;
+        }
+        changed_.notify_all();
+        thread_.join();
+    }
+
+    /// Waits while too many pictures do.
+    void add(FrameResult result, std::shared_ptr<const MultiViewFile> picture) {
+        std::unique_lock lock(mutex_);
+        changed_.wait(lock, [&] { return queue_.size() < most_; });
+        queue_.emplace_back(std::move(result), std::move(picture));
+        changed_.notify_all();
+    }
+    void tell(const FrameResult& result) {
+        const std::lock_guard holding(telling_);
+        if (report_) report_(result);
+    }
+
+private:
+    using Entry = std::pair<FrameResult, std::shared_ptr<const MultiViewFile>>;
+
+    void writeUntilEnd() {
+        std::unique_lock lock(mutex_);
+        for (;;) {
+            changed_.wait(lock, [&] { return ending_ || !queue_.empty(); });
+            if (queue_.empty()) return;
+            Entry& entry = queue_.front();  // stays in the queue while it is written, so that it counts
+            lock.unlock();
+            write(entry);
+            lock.lock();
+            queue_.pop_front();
+            changed_.notify_all();
+        }
+    }
+    void write(Entry& entry) {
+        auto& [result, picture] = entry;
+        try {
+            const Vellum::Compute::Stage stage("write");
+            picture->save(result.file);
+        } catch (const std::exception& error) {
+            result.status = FrameResult::Status::failed;
+            result.message = error.what();
+        }
+        picture.reset();
+        tell(result);
+    }
+
+    std::size_t most_;
+    const std::function<void(const FrameResult&)>& report_;
+    std::mutex mutex_, telling_;
+    std::condition_variable changed_;
+    std::deque<Entry> queue_;
+    bool ending_ = false;
+    std::thread thread_;
+};
+
+void SequenceRender::checkOutput() const {
+    for (const int frame : settings_.frames) {
+        std::error_code ignored;
+        const fs::path output = output_.path(frame), input = source_.path(frame);
+        if (fs::equivalent(output, input, ignored) ||
+            fs::weakly_canonical(output, ignored) == fs::weakly_canonical(input, ignored))
+            throw FileError(
+                fmt::format("Cannot write '{}': it is the picture that is read; give another name.", output.string()));
+    }
+    checkWritable(output_.path(settings_.frames.front()));
+}
+
+void SequenceRender::run() {
+    if (settings_.frames.empty()) return;
+    checkOutput();
+    source_.plan(settings_.frames, settings_.reach, 0);
+    int waiting = 1;
+    try {
+        if (const auto first = source_.frame(settings_.frames.front())) {
+            const InFlight inFlight(*first, settings_.reach, settings_.memory);
+            waiting = inFlight.behind;
+            source_.plan(settings_.frames, settings_.reach, inFlight.ahead);
+        }
+    } catch (const FileError&) {
+        // The frame says so itself when its turn comes.
+    }
+    Writer writer(waiting, report);
+    for (std::size_t place = 0; place < settings_.frames.size(); ++place) {
+        source_.enter(place);
+        renderFrame(place, writer);
+    }
+}
+
+void SequenceRender::renderFrame(std::size_t place, Writer& writer) {
+    const int frame = settings_.frames[place];
+    FrameResult result;
+    result.frame = frame;
+    result.file = output_.path(frame);
+    if (settings_.skipExisting && isWhole(result.file)) {
+        result.status = FrameResult::Status::skipped;
+        writer.tell(result);
+        return;
+    }
+    const auto start = Clock::now();
+    try {
+        source_.require(frame);
+        if (begin) begin(frame, place);
+        const auto picture = job_.render(frame);
+        result.seconds = secondsSince(start);
+        writer.add(std::move(result), picture);
+        return;
+    } catch (const RenderInterrupted&) {
+        throw;
+    } catch (const std::exception& error) {
+        result.message = error.what();
+    }
+    result.seconds = secondsSince(start);
+    result.status = FrameResult::Status::failed;
+    writer.tell(result);
+}
+
+}  // namespace ViewTint::Host

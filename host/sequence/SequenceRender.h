@@ -1,0 +1,60 @@
+#pragma once
+
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "host/graph/RenderJob.h"
+#include "host/sequence/FramePattern.h"
+#include "host/sequence/SequenceSource.h"
+
+namespace ViewTint::Host {
+
+/// What became of one frame.
+struct FrameResult {
+    enum class Status { written, skipped, failed };
+    int frame = 0;
+    std::filesystem::path file;
+    Status status = Status::written;
+    std::string message;  ///< why it failed
+    double seconds = 0;   ///< of the render; reading and writing go on beside it
+};
+
+struct SequenceSettings {
+    std::vector<int> frames;  ///< in the order of rendering
+    int reach = 0;            ///< how far away frames lie that a render looks at
+    bool skipExisting = false;
+    std::size_t memory = 0;  ///< bytes that frames in flight may take; at least one frame and its neighbours are
+};
+
+/// Renders the frames of a sequence: the next are read and the last are written while one is rendered.
+class SequenceRender {
+public:
+    /// All arguments must outlive this.
+    SequenceRender(SequenceSource& source, RenderJob& job, const FramePattern& output, SequenceSettings settings)
+        : source_(source), job_(job), output_(output), settings_(std::move(settings)) {}
+
+    /// Called before a frame is rendered; what it throws is the frame's failure.
+    std::function<void(int frame, std::size_t place)> begin;
+    /// Called once for each frame that ended, by one thread at a time, in the order of ending.
+    std::function<void(const FrameResult& result)> report;
+
+    /// A frame that fails doesn't stop the others. Throws RenderInterrupted when frames that were rendered are written,
+    /// and FileError where the output can't be right from the start; leaves no half-written file.
+    void run();
+
+private:
+    class Writer;
+
+    void checkOutput() const;
+    void renderFrame(std::size_t place, Writer& writer);
+
+    SequenceSource& source_;
+    RenderJob& job_;
+    const FramePattern& output_;
+    SequenceSettings settings_;
+};
+
+}  // namespace ViewTint::Host

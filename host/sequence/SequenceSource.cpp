@@ -1,0 +1,132 @@
+#include "host/sequence/SequenceSource.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <utility>
+
+namespace ViewTint::Host {
+
+SequenceSource::SequenceSource(FramePattern pattern, Outside outside, Missing missing)
+    : pattern_(std::move(pattern)), outside_(outside), missing_(missing), files_(pattern_.existing()) {
+    if (files_.empty()) throw FileError(fmt::format("There are no files '{}'.", pattern_.text()));
+}
+
+SequenceSource::~SequenceSource() {
+    {
+        const std::lock_guard holding(mutex_);
+        ending_ = true;
+    }
+    changed_.notify_all();
+    if (reader_.joinable()) reader_.join();
+}
+
+void SequenceSource::plan(std::vector<int> frames, int reach, int readAhead) {
+    {
+        const std::lock_guard holding(mutex_);
+        plan_ = std::move(frames);
+        place_ = 0;
+        reach_ = reach;
+        readAhead_ = readAhead;
+    }
+    if (!reader_.joinable() && readAhead > 0) reader_ = std::thread([this] { readAheadUntilEnd(); });
+    changed_.notify_all();
+}
+
+void SequenceSource::enter(std::size_t placeInPlan) {
+    const std::lock_guard holding(mutex_);
+    place_ = placeInPlan;
+    std::erase_if(slots_, [&](const auto& slot) { return slot.second->done && !wanted(slot.first); });
+    changed_.notify_all();
+}
+
+bool SequenceSource::isInside(int number) const {
+    return number > files_.front() && number < files_.back();
+}
+
+/// The number of the file that stands for a frame, if there is one.
+std::optional<int> SequenceSource::standIn(int number) const {
+    const auto next = std::ranges::lower_bound(files_, number);
+    if (next != files_.end() && *next == number) return number;
+    if (isInside(number) ? missing_ == Missing::fail : outside_ == Outside::empty) return std::nullopt;
+    return next == files_.begin() ? files_.front() : *std::prev(next);
+}
+
+/// Whether a file may be asked for by the frame that is rendered or by one of the next.
+bool SequenceSource::wanted(int file) const {
+    const std::size_t end = std::min(plan_.size(), place_ + 1 + static_cast<std::size_t>(readAhead_));
+    for (std::size_t i = place_; i < end; ++i)
+        for (int number = plan_[i] - reach_; number <= plan_[i] + reach_; ++number)
+            if (standIn(number) == file) return true;
+    return false;
+}
+
+/// The frames themselves before their neighbours, in the order of the plan.
+std::optional<int> SequenceSource::nextToRead() const {
+    const std::size_t end = std::min(plan_.size(), place_ + 1 + static_cast<std::size_t>(readAhead_));
+    for (std::size_t i = place_; i < end; ++i)
+        for (int distance = 0; distance <= reach_; ++distance)
+            for (const int number : {plan_[i] - distance, plan_[i] + distance})
+                if (const auto file = standIn(number); file && !slots_.contains(*file)) return file;
+    return std::nullopt;
+}
+
+void SequenceSource::readAheadUntilEnd() {
+    std::unique_lock lock(mutex_);
+    while (!ending_) {
+        if (const auto file = nextToRead())
+            read(*file, lock);
+        else
+            changed_.wait(lock);
+    }
+}
+
+std::shared_ptr<SequenceSource::Slot> SequenceSource::read(int file, std::unique_lock<std::mutex>& lock) {
+    const auto slot = slots_[file] = std::make_shared<Slot>();
+    ++filesRead_;
+    lock.unlock();
+    try {
+        slot->picture = std::make_shared<MultiViewFile>(MultiViewFile::open(pattern_.path(file)));
+    } catch (...) {
+        slot->failure = std::current_exception();
+    }
+    lock.lock();
+    slot->done = true;
+    changed_.notify_all();
+    return slot;
+}
+
+void SequenceSource::require(int number) const {
+    if (standIn(number) == number) return;
+    const std::string name = pattern_.path(number).string();
+    if (!isInside(number))
+        throw FileError(fmt::format("There is no file '{}'; the sequence goes from {} to {}.", name, files_.front(),
+                                    files_.back()));
+    if (missing_ == Missing::fail)
+        throw FileError(fmt::format("'{}' is missing; --missing hold takes the frame before it instead.", name));
+}
+
+std::shared_ptr<MultiViewFile> SequenceSource::frame(int number) {
+    const auto file = standIn(number);
+    if (!file && isInside(number)) require(number);
+    if (!file) return nullptr;
+    std::unique_lock lock(mutex_);
+    if (*file != number && std::ranges::find(plan_, number) != plan_.end()) {
+        ++filesRead_;
+        lock.unlock();
+        return std::make_shared<MultiViewFile>(MultiViewFile::open(pattern_.path(*file)));
+    }
+    const auto found = slots_.find(*file);
+    const std::shared_ptr<Slot> slot = found == slots_.end() ? read(*file, lock) : found->second;
+    changed_.wait(lock, [&] { return slot->done; });
+    if (slot->failure) std::rethrow_exception(slot->failure);
+    return slot->picture;
+}
+
+int SequenceSource::filesRead() const {
+    const std::lock_guard holding(mutex_);
+    return filesRead_;
+}
+
+}  // namespace ViewTint::Host

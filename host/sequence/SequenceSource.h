@@ -1,0 +1,82 @@
+#pragma once
+
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "host/graph/FrameSource.h"
+#include "host/sequence/FramePattern.h"
+
+namespace ViewTint::Host {
+
+/// The frames of a numbered sequence. Those that will be asked for next are read ahead by a thread of their own; each
+/// file is read once as long as it stays within reach of the frame that is rendered.
+class SequenceSource : public FrameSource {
+public:
+    enum class Outside { empty, hold };  ///< what frames before the first file and after the last are
+    enum class Missing { fail, hold };   ///< what a frame without a file between others is
+    /// Throws FileError where there are no files.
+    SequenceSource(FramePattern pattern, Outside outside, Missing missing);
+    ~SequenceSource() override;
+    SequenceSource(const SequenceSource&) = delete;
+    SequenceSource& operator=(const SequenceSource&) = delete;
+
+    std::filesystem::path path(int frame) const { return pattern_.path(frame); }
+    /// The numbers of the files that exist, in ascending order.
+    const std::vector<int>& files() const { return files_; }
+    /// The frames that will be rendered, in order; neighbours of each are asked for up to `reach` frames away.
+    /// `readAhead` of the frames are read before they are asked for.
+    void plan(std::vector<int> frames, int reach, int readAhead);
+    /// From now on this frame of the plan is rendered: what lies out of its reach is let go.
+    void enter(std::size_t placeInPlan);
+
+    /// Throws FileError, also where a frame between others is missing. A frame of the plan without a file of its own is
+    /// another copy of the one that is held.
+    std::shared_ptr<MultiViewFile> frame(int number) override;
+
+    /// Throws FileError where a frame to be rendered has no file and may not be held either.
+    void require(int number) const;
+
+    /// How many files were read.
+    int filesRead() const;
+
+private:
+    /// A file that is being read, was read, or couldn't be.
+    struct Slot {
+        std::shared_ptr<MultiViewFile> picture;
+        std::exception_ptr failure;
+        bool done = false;
+    };
+
+    std::optional<int> standIn(int number) const;
+    bool isInside(int number) const;
+    bool wanted(int file) const;
+    std::optional<int> nextToRead() const;
+    void readAheadUntilEnd();
+    std::shared_ptr<Slot> read(int file, std::unique_lock<std::mutex>& lock);
+
+    FramePattern pattern_;
+    Outside outside_;
+    Missing missing_;
+    std::vector<int> files_;
+
+    mutable std::mutex mutex_;
+    std::condition_variable changed_;
+    std::vector<int> plan_;
+    std::size_t place_ = 0;
+    int reach_ = 0;
+    int readAhead_ = 0;
+    std::map<int, std::shared_ptr<Slot>> slots_;  ///< by the file's number
+    int filesRead_ = 0;
+    bool ending_ = false;
+    std::thread reader_;
+};
+
+}  // namespace ViewTint::Host
