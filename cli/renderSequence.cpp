@@ -79,13 +79,6 @@ private:
     std::array<std::size_t, 3> counts_{};
 };
 
-/// How far from a frame lie the others that a render looks at.
-int reachOf(const Host::ControlPanel& panel) {
-    constexpr double none = 2;
-    const bool stabilises = panel.value("stabiliseOcclusions") != 0 && panel.value("occlusionCorrection") < none;
-    return stabilises ? static_cast<int>(panel.value("stabiliseOcclusionsNumberOfFrames")) / 2 : 0;
-}
-
 std::size_t halfOfTheMachinesMemory() {
     return static_cast<std::size_t>(sysconf(_SC_PHYS_PAGES)) * static_cast<std::size_t>(sysconf(_SC_PAGESIZE)) / 2;
 }
@@ -124,11 +117,8 @@ int renderSequence(RenderOptions& options, const Host::FramePattern& input) {
     };
     services.abort = &interruptFlag();
     Host::ControlValues& controls = options.controls.checked();
-    {
-        const Host::ControlPanel panel(controls, viewsOf(source));
-        warnOfOddSettings(panel);
-        settings.reach = reachOf(panel);
-    }
+    warnOfOddSettings(Host::ControlPanel(controls, viewsOf(source)));
+    settings.reach = Host::reachOf(controls);
     const auto cache = openCache(options);
     Host::RenderJob job(source, std::move(controls), rolesOf(options), services);
     if (options.mask && !mask) job.setMask(openMask(*options.mask));

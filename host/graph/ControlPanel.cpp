@@ -44,6 +44,11 @@ ControlPanel::ControlPanel(const ControlValues& values, std::span<const std::str
 }
 
 ControlPanel::~ControlPanel() = default;
+ControlPanel::ControlPanel(ControlPanel&&) noexcept = default;
+
+std::string ControlPanel::help() const {
+    return node_->op().node_help();
+}
 
 bool ControlPanel::enabled(std::string_view name) const {
     const auto* knob = node_->knob(name);

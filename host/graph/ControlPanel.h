@@ -19,10 +19,13 @@ public:
     /// `views` are the project's views, the first is number 1. Throws SettingError for a view that doesn't exist.
     ControlPanel(const ControlValues& values, std::span<const std::string> views);
     ~ControlPanel();
+    ControlPanel(ControlPanel&&) noexcept;
 
     /// In the order of the panel, spacers and dividers among them; storage is not to be touched.
     std::span<const Fresco::Image::KnobDeclaration> declarations() const { return declarations_; }
     bool enabled(std::string_view name) const;
+    /// The operator's own help.
+    std::string help() const;
     /// Of a control that exists and holds a value.
     double value(std::string_view name) const;
     /// The controls that were given a value and are disabled, so that the value has no effect.

@@ -13,6 +13,7 @@
 
 #include "compute/StageStatistics.h"
 #include "host/files/AtomicFile.h"
+#include "host/graph/ControlPanel.h"
 
 namespace ViewTint::Host {
 
@@ -58,6 +59,14 @@ bool isWhole(const fs::path& file) {
 }
 
 }  // namespace
+
+int reachOf(const ControlValues& controls) {
+    constexpr double none = 2;
+    const std::vector<std::string> views{"left", "right"};
+    const ControlPanel panel(controls, views);
+    const bool stabilises = panel.value("stabiliseOcclusions") != 0 && panel.value("occlusionCorrection") < none;
+    return stabilises ? static_cast<int>(panel.value("stabiliseOcclusionsNumberOfFrames")) / 2 : 0;
+}
 
 /// Writes pictures in the order in which they come, on a thread of its own.
 class SequenceRender::Writer {

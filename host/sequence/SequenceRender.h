@@ -22,6 +22,9 @@ struct FrameResult {
     double seconds = 0;   ///< of the render; reading and writing go on beside it
 };
 
+/// How far from a frame lie the others that a render with these controls looks at.
+int reachOf(const ControlValues& controls);
+
 struct SequenceSettings {
     std::vector<int> frames;  ///< in the order of rendering
     int reach = 0;            ///< how far away frames lie that a render looks at

@@ -28,7 +28,9 @@ void bindConvolution(nb::module_& module);
 void bindFourierTransform(nb::module_& module);
 void bindGuidedFilter(nb::module_& module);
 void bindNeighbourhoods(nb::module_& module);
+void bindNode(nb::module_& module);  ///< where the host is built too
 void bindPictureBuilder(nb::module_& module);
+void bindRenderFile(nb::module_& module);  ///< likewise
 void bindStatistics(nb::module_& module);
 void bindToneAligner(nb::module_& module);
 void bindSettings(nb::module_& module);

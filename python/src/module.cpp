@@ -50,4 +50,8 @@ NB_MODULE(_viewtint, module) {
     bindStatistics(module);
     bindToneAligner(module);
     bindSettings(module);
+#if VIEWTINT_WITH_HOST
+    bindNode(module);
+    bindRenderFile(module);
+#endif
 }
