@@ -10,6 +10,7 @@
 #include <limits>
 #include <utility>
 
+#include "compute/HostDevice.h"
 #include "host/files/ChannelNames.h"
 #include "host/files/HalfFloat.h"
 #include "host/files/MultiViewFileContents.h"
@@ -193,6 +194,11 @@ int MultiViewFile::width() const {
 
 int MultiViewFile::height() const {
     return contents_->display.max.y - contents_->display.min.y + 1;
+}
+
+void PixelBytes::allocate(std::size_t bytes) {
+    memory_ = Vellum::Compute::Host::hostDevice().allocate(bytes, Cobalt::Device::bufferMemory());
+    size_ = bytes;
 }
 
 std::size_t MultiViewFile::bytes() const {

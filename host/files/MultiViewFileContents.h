@@ -9,9 +9,23 @@
 #include <string>
 #include <vector>
 
+#include "compute/Device.h"
 #include "host/files/MultiViewFile.h"
 
 namespace ViewTint::Host {
+
+/// Memory of a channel, from the device's recycling pool: the pictures of a sequence come and go.
+class PixelBytes {
+public:
+    /// Contents are unspecified.
+    void allocate(std::size_t bytes);
+    char* data() const { return static_cast<char*>(memory_->address()); }
+    std::size_t size() const { return size_; }
+
+private:
+    Cobalt::Device::MemoryHandle memory_;
+    std::size_t size_ = 0;
+};
 
 /// A channel in its own type, rows from the top of the picture downward as the file has them.
 struct StoredChannel {
@@ -20,7 +34,7 @@ struct StoredChannel {
     std::string name;        ///< as MultiViewFile shows it
     std::string secondName;  ///< also understood in lookups; may be empty
     Imf::PixelType type = Imf::HALF;
-    std::vector<char> pixels;
+    PixelBytes pixels;
 };
 
 struct StoredPart {

@@ -135,7 +135,7 @@ StoredPart readPart(Imf::MultiPartInputFile& file, int index, const fs::path& pa
         StoredChannel stored;
         stored.fileName = channel.name();
         stored.type = channel.channel().type;
-        stored.pixels.resize(static_cast<std::size_t>(pixels) * bytesOf(stored.type));
+        stored.pixels.allocate(static_cast<std::size_t>(pixels) * bytesOf(stored.type));
         part.channels.push_back(std::move(stored));
     }
     part.tiled() ? readTiles(file, index, part) : readScanLines(file, index, part);
