@@ -1,4 +1,4 @@
-// A 1080p stereo pair and its disparity, made from formulas.
+// Pictures for benchmarks: random ones, and a 1080p stereo pair and its disparity, made from formulas.
 #pragma once
 
 #include <cmath>
@@ -28,10 +28,17 @@ void fill(Image& image, Value&& value) {
                     value(x, y, static_cast<int>(c));
 }
 
-inline void fillRandomly(Image& image) {
-    std::minstd_rand random(1);
+inline void fillRandomly(Image& image, unsigned seed = 1) {
+    std::minstd_rand random(seed);
     std::uniform_real_distribution<float> value(0.01f, 0.9f);
     fill(image, [&](int, int, int) { return value(random); });
+}
+
+inline Image randomImage(std::uint32_t components, unsigned seed,
+                         const Vellum::Image::Box& frame = {0, 0, width, height}) {
+    Image image = makeImage(components, frame);
+    fillRandomly(image, seed);
+    return image;
 }
 
 constexpr int postPitch = 400, postBegin = 100, postEnd = 200, postBottom = 40;

@@ -1,12 +1,10 @@
 // The limit of a correction at 1080p with its window of 300 x 300 pixels, whole and in parts, and convolution with a
 // small kernel, against memory.
-#include <random>
-
 #include "Common/Common.h"
 #include "Convolution/ConvolutionHelper.h"
 #include "ToneAligner/ToneAligner.h"
 #include "ToneAligner/src/vellumCorrectionLimit.h"
-#include "benchmarks/MemoryReference.h"
+#include "benchmarks/StereoScene.h"
 #include "compute/HostDevice.h"
 
 namespace ViewTint::Benchmarks {
@@ -15,23 +13,10 @@ namespace {
 
 using Vellum::Compute::Host::hostDevice;
 using Vellum::Convolution::ConvolutionHelper;
-using Vellum::Image::Image;
 using Vellum::Tone::makeGaussianWindow;
 using Vellum::Utils::BufferManagement::BufferManager;
 
 constexpr int packed = 19;
-
-Image randomImage(std::uint32_t components, unsigned seed, const Vellum::Image::Box& box = {0, 0, width, height}) {
-    Image image({box, components}, hostDevice());
-    std::minstd_rand random(seed);
-    std::uniform_real_distribution<float> value(0.01f, 0.9f);
-    const auto& layout = image.tile().layout;
-    for (std::uint32_t c = 0; c < components; ++c)
-        for (int y = 0; y < box.height(); ++y)
-            for (int x = 0; x < box.width(); ++x)
-                image.data()[x + y * layout.y.elements + c * layout.component.elements] = value(random);
-    return image;
-}
 
 /// As in a render: the aligner is new, and with it the window and its transform. The fewest planes: six read for the
 /// difference, which is written; its transform, the product and the way back, each read and written; seven read and

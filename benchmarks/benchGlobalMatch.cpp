@@ -1,9 +1,7 @@
 // The stages of "Basic" on 1080p pictures, against memory.
-#include <random>
-
 #include "Common/Common.h"
 #include "ToneAligner/ToneAligner.h"
-#include "benchmarks/MemoryReference.h"
+#include "benchmarks/StereoScene.h"
 #include "compute/Catalogue.h"
 #include "compute/HostDevice.h"
 
@@ -11,38 +9,20 @@ namespace ViewTint::Benchmarks {
 
 namespace {
 
-using Vellum::Image::Box;
-using Vellum::Image::Image;
 using Vellum::Utils::BufferManagement::BufferManager;
 
 constexpr int packed = 19;
 
-Image makeImage(const Box& box, std::uint32_t components) {
-    return Image({box, components, Vellum::Pixel::DataEnum::float32}, Vellum::Compute::Host::hostDevice());
-}
-
-Image randomImage(std::uint32_t components, unsigned seed, const Box& box = {0, 0, width, height}) {
-    Image image = makeImage(box, components);
-    std::minstd_rand random(seed);
-    std::uniform_real_distribution<float> value(0.01f, 0.9f);
-    const auto& layout = image.tile().layout;
-    for (std::uint32_t c = 0; c < components; ++c)
-        for (int y = 0; y < box.height(); ++y)
-            for (int x = 0; x < box.width(); ++x)
-                image.data()[x + y * layout.y.elements + c * layout.component.elements] = value(random);
-    return image;
-}
-
 void maxOfTwoPlanes(benchmark::State& state) {
     const Image a = randomImage(1, 1);
     const Image b = randomImage(1, 2);
-    Image o = makeImage(a.box(), 1);
+    Image o = makeImage(1, a.box());
     measure(state, static_cast<int>(state.range(0)), 3, [&] { Vellum::Common::max(a, b, o, packed); });
 }
 
 void xyzToLab(benchmark::State& state) {
     const Image a = randomImage(3, 1);
-    Image o = makeImage(a.box(), 3);
+    Image o = makeImage(3, a.box());
     measure(state, static_cast<int>(state.range(0)), 6, [&] { Vellum::Common::xyzToLab(a, o, packed); });
 }
 
@@ -55,7 +35,7 @@ void xyzToLabOnAvx2(benchmark::State& state) {
 
 void labToXyz(benchmark::State& state) {
     const Image a = randomImage(3, 1);
-    Image o = makeImage(a.box(), 3);
+    Image o = makeImage(3, a.box());
     measure(state, static_cast<int>(state.range(0)), 6, [&] { Vellum::Common::labToXyz(a, o, packed); });
 }
 
@@ -72,11 +52,11 @@ void globalMatch(benchmark::State& state, bool fused) {
     auto& device = Vellum::Compute::Host::hostDevice();
     const Image source = randomImage(4, 1);
     const Image rebuilt = randomImage(4, 2);
-    Image mask = makeImage(source.box(), 1);
+    Image mask = makeImage(1, source.box());
     Vellum::Common::fillConstant(mask, 1);
-    Image occlusion = makeImage(source.box(), 1);
+    Image occlusion = makeImage(1, source.box());
     occlusion.clear();
-    Image output = makeImage(source.box(), 4);
+    Image output = makeImage(4, source.box());
     measure(state, static_cast<int>(state.range(0)), 37, [&] {
         BufferManager manager(device, device);
         Vellum::Tone::ToneAligner aligner(manager, packed);
@@ -99,7 +79,7 @@ void globalMatchPlainSequence(benchmark::State& state) {
 void wholeCallOnEightByEight(benchmark::State& state) {
     const Image a = randomImage(1, 1, {0, 0, 8, 8});
     const Image b = randomImage(1, 2, {0, 0, 8, 8});
-    Image o = makeImage(a.box(), 1);
+    Image o = makeImage(1, a.box());
     for (auto _ : state)
         Vellum::Common::max(a, b, o, packed);
 }

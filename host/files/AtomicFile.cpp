@@ -7,6 +7,7 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <climits>
 #include <cstring>
 #include <string>
@@ -74,6 +75,8 @@ fs::path folderOf(const fs::path& path) {
     return path.has_parent_path() ? path.parent_path() : fs::path(".");
 }
 
+constexpr std::string_view temporaryPrefix = ".viewtint-", temporarySuffix = ".partial";
+
 void checkTarget(const fs::path& shown, const fs::path& target) {
     std::error_code ignored;
     const fs::path folder = folderOf(target);
@@ -109,7 +112,8 @@ AtomicFile::AtomicFile(const fs::path& target) : shownPath_(target) {
 void AtomicFile::create() {
     static std::atomic<unsigned> counter = 0;
     for (;;) {
-        temporaryPath_ = folderOf(target_) / fmt::format(".viewtint-{}-{}.partial", ::getpid(), ++counter);
+        temporaryPath_ =
+            folderOf(target_) / fmt::format("{}{}-{}{}", temporaryPrefix, ::getpid(), ++counter, temporarySuffix);
         slot_ = armSlot(temporaryPath_);
         const Descriptor descriptor(::open(temporaryPath_.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0666));
         if (descriptor.value() >= 0) break;
@@ -137,6 +141,20 @@ void AtomicFile::commit() {
 
 void checkWritable(const fs::path& target) {
     const AtomicFile probe(target);
+}
+
+void removeAbandonedFiles(const fs::path& folder) noexcept try {
+    constexpr std::chrono::hours longestPause{1};
+    for (const auto& entry : fs::directory_iterator(folder.empty() ? "." : folder)) {
+        const std::string name = entry.path().filename().string();
+        std::error_code gone;
+        const auto written = entry.last_write_time(gone);
+        if (!gone && name.starts_with(temporaryPrefix) && name.ends_with(temporarySuffix) &&
+            fs::file_time_type::clock::now() - written > longestPause)
+            fs::remove(entry.path(), gone);
+    }
+} catch (const std::exception&) {
+    // A folder that can't be listed keeps them.
 }
 
 void removeUnfinishedFiles() noexcept {

@@ -39,6 +39,10 @@ private:
 /// Throws FileError as AtomicFile's constructor does.
 void checkWritable(const std::filesystem::path& target);
 
+/// Removes temporary files that nobody has written to for an hour: a process that was killed left them. Failures are
+/// silent.
+void removeAbandonedFiles(const std::filesystem::path& folder) noexcept;
+
 /// Removes the temporary files of all AtomicFile objects that are alive. For the moment when the program must end
 /// without unwinding; may be called from a signal handler.
 void removeUnfinishedFiles() noexcept;

@@ -8,8 +8,10 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <new>
 #include <utility>
 
+#include "compute/Exception.h"
 #include "compute/HostDevice.h"
 #include "host/files/ChannelNames.h"
 #include "host/files/HalfFloat.h"
@@ -196,9 +198,11 @@ int MultiViewFile::height() const {
     return contents_->display.max.y - contents_->display.min.y + 1;
 }
 
-void PixelBytes::allocate(std::size_t bytes) {
+void PixelBytes::allocate(std::size_t bytes) try {
     memory_ = Vellum::Compute::Host::hostDevice().allocate(bytes, Cobalt::Device::bufferMemory());
     size_ = bytes;
+} catch (const Vellum::Compute::MemoryException&) {
+    throw std::bad_alloc();
 }
 
 std::size_t MultiViewFile::bytes() const {

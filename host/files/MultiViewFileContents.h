@@ -17,7 +17,7 @@ namespace ViewTint::Host {
 /// Memory of a channel, from the device's recycling pool: the pictures of a sequence come and go.
 class PixelBytes {
 public:
-    /// Contents are unspecified.
+    /// Contents are unspecified. Throws std::bad_alloc.
     void allocate(std::size_t bytes);
     char* data() const { return static_cast<char*>(memory_->address()); }
     std::size_t size() const { return size_; }

@@ -144,7 +144,9 @@ void SequenceRender::checkOutput() const {
             throw FileError(
                 fmt::format("Cannot write '{}': it is the picture that is read; give another name.", output.string()));
     }
-    checkWritable(output_.path(settings_.frames.front()));
+    const fs::path first = output_.path(settings_.frames.front());
+    checkWritable(first);
+    removeAbandonedFiles(first.parent_path());
 }
 
 void SequenceRender::run() {

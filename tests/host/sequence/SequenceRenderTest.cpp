@@ -1,6 +1,7 @@
 #include "host/sequence/SequenceRender.h"
 
 #include <atomic>
+#include <chrono>
 #include <cmath>
 #include <map>
 
@@ -178,7 +179,13 @@ TEST_F(SequenceRenderTest, whatIsWholeIsSkipped) {
     run({{1, 2, 3}, 2, false, plenty});
     fs::resize_file(output.path(2), fs::file_size(output.path(2)) / 2);
     const auto before = fs::last_write_time(output.path(1));
+    const fs::path abandoned = file(".viewtint-1-1.partial"), current = file(".viewtint-1-2.partial");
+    for (const fs::path& path : {abandoned, current})
+        fs::copy_file(output.path(1), path);
+    fs::last_write_time(abandoned, fs::file_time_type::clock::now() - std::chrono::hours(2));
     const auto results = run({{1, 2, 3, 4}, 2, true, plenty});
+    EXPECT_FALSE(fs::exists(abandoned)) << "a killed run left it";
+    EXPECT_TRUE(fs::exists(current)) << "somebody may be writing it";
     EXPECT_EQ(results.at(1).status, skipped);
     EXPECT_EQ(results.at(2).status, written);
     EXPECT_EQ(results.at(4).status, written);
