@@ -2,7 +2,13 @@
 
 #include <fmt/format.h>
 
+#include "host/sequence/FramePattern.h"
+
 namespace ViewTint::Cli {
+
+bool isPerView(const RenderOptions& options) {
+    return Host::nameForView(options.input, options.views.front()).has_value();
+}
 
 Host::ChannelRoles rolesOf(const RenderOptions& options) {
     Host::ChannelRoles roles;

@@ -23,6 +23,7 @@ struct RenderOptions {
     std::string output;
     std::optional<std::string> mask;
     std::vector<std::string> channels;
+    std::vector<std::string> views{"left", "right"};  ///< of names with %V
     std::string outside = "empty";
     bool quiet = false;
     bool stats = false;
@@ -37,6 +38,8 @@ struct RenderOptions {
     ControlOptions controls;
 };
 
+/// Whether each view has a file of its own.
+bool isPerView(const RenderOptions& options);
 Host::ChannelRoles rolesOf(const RenderOptions& options);
 
 /// A line on the error stream.

@@ -15,16 +15,18 @@
 #include "cli/renderStill.h"
 #include "compute/HostDevice.h"
 #include "host/graph/SettingError.h"
+#include "host/sequence/FramePattern.h"
 
 namespace ViewTint::Cli {
 
 namespace {
 
-/// A sequence's files are looked for later.
+/// Files of sequences and of views are looked for later.
 const CLI::Validator existingPicture(
     [](std::string& name) {
         try {
-            return Host::FramePattern::parse(name) ? std::string() : existingFile(name);
+            const bool severalFiles = Host::nameForView(name, "") || Host::FramePattern::parse(name);
+            return severalFiles ? std::string() : existingFile(name);
         } catch (const std::invalid_argument& error) {
             return std::string(error.what());
         }
@@ -40,7 +42,9 @@ void checkMask(const RenderOptions& options) {
 
 int render(RenderOptions& options) {
     try {
-        if (const auto pattern = Host::FramePattern::parse(options.input)) return renderSequence(options, *pattern);
+        const std::string& view = options.views.front();
+        const std::string name = Host::nameForView(options.input, view).value_or(options.input);
+        if (Host::FramePattern::parse(name)) return renderSequence(options);
     } catch (const std::invalid_argument& error) {
         throw CallError(error.what());
     }
@@ -86,6 +90,14 @@ void addRenderCommand(CLI::App& app, CommandContext& context) {
         ->add_option("--frames", options->frames,
                      "Which frames of a sequence, for example 1001-1240, 1001-1240x2 or 1001,1005 (default: all files)")
         ->type_name("RANGE");
+    command
+        ->add_option(
+            "--views", options->views,
+            "The views whose names %V stands for (%v: their first letters), where each has a file of its own; of "
+            "the output the corrected one's is written")
+        ->delimiter(',')
+        ->type_name("NAME,NAME")
+        ->default_str("left,right");
     command
         ->add_option("--missing", options->missing,
                      "What a frame without a file between others is: an error, or the frame before it")

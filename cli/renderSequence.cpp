@@ -83,16 +83,37 @@ std::size_t halfOfTheMachinesMemory() {
     return static_cast<std::size_t>(sysconf(_SC_PHYS_PAGES)) * static_cast<std::size_t>(sysconf(_SC_PAGESIZE)) / 2;
 }
 
+/// The input's pattern, or one for each view.
+Host::SequenceSource::ViewPatterns patternsOf(const RenderOptions& options) {
+    if (!isPerView(options)) return {{"", *Host::FramePattern::parse(options.input)}};
+    Host::SequenceSource::ViewPatterns patterns;
+    for (const std::string& view : options.views)
+        patterns.emplace_back(view, *Host::FramePattern::parse(*Host::nameForView(options.input, view)));
+    return patterns;
+}
+
 std::vector<int> framesOf(const RenderOptions& options, const Host::SequenceSource& source) {
     return options.frames.empty() ? source.files() : Host::parseFrames(options.frames);
 }
 
 }  // namespace
 
-int renderSequence(RenderOptions& options, const Host::FramePattern& input) {
+int renderSequence(RenderOptions& options) {
     const auto start = std::chrono::steady_clock::now();
     std::optional<StageTable> stages;
     if (options.stats) stages.emplace();
+    Host::ControlValues& controls = options.controls.checked();
+    Host::SequenceSource source(
+        patternsOf(options),
+        options.outside == "hold" ? Host::SequenceSource::Outside::hold : Host::SequenceSource::Outside::empty,
+        options.missing == "hold" ? Host::SequenceSource::Missing::hold : Host::SequenceSource::Missing::fail);
+    Host::SequenceSettings settings;
+    {
+        const Host::ControlPanel panel(controls, viewsOf(source));
+        warnOfOddSettings(panel);
+        if (isPerView(options)) settings.savedView = panel.correctedView();
+    }
+    options.output = Host::nameForView(options.output, settings.savedView).value_or(options.output);
     requireOutput("--output", options.output, ".exr", {});
     const auto output = Host::FramePattern::parse(options.output);
     if (!output)
@@ -100,10 +121,6 @@ int renderSequence(RenderOptions& options, const Host::FramePattern& input) {
                                     options.output));
     if (!options.stageFolder.empty()) throw CallError("--write-stages is for one picture, not for a sequence.");
     const auto mask = options.mask ? Host::FramePattern::parse(*options.mask) : std::nullopt;
-    Host::SequenceSource source(
-        input, options.outside == "hold" ? Host::SequenceSource::Outside::hold : Host::SequenceSource::Outside::empty,
-        options.missing == "hold" ? Host::SequenceSource::Missing::hold : Host::SequenceSource::Missing::fail);
-    Host::SequenceSettings settings;
     settings.frames = framesOf(options, source);
     settings.skipExisting = options.skipExisting;
     settings.memory = options.memoryBytes > 0 ? options.memoryBytes : halfOfTheMachinesMemory();
@@ -116,8 +133,6 @@ int renderSequence(RenderOptions& options, const Host::FramePattern& input) {
         progress.show((static_cast<double>(place) + done) / count, fmt::format("frame {}", settings.frames[place]));
     };
     services.abort = &interruptFlag();
-    Host::ControlValues& controls = options.controls.checked();
-    warnOfOddSettings(Host::ControlPanel(controls, viewsOf(source)));
     settings.reach = Host::reachOf(controls);
     const auto cache = openCache(options);
     Host::RenderJob job(source, std::move(controls), rolesOf(options), services);

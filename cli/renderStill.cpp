@@ -17,6 +17,7 @@
 #include "cli/StageFiles.h"
 #include "cli/StageTable.h"
 #include "host/graph/RenderJob.h"
+#include "host/sequence/FramePattern.h"
 #include "node/ViewTintPlugin.h"
 
 namespace ViewTint::Cli {
@@ -48,12 +49,23 @@ std::string explain(const std::string& sentence, const RenderOptions& options, c
 
 }  // namespace
 
+namespace {
+
+Host::MultiViewFile openPicture(const RenderOptions& options) {
+    if (!isPerView(options)) return Host::MultiViewFile::open(options.input);
+    std::vector<Host::MultiViewFile::ViewFile> files;
+    for (const std::string& view : options.views)
+        files.push_back({view, *Host::nameForView(options.input, view)});
+    return Host::MultiViewFile::openViews(files);
+}
+
+}  // namespace
+
 int renderStill(RenderOptions& options) {
     const auto start = std::chrono::steady_clock::now();
     std::optional<StageTable> stages;
     if (options.stats) stages.emplace();
-    requireOutput("--output", options.output, ".exr", {options.input, options.mask});
-    const auto picture = std::make_shared<Host::MultiViewFile>(Host::MultiViewFile::open(options.input));
+    const auto picture = std::make_shared<Host::MultiViewFile>(openPicture(options));
     Host::StillSource source(
         picture, stillFrame,
         options.outside == "hold" ? Host::StillSource::Outside::hold : Host::StillSource::Outside::empty);
@@ -70,12 +82,19 @@ int renderStill(RenderOptions& options) {
         };
     }
     Host::ControlValues& controls = options.controls.checked();
-    warnOfOddSettings(Host::ControlPanel(controls, picture->views()));
+    std::string savedView;
+    {
+        const Host::ControlPanel panel(controls, picture->views());
+        warnOfOddSettings(panel);
+        if (isPerView(options)) savedView = panel.correctedView();
+    }
+    options.output = Host::nameForView(options.output, savedView).value_or(options.output);
+    requireOutput("--output", options.output, ".exr", {options.input, options.mask});
     const auto cache = openCache(options);
     Host::RenderJob job(source, std::move(controls), rolesOf(options), services);
     if (options.mask) job.setMask(openMask(*options.mask));
     try {
-        job.render(stillFrame, options.output);
+        job.render(stillFrame, options.output, savedView);
     } catch (const Host::RenderInterrupted&) {
         throw Interrupted();
     } catch (const Host::RenderError& error) {

@@ -175,7 +175,46 @@ const std::vector<std::string>& MultiViewFile::views() const {
     return contents_->views;
 }
 
+MultiViewFile MultiViewFile::openViews(std::span<const ViewFile> files) {
+    auto contents = std::make_unique<Contents>();
+    for (const ViewFile& file : files) {
+        auto opened = std::make_unique<MultiViewFile>(open(file.path));
+        if (opened->views().size() != 1)
+            throw FileError(fmt::format("'{}' holds several views ({}); name it without %V.", file.path.string(),
+                                        listNames(opened->views())));
+        contents->views.push_back(file.view);
+        contents->files.push_back(std::move(opened));
+    }
+    const MultiViewFile& first = *contents->files.front();
+    for (const auto& file : contents->files)
+        if (file->width() != first.width() || file->height() != first.height())
+            throw FileError(fmt::format("'{}' and '{}' differ in size; give all views the same.", first.path().string(),
+                                        file->path().string()));
+    contents->path = first.path();
+    contents->display = first.contents_->display;
+    return MultiViewFile(std::move(contents));
+}
+
+/// Where each view has a file, that of the view; else null.
+MultiViewFile* MultiViewFile::fileOf(const std::string& view) const {
+    if (contents_->files.empty()) return nullptr;
+    contents_->requireView(view);
+    const auto place = std::ranges::find(contents_->views, view) - contents_->views.begin();
+    return contents_->files[static_cast<std::size_t>(place)].get();
+}
+
+const std::filesystem::path& MultiViewFile::pathOf(const std::string& view) const {
+    const MultiViewFile* file = fileOf(view);
+    return file ? file->path() : path();
+}
+
+void MultiViewFile::saveView(const std::string& view, const std::filesystem::path& path) const {
+    const MultiViewFile* file = fileOf(view);
+    (file ? *file : *this).save(path);
+}
+
 std::vector<std::string> MultiViewFile::channels(const std::string& view) const {
+    if (const MultiViewFile* file = fileOf(view)) return file->channels(file->views().front());
     contents_->requireView(view);
     std::vector<std::string> names;
     for (const StoredPart& part : contents_->parts) {
@@ -187,6 +226,8 @@ std::vector<std::string> MultiViewFile::channels(const std::string& view) const 
 }
 
 bool MultiViewFile::hasChannel(const std::string& view, const std::string& channel) const {
+    if (!contents_->files.empty() && !contains(contents_->views, view)) return false;
+    if (const MultiViewFile* file = fileOf(view)) return file->hasChannel(file->views().front(), channel);
     return contents_->find(view, channel).channel != nullptr;
 }
 
@@ -207,6 +248,8 @@ void PixelBytes::allocate(std::size_t bytes) try {
 
 std::size_t MultiViewFile::bytes() const {
     std::size_t sum = 0;
+    for (const auto& file : contents_->files)
+        sum += file->bytes();
     for (const StoredPart& part : contents_->parts)
         for (const StoredChannel& channel : part.channels)
             sum += channel.pixels.size();
@@ -214,6 +257,7 @@ std::size_t MultiViewFile::bytes() const {
 }
 
 Box MultiViewFile::dataBox(const std::string& view) const {
+    if (const MultiViewFile* file = fileOf(view)) return file->dataBox(file->views().front());
     contents_->requireView(view);
     Box all;
     for (const StoredPart& part : contents_->parts) {
@@ -236,6 +280,8 @@ Box MultiViewFile::dataBox(const std::string& view) const {
 
 void MultiViewFile::read(const std::string& view, const std::string& channel, const Box& box, float* destination,
                          std::ptrdiff_t rowStride) const {
+    if (const MultiViewFile* file = fileOf(view))
+        return file->read(file->views().front(), channel, box, destination, rowStride);
     const auto [part, stored] = contents_->get(view, channel);
     const Box window = contents_->planeBox(*part);
     const Box common = intersect(box, window);
@@ -255,6 +301,8 @@ void MultiViewFile::read(const std::string& view, const std::string& channel, co
 
 void MultiViewFile::replace(const std::string& view, const std::string& channel, const Box& box, const float* source,
                             std::ptrdiff_t rowStride) {
+    if (MultiViewFile* file = fileOf(view))
+        return file->replace(file->views().front(), channel, box, source, rowStride);
     const auto location = contents_->get(view, channel);
     auto* part = const_cast<StoredPart*>(location.part);
     auto* stored = const_cast<StoredChannel*>(location.channel);

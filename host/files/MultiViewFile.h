@@ -39,11 +39,21 @@ public:
     /// pixels, subsampled channels and several resolution levels are refused.
     static MultiViewFile open(const std::filesystem::path& path);
 
+    /// A file for each view, under its name; each holds one view. Throws FileError, also where they differ in size.
+    struct ViewFile {
+        std::string view;
+        std::filesystem::path path;
+    };
+    static MultiViewFile openViews(std::span<const ViewFile> files);
+
     MultiViewFile(MultiViewFile&&) noexcept;
     MultiViewFile& operator=(MultiViewFile&&) noexcept;
     ~MultiViewFile();
 
+    /// Of several files the first.
     const std::filesystem::path& path() const;
+    /// The file that holds a view.
+    const std::filesystem::path& pathOf(const std::string& view) const;
 
     /// Names of the views in the file's order, the default view first. A file without views has one, "main".
     const std::vector<std::string>& views() const;
@@ -75,10 +85,13 @@ public:
     /// channel of the part. Written beside the target under a temporary name, synced and renamed: the target is
     /// either the whole new file or what it was before. May overwrite the file that was opened. Throws FileError.
     void save(const std::filesystem::path& path) const;
+    /// The same for the file of one view, where each view has a file of its own.
+    void saveView(const std::string& view, const std::filesystem::path& path) const;
 
 private:
     struct Contents;
     explicit MultiViewFile(std::unique_ptr<Contents> contents);
+    MultiViewFile* fileOf(const std::string& view) const;
     std::unique_ptr<Contents> contents_;
 };
 

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -68,6 +69,7 @@ struct MultiViewFile::Contents {
     std::vector<std::string> views;
     Imath::Box2i display;
     std::vector<StoredPart> parts;
+    std::vector<std::unique_ptr<MultiViewFile>> files;  ///< of several, one for each of `views`; then no parts
 
     /// Takes the views and the channels' names from the headers of `parts`.
     void nameChannels();

@@ -29,6 +29,7 @@ const RenderServices& noServices() {
 
 ControlPanel::ControlPanel(const ControlValues& values, std::span<const std::string> views) {
     const ProjectViews project({views.begin(), views.end()});
+    views_ = project.names();
     const auto unconnected = [](int, const Fresco::Image::OutputContext&) -> Fresco::Image::Op* { return nullptr; };
     node_ = std::make_unique<OperatorNode>(values.className(), unconnected, noServices());
     Fresco::Image::Knob_Closure closure;
@@ -48,6 +49,11 @@ ControlPanel::ControlPanel(ControlPanel&&) noexcept = default;
 
 std::string ControlPanel::help() const {
     return node_->op().node_help();
+}
+
+const std::string& ControlPanel::correctedView() const {
+    const double number = value(value("matchWhat") == 0 ? "leftView" : "rightView");
+    return views_.at(static_cast<std::size_t>(number) - 1);
 }
 
 bool ControlPanel::enabled(std::string_view name) const {

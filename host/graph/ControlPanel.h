@@ -24,6 +24,8 @@ public:
     /// In the order of the panel, spacers and dividers among them; storage is not to be touched.
     std::span<const Fresco::Image::KnobDeclaration> declarations() const { return declarations_; }
     bool enabled(std::string_view name) const;
+    /// The name of the view that the node corrects.
+    const std::string& correctedView() const;
     /// The operator's own help.
     std::string help() const;
     /// Of a control that exists and holds a value.
@@ -35,6 +37,7 @@ private:
     std::vector<Fresco::Image::KnobDeclaration> declarations_;
     std::unique_ptr<OperatorNode> node_;
     std::vector<std::string> givenInVain_;
+    std::vector<std::string> views_;
 };
 
 }  // namespace ViewTint::Host

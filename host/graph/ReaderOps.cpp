@@ -79,9 +79,9 @@ void FileReadOp::readInto(ImagePlane& plane) const {
 
 void FileReadOp::append(Fresco::Image::Hash& hash) {
     std::error_code ignored;
-    hash.append(file_->path().native());
-    hash.append(std::filesystem::file_size(file_->path(), ignored));
-    hash.append(std::filesystem::last_write_time(file_->path(), ignored).time_since_epoch().count());
+    hash.append(file_->pathOf(view_).native());
+    hash.append(std::filesystem::file_size(file_->pathOf(view_), ignored));
+    hash.append(std::filesystem::last_write_time(file_->pathOf(view_), ignored).time_since_epoch().count());
     hash.append(view_);
     for (const ChannelRoles::Role& role : roles_.all())
         hash.append(role.fileChannel);

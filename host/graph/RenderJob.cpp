@@ -202,9 +202,9 @@ std::shared_ptr<MultiViewFile> RenderJob::render(int frame) {
     return picture;
 }
 
-void RenderJob::render(int frame, const fs::path& output) {
+void RenderJob::render(int frame, const fs::path& output, const std::string& savedView) {
     const auto picture = frames_.frame(frame);
-    if (picture && isSameFile(picture->path(), output)) {
+    if (picture && isSameFile(savedView.empty() ? picture->path() : picture->pathOf(savedView), output)) {
         throw FileError(
             fmt::format("Cannot write '{}': it is the picture that is read; give another name.", output.string()));
     }
@@ -212,7 +212,7 @@ void RenderJob::render(int frame, const fs::path& output) {
     const auto corrected = render(frame);
     throwIfAborted();
     const Vellum::Compute::Stage stage("write");
-    corrected->save(output);
+    savedView.empty() ? corrected->save(output) : corrected->saveView(savedView, output);
 }
 
 }  // namespace ViewTint::Host

@@ -46,7 +46,8 @@ public:
 
     /// Renders a frame into a new file. That it can be written, and isn't the picture that is read, is tested before
     /// the work; a failure leaves nothing behind.
-    void render(int frame, const std::filesystem::path& output);
+    /// Where each view has a file of its own, `savedView` is written.
+    void render(int frame, const std::filesystem::path& output, const std::string& savedView = "");
 
 private:
     class Graph;

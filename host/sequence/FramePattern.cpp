@@ -96,6 +96,22 @@ std::vector<int> FramePattern::existing() const {
     return frames;
 }
 
+std::optional<std::string> nameForView(const std::string& text, const std::string& view) {
+    std::string name;
+    bool replaced = false;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const bool whole = text.compare(i, 2, "%V") == 0, letter = text.compare(i, 2, "%v") == 0;
+        if (whole || letter) {
+            name += whole ? view : view.substr(0, 1);
+            replaced = true;
+            ++i;
+        } else {
+            name += text[i];
+        }
+    }
+    return replaced ? std::optional(name) : std::nullopt;
+}
+
 std::vector<int> parseFrames(std::string_view text) {
     std::vector<int> frames;
     std::set<int> seen;

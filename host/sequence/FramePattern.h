@@ -32,6 +32,9 @@ private:
     int digits_ = 1;
 };
 
+/// The name with `%V` or `%v` replaced by a view's name (of `%v` its first letter), or null where it has neither.
+std::optional<std::string> nameForView(const std::string& text, const std::string& view);
+
 /// Frames as they are typed: `1001`, `1001-1240`, `1001-1240x2`, and several of these with commas. In the order of
 /// typing, each once. Throws std::invalid_argument with a sentence.
 std::vector<int> parseFrames(std::string_view text);

@@ -71,8 +71,9 @@ int reachOf(const ControlValues& controls) {
 /// Writes pictures in the order in which they come, on a thread of its own.
 class SequenceRender::Writer {
 public:
-    Writer(int waiting, const std::function<void(const FrameResult&)>& report)
+    Writer(int waiting, std::string view, const std::function<void(const FrameResult&)>& report)
         : most_(static_cast<std::size_t>(std::max(1, waiting))),
+          view_(std::move(view)),
           report_(report),
           thread_([this] { writeUntilEnd(); }) {}
     /// Writes what is left.
@@ -117,7 +118,7 @@ private:
         auto& [result, picture] = entry;
         try {
             const Vellum::Compute::Stage stage("write");
-            picture->save(result.file);
+            view_.empty() ? picture->save(result.file) : picture->saveView(view_, result.file);
         } catch (const std::exception& error) {
             result.status = FrameResult::Status::failed;
             result.message = error.what();
@@ -127,6 +128,7 @@ private:
     }
 
     std::size_t most_;
+    std::string view_;
     const std::function<void(const FrameResult&)>& report_;
     std::mutex mutex_, telling_;
     std::condition_variable changed_;
@@ -138,11 +140,12 @@ private:
 void SequenceRender::checkOutput() const {
     for (const int frame : settings_.frames) {
         std::error_code ignored;
-        const fs::path output = output_.path(frame), input = source_.path(frame);
-        if (fs::equivalent(output, input, ignored) ||
-            fs::weakly_canonical(output, ignored) == fs::weakly_canonical(input, ignored))
-            throw FileError(
-                fmt::format("Cannot write '{}': it is the picture that is read; give another name.", output.string()));
+        const fs::path output = output_.path(frame);
+        for (const fs::path& input : source_.paths(frame))
+            if (fs::equivalent(output, input, ignored) ||
+                fs::weakly_canonical(output, ignored) == fs::weakly_canonical(input, ignored))
+                throw FileError(fmt::format("Cannot write '{}': it is the picture that is read; give another name.",
+                                            output.string()));
     }
     const fs::path first = output_.path(settings_.frames.front());
     checkWritable(first);
@@ -163,7 +166,7 @@ void SequenceRender::run() {
     } catch (const FileError&) {
         // The frame says so itself when its turn comes.
     }
-    Writer writer(waiting, report);
+    Writer writer(waiting, settings_.savedView, report);
     for (std::size_t place = 0; place < settings_.frames.size(); ++place) {
         source_.enter(place);
         renderFrame(place, writer);

@@ -29,7 +29,8 @@ struct SequenceSettings {
     std::vector<int> frames;  ///< in the order of rendering
     int reach = 0;            ///< how far away frames lie that a render looks at
     bool skipExisting = false;
-    std::size_t memory = 0;  ///< bytes that frames in flight may take; at least one frame and its neighbours are
+    std::size_t memory = 0;      ///< bytes that frames in flight may take; at least one frame and its neighbours are
+    std::string savedView = {};  ///< where each view has a file of its own: that of this view is written
 };
 
 /// Renders the frames of a sequence: the next are read and the last are written while one is rendered.

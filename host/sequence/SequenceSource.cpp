@@ -8,9 +8,34 @@
 
 namespace ViewTint::Host {
 
-SequenceSource::SequenceSource(FramePattern pattern, Outside outside, Missing missing)
-    : pattern_(std::move(pattern)), outside_(outside), missing_(missing), files_(pattern_.existing()) {
-    if (files_.empty()) throw FileError(fmt::format("There are no files '{}'.", pattern_.text()));
+SequenceSource::SequenceSource(ViewPatterns patterns, Outside outside, Missing missing)
+    : patterns_(std::move(patterns)),
+      outside_(outside),
+      missing_(missing),
+      files_(patterns_.front().second.existing()) {
+    for (const auto& [view, pattern] : patterns_) {
+        const std::vector<int> others = pattern.existing();
+        if (others.empty()) throw FileError(fmt::format("There are no files '{}'.", pattern.text()));
+        std::erase_if(files_, [&](int file) { return !std::ranges::binary_search(others, file); });
+    }
+    if (files_.empty())
+        throw FileError(fmt::format("There is no frame of which all views have files; the first is '{}'.",
+                                    patterns_.front().second.text()));
+}
+
+std::vector<std::filesystem::path> SequenceSource::paths(int frame) const {
+    std::vector<std::filesystem::path> paths;
+    for (const auto& [view, pattern] : patterns_)
+        paths.push_back(pattern.path(frame));
+    return paths;
+}
+
+MultiViewFile SequenceSource::open(int file) const {
+    if (patterns_.front().first.empty()) return MultiViewFile::open(paths(file).front());
+    std::vector<MultiViewFile::ViewFile> files;
+    for (const auto& [view, pattern] : patterns_)
+        files.push_back({view, pattern.path(file)});
+    return MultiViewFile::openViews(files);
 }
 
 SequenceSource::~SequenceSource() {
@@ -87,7 +112,7 @@ std::shared_ptr<SequenceSource::Slot> SequenceSource::read(int file, std::unique
     ++filesRead_;
     lock.unlock();
     try {
-        slot->picture = std::make_shared<MultiViewFile>(MultiViewFile::open(pattern_.path(file)));
+        slot->picture = std::make_shared<MultiViewFile>(open(file));
     } catch (...) {
         slot->failure = std::current_exception();
     }
@@ -99,7 +124,9 @@ std::shared_ptr<SequenceSource::Slot> SequenceSource::read(int file, std::unique
 
 void SequenceSource::require(int number) const {
     if (standIn(number) == number) return;
-    const std::string name = pattern_.path(number).string();
+    const auto all = paths(number);
+    const auto absent = std::ranges::find_if(all, [](const auto& path) { return !std::filesystem::exists(path); });
+    const std::string name = (absent == all.end() ? all.front() : *absent).string();
     if (!isInside(number))
         throw FileError(fmt::format("There is no file '{}'; the sequence goes from {} to {}.", name, files_.front(),
                                     files_.back()));
@@ -115,7 +142,7 @@ std::shared_ptr<MultiViewFile> SequenceSource::frame(int number) {
     if (*file != number && std::ranges::find(plan_, number) != plan_.end()) {
         ++filesRead_;
         lock.unlock();
-        return std::make_shared<MultiViewFile>(MultiViewFile::open(pattern_.path(*file)));
+        return std::make_shared<MultiViewFile>(open(*file));
     }
     const auto found = slots_.find(*file);
     const std::shared_ptr<Slot> slot = found == slots_.end() ? read(*file, lock) : found->second;

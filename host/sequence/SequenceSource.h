@@ -9,6 +9,7 @@
 #include <optional>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "host/graph/FrameSource.h"
@@ -22,13 +23,18 @@ class SequenceSource : public FrameSource {
 public:
     enum class Outside { empty, hold };  ///< what frames before the first file and after the last are
     enum class Missing { fail, hold };   ///< what a frame without a file between others is
+    /// A pattern for the files that hold all views, under an empty name, or one for each view.
+    using ViewPatterns = std::vector<std::pair<std::string, FramePattern>>;
     /// Throws FileError where there are no files.
-    SequenceSource(FramePattern pattern, Outside outside, Missing missing);
+    SequenceSource(FramePattern pattern, Outside outside, Missing missing)
+        : SequenceSource(ViewPatterns{{"", std::move(pattern)}}, outside, missing) {}
+    SequenceSource(ViewPatterns patterns, Outside outside, Missing missing);
     ~SequenceSource() override;
     SequenceSource(const SequenceSource&) = delete;
     SequenceSource& operator=(const SequenceSource&) = delete;
 
-    std::filesystem::path path(int frame) const { return pattern_.path(frame); }
+    /// The file of a frame, or those of its views.
+    std::vector<std::filesystem::path> paths(int frame) const;
     /// The numbers of the files that exist, in ascending order.
     const std::vector<int>& files() const { return files_; }
     /// The frames that will be rendered, in order; neighbours of each are asked for up to `reach` frames away.
@@ -55,6 +61,7 @@ private:
         bool done = false;
     };
 
+    MultiViewFile open(int file) const;
     std::optional<int> standIn(int number) const;
     bool isInside(int number) const;
     bool wanted(int file) const;
@@ -62,7 +69,7 @@ private:
     void readAheadUntilEnd();
     std::shared_ptr<Slot> read(int file, std::unique_lock<std::mutex>& lock);
 
-    FramePattern pattern_;
+    ViewPatterns patterns_;
     Outside outside_;
     Missing missing_;
     std::vector<int> files_;

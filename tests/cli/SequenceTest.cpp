@@ -122,6 +122,35 @@ TEST_F(Sequence, FarmsAreToldInLinesOfJson) {
     EXPECT_NE(plain.errors.find("shot.1004.exr"), std::string::npos);
 }
 
+TEST_F(Sequence, EachViewMayHaveAFileOfItsOwn) {
+    for (int frame = firstFrame; frame < firstFrame + 3; ++frame)
+        for (const char* side : {"left", "right"}) {
+            const NewView one{"main", view(side, frame).planes};
+            Host::writeMultiView(file(name(side, frame)), width, height, {&one, 1}, Host::PixelStorage::half);
+        }
+    const std::string rightBefore = contents(name("right", 1002));
+    ASSERT_EQ(run({"render", "%V.####.exr", "-o", "per_%V.####.exr", "--quiet", "--matchingMode", "Basic"}).exitCode,
+              0);
+    ASSERT_EQ(render({"--frames", "1001-1003", "--quiet"}).exitCode, 0);
+    for (int frame = firstFrame + 1; frame < firstFrame + 3; ++frame)
+        EXPECT_EQ(red(name("per_left", frame), "main"), red(name("out", frame), "left")) << "as from one file";
+    EXPECT_FALSE(exists(name("per_right", 1002)));
+    EXPECT_EQ(contents(name("right", 1002)), rightBefore);
+    // One picture, the other view, named by its first letter.
+    ASSERT_EQ(run({"render", "%V.1001.exr", "-o", "still_%v.exr", "--matchWhat", "1", "--quiet"}).exitCode, 0);
+    EXPECT_TRUE(exists("still_r.exr"));
+    EXPECT_FALSE(exists("still_l.exr"));
+
+    fs::remove(file(name("right", 1002)));
+    const Outcome missing = run({"render", "%V.####.exr", "-o", "per_%V.####.exr", "--frames", "1002"});
+    EXPECT_NE(missing.errors.find("'right.1002.exr' is missing"), std::string::npos) << missing.errors;
+    EXPECT_NE(run({"render", "%V.1001.exr", "-o", "%V.1001.exr"}).errors.find("it is the picture that is read"),
+              std::string::npos);
+    EXPECT_NE(run({"render", "%V.1009.exr", "-o", "x.exr"}).errors.find("'left.1009.exr'"), std::string::npos);
+    EXPECT_NE(run({"render", "%Vot.1001.exr", "--views", "sh,sh", "-o", "x.exr"}).errors.find("holds several views"),
+              std::string::npos);
+}
+
 TEST_F(Sequence, AMaskMayBeASequenceToo) {
     for (int frame = firstFrame; frame < firstFrame + 3; ++frame)
         Host::writeMultiView(

@@ -43,6 +43,12 @@ TEST(FramePatternTest, findsItsFilesOnly) {
     fs::remove_all(folder);
 }
 
+TEST(FramePatternTest, namesOfViews) {
+    EXPECT_EQ(nameForView("a.%V.####.exr", "left"), "a.left.####.exr");
+    EXPECT_EQ(nameForView("%v/%V.exr", "right"), "r/right.exr");
+    EXPECT_EQ(nameForView("a.%04d.exr", "left"), std::nullopt);
+}
+
 TEST(FramesTest, asTheyAreTyped) {
     EXPECT_EQ(parseFrames("7"), Frames{7});
     EXPECT_EQ(parseFrames("5-8"), (Frames{5, 6, 7, 8}));
