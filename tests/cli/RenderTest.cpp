@@ -273,6 +273,27 @@ TEST_F(Render, MasksSelectWhatIsCorrected) {
     }
 }
 
+TEST_F(Render, MasksOfOtherSizesAreZeroOutside) {
+    write("in.exr", pair());
+    const auto writeMask = [&](int w, int h) {
+        const NewView mask{"main", {{"A", Plane(std::size_t(w * h), 1.0f)}}};
+        Host::writeMultiView(file("mask.exr"), w, h, {&mask, 1}, Host::PixelStorage::half);
+    };
+    const Plane source = values("in.exr", "left", "G");
+    for (const auto& [w, h] : {std::pair{width / 2, height / 3}, std::pair{2 * width, 3 * height}})
+        for (const bool inverted : {false, true}) {
+            writeMask(w, h);
+            const Outcome outcome =
+                render({"--mask", "mask.exr", "--maskWith", inverted ? "Mask Inverted Alpha" : "Mask Alpha"});
+            ASSERT_EQ(outcome.exitCode, 0) << outcome.errors;
+            const Plane corrected = values("out.exr", "left", "G");
+            for (int i = 0; i < width * height; ++i) {
+                const bool covered = i % width < w && i / width < h;  // from the lower left corner
+                ASSERT_EQ(corrected[std::size_t(i)] != source[std::size_t(i)], covered != inverted) << i << ' ' << w;
+            }
+        }
+}
+
 TEST_F(Render, ChannelsOfOtherNamesAreReadAndCorrected) {
     std::vector<NewView> views = pair();
     for (NewView& view : views) {

@@ -1,4 +1,5 @@
 #include <cmath>
+#include <random>
 
 #include "CommandTest.h"
 
@@ -97,6 +98,49 @@ TEST_F(Sequence, EveryFrameIsCorrected) {
               0);
     EXPECT_TRUE(exists("other.01003.exr") && exists("other.01005.exr") && exists("other.01007.exr"));
     EXPECT_FALSE(exists("other.01004.exr"));
+}
+
+/// A photographed pair as a shot: its cast changes, and each frame has grain of its own.
+TEST_F(Sequence, OfPhotographsComesNearerToTheTruthInEveryFrame) {
+    const fs::path cones = fs::path(VIEWTINT_SHARED_DATA) / "cones" / "cones.exr";
+    if (!fs::exists(cones)) GTEST_SKIP() << "the photographs are not here: " << cones;
+    const auto still = Host::MultiViewFile::open(cones);
+    const Host::Box box{0, 0, still.width(), still.height()};
+    const auto planeOf = [&](const Host::MultiViewFile& file, const std::string& view, const std::string& channel) {
+        Plane plane(static_cast<std::size_t>(box.pixels()));
+        file.read(view, channel, box, plane.data(), box.width());
+        return plane;
+    };
+    for (const auto& [view, matchWhat] : {std::pair{"left", "0"}, std::pair{"right", "1"}}) {
+        for (int frame = 1; frame <= 12; ++frame) {
+            std::mt19937 random(static_cast<unsigned>(frame));
+            std::uniform_real_distribution<float> grain(-0.004f, 0.004f);
+            auto picture = Host::MultiViewFile::open(cones);
+            for (int c = 0; c < 3; ++c) {
+                const std::string channel(1, "RGB"[c]);
+                Plane plane = planeOf(still, view, channel);
+                const float gain = 1.25f + 0.1f * std::sin(static_cast<float>(frame + 2 * c));
+                for (float& value : plane)
+                    value = value * gain + grain(random);
+                picture.replace(view, channel, box, plane.data(), box.width());
+            }
+            picture.save(file(name("cones", frame)));
+        }
+        ASSERT_EQ(run({"render", "cones.%d.exr", "-o", "matched.%d.exr", "--matchingMode", "Basic", "--matchWhat",
+                       matchWhat, "--quiet"})
+                      .exitCode,
+                  0);
+        const Plane truth = planeOf(still, view, "G");
+        const auto distance = [&](const std::string& shot, int frame) {
+            const Plane plane = planeOf(Host::MultiViewFile::open(file(name(shot, frame))), view, "G");
+            double sum = 0;
+            for (std::size_t i = 0; i < plane.size(); ++i)
+                sum += std::abs(plane[i] - truth[i]);
+            return sum;
+        };
+        for (int frame = 1; frame <= 12; ++frame)
+            EXPECT_LT(distance("matched", frame), 0.6 * distance("cones", frame)) << view << ' ' << frame;
+    }
 }
 
 TEST_F(Sequence, FarmsAreToldInLinesOfJson) {
