@@ -25,13 +25,14 @@ namespace ViewTint::Cli {
 
 namespace {
 
-/// The views of a sequence's first picture; if it can't be read, that is told where it is rendered.
-std::vector<std::string> viewsOf(Host::SequenceSource& source) {
+/// The views of the first picture that is rendered; if it can't be read, that is told where it is rendered.
+std::vector<std::string> viewsOf(Host::SequenceSource& source, const std::vector<int>& frames) {
     try {
-        return source.frame(source.files().front())->views();
+        if (const auto picture = source.frame(frames.front())) return picture->views();
     } catch (const Host::FileError&) {
-        return {"left", "right"};
+        // It says so itself when its turn comes.
     }
+    return {"left", "right"};
 }
 
 /// What is told of frames: lines for people, or a JSON object on each line for farms.
@@ -42,8 +43,6 @@ public:
 
     void tell(const Host::FrameResult& result) {
         using Status = Host::FrameResult::Status;
-        static constexpr const char* words[] = {"written", "skipped", "failed"};
-        const char* status = words[static_cast<int>(result.status)];
         ++counts_[static_cast<std::size_t>(result.status)];
         progress_.clear();
         if (json_) {
@@ -52,7 +51,7 @@ public:
                 message = fmt::format(", \"message\": {}", Json::text(result.message).str());
             fmt::print(
                 "{{\"event\": \"frame\", \"frame\": {}, \"status\": \"{}\", \"file\": {}, \"seconds\": {:.3f}{}}}\n",
-                result.frame, status, Json::text(result.file.string()).str(), result.seconds, message);
+                result.frame, result.word(), Json::text(result.file.string()).str(), result.seconds, message);
             std::fflush(stdout);
         } else if (result.status == Status::failed) {
             warn(fmt::format("frame {}: {}", result.frame, result.message));
@@ -108,8 +107,9 @@ int renderSequence(RenderOptions& options) {
         options.outside == "hold" ? Host::SequenceSource::Outside::hold : Host::SequenceSource::Outside::empty,
         options.missing == "hold" ? Host::SequenceSource::Missing::hold : Host::SequenceSource::Missing::fail);
     Host::SequenceSettings settings;
+    settings.frames = framesOf(options, source);
     {
-        const Host::ControlPanel panel(controls, viewsOf(source));
+        const Host::ControlPanel panel(controls, viewsOf(source, settings.frames));
         warnOfOddSettings(panel);
         if (isPerView(options)) settings.savedView = panel.correctedView();
     }
@@ -121,7 +121,6 @@ int renderSequence(RenderOptions& options) {
                                     options.output));
     if (!options.stageFolder.empty()) throw CallError("--write-stages is for one picture, not for a sequence.");
     const auto mask = options.mask ? Host::FramePattern::parse(*options.mask) : std::nullopt;
-    settings.frames = framesOf(options, source);
     settings.skipExisting = options.skipExisting;
     settings.memory = options.memoryBytes > 0 ? options.memoryBytes : halfOfTheMachinesMemory();
 

@@ -47,10 +47,6 @@ std::string explain(const std::string& sentence, const RenderOptions& options, c
     return text;
 }
 
-}  // namespace
-
-namespace {
-
 Host::MultiViewFile openPicture(const RenderOptions& options) {
     if (!isPerView(options)) return Host::MultiViewFile::open(options.input);
     std::vector<Host::MultiViewFile::ViewFile> files;

@@ -5,7 +5,6 @@
 #include <cmath>
 #include <cstddef>
 #include <memory>
-#include <mutex>
 #include <utility>
 
 #include "base/Exception.h"
@@ -138,8 +137,6 @@ Image imageOf(const ImagePlane& plane) {
 
 NodeRender::Result NodeRender::render(const ControlValues& controls, const FramePictures& pictures,
                                       const RenderServices& services) {
-    static std::mutex oneAtATime;  // the views belong to the process
-    const std::lock_guard holding(oneAtATime);
     const ProjectViews project({"left", "right"});
     Sources sources(pictures);
     OperatorNode node(

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <mutex>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -8,8 +9,8 @@
 
 namespace ViewTint::Host {
 
-/// The views of the picture that is rendered, known to the whole process for the life of the object. Numbered from 1,
-/// "left" first, "right" second, others in the given order.
+/// The views of the picture that is rendered, known to the whole process for the life of the object: other threads that
+/// make one wait, the same thread may. Numbered from 1, "left" first, "right" second, others in the given order.
 class ProjectViews : public Fresco::Image::Project {
 public:
     explicit ProjectViews(std::vector<std::string> views);
@@ -25,6 +26,9 @@ public:
     const std::string* name(int view) const;
 
 private:
+    static inline std::recursive_mutex oneThreadAtATime;
+
+    std::unique_lock<std::recursive_mutex> lock_{oneThreadAtATime};
     std::vector<std::string> names_;
     Project* previous_ = nullptr;
 };

@@ -15,6 +15,8 @@ namespace ViewTint::Host {
 /// What became of one frame.
 struct FrameResult {
     enum class Status { written, skipped, failed };
+    /// "written", "skipped" or "failed".
+    const char* word() const;
     int frame = 0;
     std::filesystem::path file;
     Status status = Status::written;

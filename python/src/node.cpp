@@ -36,7 +36,7 @@ public:
         }
     }
     nb::list controls() const {
-        const Host::ControlPanel panel = this->panel();
+        const Host::ControlPanel panel = unlocked([&] { return this->panel(); });  // may wait for a render
         nb::list list;
         for (const KnobDeclaration& knob : panel.declarations()) {
             if (!knob.holdsValue()) continue;
@@ -54,7 +54,9 @@ public:
         }
         return list;
     }
-    std::string help() const { return panel().help(); }
+    std::string help() const {
+        return unlocked([&] { return panel().help(); });
+    }
 
     std::tuple<std::optional<Image>, std::vector<std::string>> render(const Image& left, const Image& right,
                                                                       const Image& disparity,

@@ -79,7 +79,6 @@ std::vector<FrameResult> renderAny(const std::string& input, const std::string& 
 nb::list renderFile(const std::string& input, const std::string& output, const Settings& given,
                     const std::optional<std::string>& mask, const std::optional<std::string>& frames,
                     bool skipExisting) {
-    static constexpr const char* words[] = {"written", "skipped", "failed"};
     std::vector<FrameResult> results;
     try {
         results = unlocked([&] { return renderAny(input, output, given, mask, frames, skipExisting); });
@@ -97,7 +96,7 @@ nb::list renderFile(const std::string& input, const std::string& output, const S
         nb::dict frame;
         frame["frame"] = result.frame;
         frame["file"] = result.file.string();
-        frame["status"] = words[static_cast<int>(result.status)];
+        frame["status"] = result.word();
         frame["message"] = result.message;
         frame["seconds"] = result.seconds;
         list.append(frame);

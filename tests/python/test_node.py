@@ -1,6 +1,7 @@
 """The node with its controls against the steps that a render takes, and renders of files."""
 
 import pathlib
+from concurrent.futures import ThreadPoolExecutor
 
 import numpy as np
 import pytest
@@ -74,6 +75,20 @@ def test_masks_select(scene):
     node.maskWith = "Mask Inverted Luminance"
     inverted = node.render(*images, viewtint.Image(1 - half)).array
     np.testing.assert_allclose(inverted, result, atol=1e-6)
+
+
+def test_threads_may_render_and_look_at_controls(scene):
+    images = [viewtint.Image(values) for values in scene]
+    nodes = [viewtint.Node(matchingMode="Basic", matchWhat=i % 2) for i in range(4)]
+    expected = [node.render(*images).array for node in nodes]
+    assert np.abs(expected[0] - expected[1]).max() > 0.1
+
+    def work(i):
+        same = [np.array_equal(nodes[i].render(*images).array, expected[i]) for _ in range(20)]
+        return all(same) and all(viewtint.Node().enabled("blockSize") for _ in range(20))
+
+    with ThreadPoolExecutor(4) as pool:
+        assert all(pool.map(work, range(4)))
 
 
 def test_controls():
