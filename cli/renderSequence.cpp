@@ -25,16 +25,6 @@ namespace ViewTint::Cli {
 
 namespace {
 
-/// The views of the first picture that is rendered; if it can't be read, that is told where it is rendered.
-std::vector<std::string> viewsOf(Host::SequenceSource& source, const std::vector<int>& frames) {
-    try {
-        if (const auto picture = source.frame(frames.front())) return picture->views();
-    } catch (const Host::FileError&) {
-        // It says so itself when its turn comes.
-    }
-    return {"left", "right"};
-}
-
 /// What is told of frames: lines for people, or a JSON object on each line for farms.
 class FrameReports {
 public:
@@ -108,8 +98,9 @@ int renderSequence(RenderOptions& options) {
         options.missing == "hold" ? Host::SequenceSource::Missing::hold : Host::SequenceSource::Missing::fail);
     Host::SequenceSettings settings;
     settings.frames = framesOf(options, source);
+    const std::vector<std::string> views = source.views(settings.frames.front());
     {
-        const Host::ControlPanel panel(controls, viewsOf(source, settings.frames));
+        const Host::ControlPanel panel(controls, views);
         warnOfOddSettings(panel);
         if (isPerView(options)) settings.savedView = panel.correctedView();
     }
@@ -132,7 +123,7 @@ int renderSequence(RenderOptions& options) {
         progress.show((static_cast<double>(place) + done) / count, fmt::format("frame {}", settings.frames[place]));
     };
     services.abort = &interruptFlag();
-    settings.reach = Host::reachOf(controls);
+    settings.neighbours = Host::neighbourRequests(controls, rolesOf(options), views);
     const auto cache = openCache(options);
     Host::RenderJob job(source, std::move(controls), rolesOf(options), services);
     if (options.mask && !mask) job.setMask(openMask(*options.mask));
