@@ -42,9 +42,7 @@ struct RenderOptions {
 bool isPerView(const RenderOptions& options);
 Host::ChannelRoles rolesOf(const RenderOptions& options);
 
-/// A line on the error stream.
-void warn(const std::string& sentence);
-/// Of values that do nothing, and of those that together do what nobody wants.
+/// Complains of values that do nothing, and of those that together do what nobody wants.
 void warnOfOddSettings(const Host::ControlPanel& panel);
 
 /// Keeps results while it lives, if asked to; else null.

@@ -15,6 +15,7 @@
 #include "cli/CommandContext.h"
 #include "cli/Interruption.h"
 #include "cli/Json.h"
+#include "cli/Printing.h"
 #include "cli/ProgressBar.h"
 #include "cli/StageTable.h"
 #include "host/graph/RenderJob.h"
@@ -39,25 +40,24 @@ public:
             std::string message;
             if (result.status == Status::failed)
                 message = fmt::format(", \"message\": {}", Json::text(result.message).str());
-            fmt::print(
-                "{{\"event\": \"frame\", \"frame\": {}, \"status\": \"{}\", \"file\": {}, \"seconds\": {:.3f}{}}}\n",
-                result.frame, result.word(), Json::text(result.file.string()).str(), result.seconds, message);
-            std::fflush(stdout);
+            put(stdout, fmt::format("{{\"event\": \"frame\", \"frame\": {}, \"status\": \"{}\", \"file\": {}, "
+                                    "\"seconds\": {:.3f}{}}}\n",
+                                    result.frame, result.word(), Json::text(result.file.string()).str(), result.seconds,
+                                    message));
         } else if (result.status == Status::failed) {
-            warn(fmt::format("frame {}: {}", result.frame, result.message));
+            complain(fmt::format("frame {}: {}", result.frame, result.message));
         }
     }
     void tellSummary(double seconds) const {
         const std::size_t ended = counts_[0] + counts_[1] + counts_[2];
         if (json_)
-            fmt::print(
-                "{{\"event\": \"summary\", \"frames\": {}, \"written\": {}, \"skipped\": {}, \"failed\": {}, \"left\": "
-                "{}, "
-                "\"seconds\": {:.3f}}}\n",
-                frames_, counts_[0], counts_[1], counts_[2], frames_ - ended, seconds);
+            put(stdout, fmt::format("{{\"event\": \"summary\", \"frames\": {}, \"written\": {}, \"skipped\": {}, "
+                                    "\"failed\": {}, \"left\": {}, \"seconds\": {:.3f}}}\n",
+                                    frames_, counts_[0], counts_[1], counts_[2], frames_ - ended, seconds));
         else if (!quiet_)
-            fmt::print("{} frames: {} written, {} skipped, {} failed{} in {:.1f} s\n", frames_, counts_[0], counts_[1],
-                       counts_[2], ended < frames_ ? fmt::format(", {} left", frames_ - ended) : "", seconds);
+            put(stdout, fmt::format("{} frames: {} written, {} skipped, {} failed{} in {:.1f} s\n", frames_, counts_[0],
+                                    counts_[1], counts_[2],
+                                    ended < frames_ ? fmt::format(", {} left", frames_ - ended) : "", seconds));
     }
     bool anyFailed() const { return counts_[2] > 0; }
 
@@ -88,6 +88,7 @@ std::vector<int> framesOf(const RenderOptions& options, const Host::SequenceSour
 }  // namespace
 
 int renderSequence(RenderOptions& options) {
+    goOnWithoutReader();
     const auto start = std::chrono::steady_clock::now();
     std::optional<StageTable> stages;
     if (options.stats) stages.emplace();
@@ -143,7 +144,7 @@ int renderSequence(RenderOptions& options) {
     }
     progress.clear();
     reports.tellSummary(secondsSince(start));
-    if (stages) fmt::print("{}", stages->text());
+    if (stages) put(stdout, stages->text());
     if (interrupted) throw Interrupted();
     return reports.anyFailed() ? exitFailed : exitFine;
 }
