@@ -92,7 +92,11 @@ struct Access {
             for (int column = x0; column <= x1; ++column) {
                 float* place = image.data + (column - image.x0) * static_cast<long>(image.strideX) +
                                (row - image.y0) * static_cast<long>(image.strideY) + componentOffset(c);
+#if VIEWTINT_CUDA
+                *static_cast<volatile float*>(place) = value;
+#else
                 __atomic_store(place, &value, __ATOMIC_RELAXED);
+#endif
             }
     }
 
