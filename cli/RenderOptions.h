@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "cli/ControlOptions.h"
+#include "cli/GpuOptions.h"
 #include "host/files/ImageCacheDirectory.h"
 #include "host/files/MultiViewFile.h"
 #include "host/graph/ChannelRoles.h"
@@ -35,6 +36,7 @@ struct RenderOptions {
     std::string stageFolder;
     std::string cacheFolder;
     std::uint64_t cacheBytes = std::uint64_t{10} << 30;
+    GpuOptions gpu;
     ControlOptions controls;
 };
 

@@ -144,7 +144,10 @@ int renderSequence(RenderOptions& options) {
     }
     progress.clear();
     reports.tellSummary(secondsSince(start));
-    if (stages) put(stdout, stages->text());
+    if (stages) {
+        put(stdout, stages->text());
+        printMostGpuMemory();
+    }
     if (interrupted) throw Interrupted();
     return reports.anyFailed() ? exitFailed : exitFine;
 }

@@ -4,7 +4,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <sstream>
+#include <stdexcept>
 
 #include "compute/Catalogue.h"
 #include "tests/harness/SoftwareDevice.h"
@@ -34,6 +36,23 @@ std::vector<Form> allForms() {
         forms.push_back({Flags::packed, set});
     return forms;
 }
+
+/// What the device forms run on: a software device, or the machine's GPU where VIEWTINT_TEST_GPU is set.
+class TestedGpu {
+public:
+    TestedGpu() {
+        if (!std::getenv("VIEWTINT_TEST_GPU")) return;
+        const auto found = VellumLibrary::FindGPUContexts(Cobalt::Device::APIEnum::CUDA);
+        if (found.empty()) throw std::runtime_error("VIEWTINT_TEST_GPU is set, but there is no GPU");
+        card_ = found.front();
+    }
+    Vellum::Compute::Device& device() const { return card_ ? card_->device() : software_.device(); }
+    bool gapsIntact() const { return card_ || software_.device().gapsIntact(); }
+
+private:
+    SoftwareContext software_;
+    Vellum::Compute::ContextPointer card_;
+};
 
 /// Selects a form for a scope.
 class FormScope {
@@ -166,7 +185,7 @@ std::map<std::string, std::vector<float>> KernelCheck::sumsOf(const KernelExecut
 /// The device's form gives the host's bits; sums, which it adds in another order, the reference's values.
 void KernelCheck::checkDevice(const Scene& scene, const Result& expected, const IterationController& range,
                               const std::string& where) const {
-    const SoftwareContext gpu;
+    const TestedGpu gpu;
     for (const std::uint32_t arrangement : {1u, 2u}) {  // planar, packed
         std::vector<Image> images;
         for (const Pixels& pixels : scene.images()) {
@@ -177,16 +196,16 @@ void KernelCheck::checkDevice(const Scene& scene, const Result& expected, const 
         std::vector<const Image*> list;
         for (const Image& image : images)
             list.push_back(&image);
-        KernelExecutionContext context(Vellum::JIT::Kernel::Make(entry_, list, Flags::packed));
+        KernelExecutionContext context(Vellum::JIT::Kernel::Make(entry_, list, Flags::packed, gpu.device().api()));
         context.setImageParamBindings(list);
         case_.scalars(context);
         context.iterate(gpu.device(), range);
 
-        const std::string here = where + ", software device";
+        const std::string here = where + ", " + gpu.device().name();
         Result result;
         for (int i = 0; i <= lastImage(); ++i)
             if (writes(i)) result.outputs.emplace(i, pixelsOf(images[i]));
-        EXPECT_TRUE(gpu.device().gapsIntact()) << here << ": wrote outside its images";
+        EXPECT_TRUE(gpu.gapsIntact()) << here << ": wrote outside its images";
         expectSame({expected.outputs, {}}, result, here);
         result.sums = sumsOf(context);
         expectSums(scene, result, here);

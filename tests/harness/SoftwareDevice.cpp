@@ -111,6 +111,7 @@ Cobalt::Device::MemoryHandle SoftwareDevice::allocate(std::size_t bytes, const C
     std::memset(address - gap, gapByte, gap);
     blocks_[address] = bytes;
     inUse_ += bytes;
+    mostInUse_ = std::max(mostInUse_, inUse_);
     Cobalt::Device::MemoryHandle block(new Block(*this, address, bytes));
     block->placeOn(*this);
     return block;
@@ -155,19 +156,24 @@ void SoftwareDevice::run(const Vellum::Compute::KernelCall& call) {
 void SoftwareDevice::launch(const Vellum::JIT::Kernel& kernel, Pass pass, const Grid& grid,
                             std::span<const std::byte> arguments) {
     tryOperation(Operation::launch, std::string("ran kernel ") + kernel.entry().declaration().name);
+    runWorkers(kernel.entry(), kernel.variant(), pass == Pass::fold,
+               {grid.groups[0] * grid.workers[0], grid.groups[1] * grid.workers[1], grid.groups[2]}, arguments.data());
+}
+
+void SoftwareDevice::runWorkers(const Vellum::Kernels::CatalogueEntry& entry, int variant, bool fold,
+                                const int (&workers)[3], const void* arguments) const {
     const Opened opened(*this);
-    if (pass == Pass::fold) {
-        const auto fold = kernel.entry().deviceFold(kernel.variant());
+    if (fold) {
         for (int phase = 0; phase < 2; ++phase)
-            for (int worker = 0; worker < grid.workers[0]; ++worker)
-                fold(arguments.data(), worker, phase);
+            for (int worker = 0; worker < workers[0]; ++worker)
+                entry.deviceFold(variant)(arguments, worker, phase);
         return;
     }
-    const auto body = kernel.entry().deviceBody(kernel.variant());
-    for (int z = 0; z < grid.groups[2]; ++z)
-        for (int y = 0; y < grid.groups[1] * grid.workers[1]; ++y)
-            for (int x = 0; x < grid.groups[0] * grid.workers[0]; ++x)
-                body(arguments.data(), x, y, z);
+    const auto body = entry.deviceBody(variant);
+    for (int z = 0; z < workers[2]; ++z)
+        for (int y = 0; y < workers[1]; ++y)
+            for (int x = 0; x < workers[0]; ++x)
+                body(arguments, x, y, z);
 }
 
 bool SoftwareDevice::gapsIntact() const {

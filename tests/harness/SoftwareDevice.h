@@ -38,6 +38,11 @@ public:
     bool failedInsideCall() const { return failedInsideCall_; }
 
     std::size_t bytesInUse() const { return inUse_; }
+    std::size_t mostBytesInUse() const { return mostInUse_; }
+    std::size_t budget() const { return budget_; }
+    /// Runs every worker of a grid, with the device's memory accessible.
+    void runWorkers(const Vellum::Kernels::CatalogueEntry& entry, int variant, bool fold, const int (&workers)[3],
+                    const void* arguments) const;
     /// False once anything was written between the blocks.
     bool gapsIntact() const;
 
@@ -66,6 +71,7 @@ private:
     char* arena_;
     std::map<char*, std::size_t> blocks_;
     std::size_t inUse_ = 0;
+    std::size_t mostInUse_ = 0;
     std::array<OperationState, 3> states_;
     bool insideCall_ = false;
     bool failedInsideCall_ = false;
