@@ -50,8 +50,8 @@ void GpuOptions::select() const {
         return;
     }
     if (static_cast<std::size_t>(number) >= gpus.size())
-        throw CallError(fmt::format("--gpu-device: there is no GPU {}; the last is {} ('viewtint info --devices').", number,
-                                    gpus.size() - 1));
+        throw CallError(fmt::format("--gpu-device: there is no GPU {}; the last is {} ('viewtint info --devices').",
+                                    number, gpus.size() - 1));
     VellumLibrary::SelectGPUContext(cuda, number);
 }
 
@@ -82,8 +82,8 @@ void printDevices(bool json) {
 
 void printMostGpuMemory() {
     if (const auto gpu = VellumLibrary::GetCurrentGPUContext(cuda))
-        put(stdout, fmt::format("{}: at most {} MiB in use\n", gpuOf(gpu).name(),
-                                gpuOf(gpu).pool().mostBytesInUse() / mib));
+        put(stdout,
+            fmt::format("{}: at most {} MiB in use\n", gpuOf(gpu).name(), gpuOf(gpu).pool().mostBytesInUse() / mib));
 }
 
 }  // namespace ViewTint::Cli

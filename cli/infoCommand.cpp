@@ -120,9 +120,7 @@ void addInfoCommand(CLI::App& app, CommandContext& context) {
     CLI::App* command = app.add_subcommand(
         "info", "Shows what an OpenEXR file holds and what it lacks for a render, or the machine's devices");
     const auto options = std::make_shared<Options>();
-    command->add_option("FILE", options->file, "Multi-view OpenEXR file")
-        ->check(existingFile)
-        ->type_name("FILE");
+    command->add_option("FILE", options->file, "Multi-view OpenEXR file")->check(existingFile)->type_name("FILE");
     command->add_flag("--devices", options->devices, "Show the CPU and the GPUs that can render");
     command->add_flag("--json", options->json, "Print JSON");
     command->callback([&context, options] {

@@ -74,8 +74,8 @@ struct EntryPoint {
 
 /// A file's text in its parts.
 struct Module {
-    Text header;              ///< .version, .target, .address_size
-    std::vector<Text> data;   ///< module-level variables
+    Text header;             ///< .version, .target, .address_size
+    std::vector<Text> data;  ///< module-level variables
     std::vector<EntryPoint> entries;
 
     explicit Module(const Text& text) {
@@ -129,8 +129,8 @@ Text nameOf(const Text& data) {
 std::vector<unsigned char> deflated(const Text& text) {
     uLongf size = compressBound(text.size());
     std::vector<unsigned char> stream(size);
-    if (compress2(stream.data(), &size, reinterpret_cast<const Bytef*>(text.data()), text.size(),
-                  Z_BEST_COMPRESSION) != Z_OK)
+    if (compress2(stream.data(), &size, reinterpret_cast<const Bytef*>(text.data()), text.size(), Z_BEST_COMPRESSION) !=
+        Z_OK)
         throw std::runtime_error("cannot deflate");
     stream.resize(size);
     return stream;
@@ -185,8 +185,8 @@ void write(std::ostream& out, const Text& family, const std::vector<Variant>& va
     if (!variants.empty()) out << "static const StoredText texts[] = {\n";
     for (const Variant& variant : variants) {
         const int number = numbers[variant.text];
-        out << "    {\"" << variant.kernel << "\", \"" << variant.tuple << "\", text" << number << ", "
-            << sizes[number] << ", " << variant.text.size() << "},\n";
+        out << "    {\"" << variant.kernel << "\", \"" << variant.tuple << "\", text" << number << ", " << sizes[number]
+            << ", " << variant.text.size() << "},\n";
     }
     if (!variants.empty()) out << "};\n";
     out << "\nextern const StoredTexts " << family << "_texts;\nconst StoredTexts " << family << "_texts{"
@@ -203,8 +203,7 @@ int main(int argc, char** argv) {
     }
     const Text output = argv[argc - 1];
     try {
-        const auto variants =
-            argc == 4 ? variantsOf(Module(tidied(readFile(argv[2])))) : std::vector<Variant>{};
+        const auto variants = argc == 4 ? variantsOf(Module(tidied(readFile(argv[2])))) : std::vector<Variant>{};
         std::ofstream stream(output, std::ios::binary);
         write(stream, argv[1], variants);
         if (!stream.flush()) throw std::runtime_error("cannot write '" + output + "'");

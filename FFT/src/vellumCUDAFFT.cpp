@@ -17,9 +17,9 @@ using Compute::CUDA::Device;
 constexpr auto floats = Vellum::Pixel::DataEnum::float32;
 
 std::string nameOf(int status) {
-    constexpr std::array names{"CUFFT_INVALID_PLAN",   "CUFFT_ALLOC_FAILED", "CUFFT_INVALID_TYPE",
-                               "CUFFT_INVALID_VALUE",  "CUFFT_INTERNAL_ERROR", "CUFFT_EXEC_FAILED",
-                               "CUFFT_SETUP_FAILED",   "CUFFT_INVALID_SIZE", "CUFFT_UNALIGNED_DATA"};
+    constexpr std::array names{"CUFFT_INVALID_PLAN",  "CUFFT_ALLOC_FAILED",   "CUFFT_INVALID_TYPE",
+                               "CUFFT_INVALID_VALUE", "CUFFT_INTERNAL_ERROR", "CUFFT_EXEC_FAILED",
+                               "CUFFT_SETUP_FAILED",  "CUFFT_INVALID_SIZE",   "CUFFT_UNALIGNED_DATA"};
     const bool known = status >= 1 && status <= static_cast<int>(names.size());
     return known ? names[static_cast<std::size_t>(status) - 1] : "status " + std::to_string(status);
 }

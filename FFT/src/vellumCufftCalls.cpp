@@ -19,10 +19,9 @@ const CufftCalls& cufftCalls() {
                 problem = library.whyNot();
                 return;
             }
-            const bool whole = library.find("cufftPlan2d", calls.cufftPlan2d) &&
-                               library.find("cufftExecR2C", calls.cufftExecR2C) &&
-                               library.find("cufftExecC2R", calls.cufftExecC2R) &&
-                               library.find("cufftDestroy", calls.cufftDestroy);
+            const bool whole =
+                library.find("cufftPlan2d", calls.cufftPlan2d) && library.find("cufftExecR2C", calls.cufftExecR2C) &&
+                library.find("cufftExecC2R", calls.cufftExecC2R) && library.find("cufftDestroy", calls.cufftDestroy);
             if (!whole) problem = "the library that was found lacks a function";
         }
     };

@@ -13,9 +13,9 @@
 
 namespace Vellum::Compute::CUDA {
 
-/// A GPU. Runs the stored variants of kernels, each loaded at its first launch; memory comes from a recycling pool. Every
-/// failed call of the driver throws CUDA::Exception (no room: MemoryException), with the kernel, its range and its bytes.
-/// Any thread may use it, one at a time.
+/// A GPU. Runs the stored variants of kernels, each loaded at its first launch; memory comes from a recycling pool.
+/// Every failed call of the driver throws CUDA::Exception (no room: MemoryException), with the kernel, its range and
+/// its bytes. Any thread may use it, one at a time.
 class Device : public RemoteDevice {
 public:
     /// The devices that the driver knows. Those that can't be used are left out; `problems` tells of them, or why there
@@ -60,9 +60,9 @@ private:
     std::size_t totalBytes_ = 0;
     std::shared_ptr<MemoryPool> pool_;
     std::mutex functionsMutex_;
-    std::map<const void*, Driver::Module> modules_;       ///< by the stored text
+    std::map<const void*, Driver::Module> modules_;      ///< by the stored text
     std::map<std::string, Driver::Function> functions_;  ///< by key and pass
-    const KernelCall* running_ = nullptr;                 ///< what failures are told of
+    const KernelCall* running_ = nullptr;                ///< what failures are told of
 };
 
 /// Makes the device current on this thread for a scope, as other libraries that work on it need.

@@ -7,7 +7,8 @@
 
 namespace Vellum::Compute::CUDA {
 
-/// The part of NVIDIA's driver interface that is used, by its own names and numbers. No header of the toolkit is needed.
+/// The part of NVIDIA's driver interface that is used, by its own names and numbers. No header of the toolkit is
+/// needed.
 class Driver {
 public:
     using Result = int;

@@ -101,8 +101,12 @@ struct Access {
     }
 
 private:
-    VT_INLINE long strideX() const { return R == Reach::unit ? 1 : image.strideX; }
-    VT_INLINE long componentOffset(int c) const { return c * static_cast<long>(image.strideC); }
+    VT_INLINE long strideX() const {
+        return R == Reach::unit ? 1 : image.strideX;
+    }
+    VT_INLINE long componentOffset(int c) const {
+        return c * static_cast<long>(image.strideC);
+    }
     VT_INLINE float* alongAddress(int step, int c) const {
         const long stride = parameters.rangedAxisMask ? static_cast<long>(image.strideY) : strideX();
         return here + step * stride + componentOffset(c);

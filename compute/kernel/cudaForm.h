@@ -7,13 +7,13 @@
 
 #include "deviceForm.h"
 
-#define VT_BODY_ENTRY(K, tuple)                                                                              \
+#define VT_BODY_ENTRY(K, tuple)                                                                                    \
     extern "C" __attribute__((global)) void vt3_##K##_##tuple(const Vellum::Kernels::ArgumentBytes<K> arguments) { \
-        Vellum::Kernels::runDeviceBody<K, Vellum::Kernels::bodyCounts<K>(#tuple)>(arguments);                \
+        Vellum::Kernels::runDeviceBody<K, Vellum::Kernels::bodyCounts<K>(#tuple)>(arguments);                      \
     }
-#define VT_FOLD_ENTRY(K)                                                                               \
+#define VT_FOLD_ENTRY(K)                                                                                 \
     extern "C" __attribute__((global)) void vt4_##K(const Vellum::Kernels::ArgumentBytes<K> arguments) { \
-        Vellum::Kernels::runDeviceFold<K>(arguments);                                                  \
+        Vellum::Kernels::runDeviceFold<K>(arguments);                                                    \
     }
 /// The fold of a kernel with one pass does nothing and is left out by tools/packKernels.cpp.
 #define VT_ENTRY_POINTS(K, TUPLES) TUPLES(VT_BODY_ENTRY, K) VT_FOLD_ENTRY(K)

@@ -16,8 +16,7 @@
 #define VT_SAME_3(X, K) X(K, 1f_1f_1f) X(K, 2f_2f_2f) X(K, 3f_3f_3f) X(K, 4f_4f_4f)
 #define VT_TO_ONE(X, K) X(K, 1f_1f) X(K, 2f_1f) X(K, 3f_1f) X(K, 4f_1f)
 #define VT_PAIRS_FROM(X, K, n) X(K, n##f_1f) X(K, n##f_2f) X(K, n##f_3f) X(K, n##f_4f)
-#define VT_PAIRS(X, K) \
-    VT_PAIRS_FROM(X, K, 1) VT_PAIRS_FROM(X, K, 2) VT_PAIRS_FROM(X, K, 3) VT_PAIRS_FROM(X, K, 4)
+#define VT_PAIRS(X, K) VT_PAIRS_FROM(X, K, 1) VT_PAIRS_FROM(X, K, 2) VT_PAIRS_FROM(X, K, 3) VT_PAIRS_FROM(X, K, 4)
 #define VT_COLOUR_PAIRS(X, K) X(K, 3f_3f) X(K, 3f_4f) X(K, 4f_3f) X(K, 4f_4f)
 
 #if VIEWTINT_CUDA

@@ -99,11 +99,10 @@ Device::Device(const Driver& driver, int device, Driver::Context context) : driv
 
 void Device::check(Driver::Result result, const std::string& doing) const {
     if (result == Driver::success) return;
-    const std::string what =
-        running_ ? std::string("ran kernel ") + running_->kernel.entry().declaration().name + " over " +
-                       toString(running_->box) + " (" + std::to_string(bytesOf(*running_)) + " bytes of images; it " +
-                       doing + ")"
-                 : doing;
+    const std::string what = running_ ? std::string("ran kernel ") + running_->kernel.entry().declaration().name +
+                                            " over " + toString(running_->box) + " (" +
+                                            std::to_string(bytesOf(*running_)) + " bytes of images; it " + doing + ")"
+                                      : doing;
     if (result == Driver::outOfMemory)
         Cobalt::Base::raise(MemoryException(name_ + " has not enough memory: it " + what + "."));
     Cobalt::Base::raise(Exception(result, driver_.nameOf(result), name_, what));

@@ -109,15 +109,6 @@ private:
     std::vector<Form> forms_ = allForms();
 };
 
-/// Component counts of a tuple.
-std::vector<int> countsOf(const PixelTypes& types) {
-    std::vector<int> counts;
-    std::stringstream text(types.text());
-    for (std::string token; std::getline(text, token, '_');)
-        counts.push_back(token[0] - '0');
-    return counts;
-}
-
 Scene KernelCheck::makeScene(const Box& box, int tuple, std::uint32_t seed, bool hostile,
                              const std::function<void(Pixels&)>& change) const {
     std::vector<Pixels> images;
@@ -374,6 +365,14 @@ void KernelCheck::run() {
 }
 
 }  // namespace
+
+std::vector<int> countsOf(const PixelTypes& types) {
+    std::vector<int> counts;
+    std::stringstream text(types.text());
+    for (std::string token; std::getline(text, token, '_');)
+        counts.push_back(token[0] - '0');
+    return counts;
+}
 
 double Scene::clamped(int image, int x, int y, int c) const {
     const Box& b = box(image);

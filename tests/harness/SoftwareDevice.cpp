@@ -3,6 +3,7 @@
 #include <sys/mman.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 #include <system_error>
 
@@ -12,6 +13,7 @@ namespace ViewTint::Tests {
 
 namespace {
 
+constexpr std::size_t pageBytes = 4096;
 constexpr std::size_t alignment = 256;
 /// Between two blocks; a multiple of the alignment.
 constexpr std::size_t gap = 256;
@@ -52,13 +54,16 @@ public:
     ~Opened() { protect(PROT_NONE); }
 
 private:
-    void protect(int access) const { mprotect(device_.arena_, device_.arenaBytes_, access); }
+    void protect(int access) const {
+        if (device_.access_ == HostAccess::closed) mprotect(device_.arena_, device_.arenaBytes_, access);
+    }
     const SoftwareDevice& device_;
 };
 
-SoftwareDevice::SoftwareDevice(std::size_t budget)
-    : budget_(budget), arenaBytes_(roundUp(2 * budget, 4096) + spareBytes) {
-    void* arena = mmap(nullptr, arenaBytes_, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+SoftwareDevice::SoftwareDevice(std::size_t budget, HostAccess access)
+    : budget_(budget), access_(access), arenaBytes_(roundUp(2 * budget, pageBytes) + spareBytes) {
+    const int protection = access == HostAccess::closed ? PROT_NONE : PROT_READ | PROT_WRITE;
+    void* arena = mmap(nullptr, arenaBytes_, protection, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
     if (arena == MAP_FAILED) throw std::system_error(errno, std::generic_category(), "mmap");
     arena_ = static_cast<char*>(arena);
 }
@@ -120,6 +125,10 @@ Cobalt::Device::MemoryHandle SoftwareDevice::allocate(std::size_t bytes, const C
 void SoftwareDevice::release(char* address) {
     const auto found = blocks_.find(address);
     inUse_ -= found->second;
+    // Untouched pages cost nothing where access is switched on and off.
+    const auto begin = roundUp(reinterpret_cast<std::uintptr_t>(address), pageBytes);
+    const auto end = (reinterpret_cast<std::uintptr_t>(address) + found->second) / pageBytes * pageBytes;
+    if (end > begin) madvise(reinterpret_cast<void*>(begin), end - begin, MADV_DONTNEED);
     blocks_.erase(found);
 }
 

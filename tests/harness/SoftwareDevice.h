@@ -16,7 +16,10 @@ public:
     enum class Operation { allocation, copy, launch };
     enum class Failing { once, fromThenOn };
 
-    explicit SoftwareDevice(std::size_t budget = std::size_t{256} << 20);
+    /// Closing the memory to host code costs a call of the system round every operation.
+    enum class HostAccess { closed, open };
+
+    explicit SoftwareDevice(std::size_t budget = std::size_t{256} << 20, HostAccess access = HostAccess::closed);
     ~SoftwareDevice() override;
 
     const std::string& name() const override { return name_; }
@@ -67,6 +70,7 @@ private:
 
     std::string name_ = "software device";
     std::size_t budget_;
+    HostAccess access_;
     std::size_t arenaBytes_;
     char* arena_;
     std::map<char*, std::size_t> blocks_;

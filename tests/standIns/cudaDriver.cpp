@@ -22,8 +22,8 @@
 
 namespace {
 
-using ViewTint::Tests::SoftwareDevice;
 using Vellum::Kernels::CatalogueEntry;
+using ViewTint::Tests::SoftwareDevice;
 
 enum Result {
     success = 0,
@@ -76,7 +76,7 @@ struct State {
         const int devices = numberFromEnvironment("VIEWTINT_STAND_IN_DEVICES", 1);
         const auto bytes = static_cast<std::size_t>(numberFromEnvironment("VIEWTINT_STAND_IN_MIB", 4096)) << 20;
         for (int i = 0; i < devices; ++i)
-            cards.emplace_back().device = std::make_unique<SoftwareDevice>(bytes);
+            cards.emplace_back().device = std::make_unique<SoftwareDevice>(bytes, SoftwareDevice::HostAccess::open);
         if (const char* order = std::getenv("VIEWTINT_STAND_IN_FAIL")) {
             char call[64] = {}, plus = 0;
             if (std::sscanf(order, "%63[^:]:%d:%d%c", call, &failAt, &failWith, &plus) >= 3) failing = call;
@@ -131,11 +131,11 @@ Cobalt::Device::MemoryBlock* blockAt(Card& card, unsigned long long address, std
 
 }  // namespace
 
-#define ENTER(call)                                                       \
-    const std::lock_guard<std::recursive_mutex> holding(state().mutex);   \
+#define ENTER(call)                                                     \
+    const std::lock_guard<std::recursive_mutex> holding(state().mutex); \
     if (const int failure = state().enter(call)) return failure;
-#define ENTER_WITH_CARD(call)      \
-    ENTER(call)                    \
+#define ENTER_WITH_CARD(call)         \
+    ENTER(call)                       \
     Card* const card = currentCard(); \
     if (!card) return invalidContext;
 
@@ -251,8 +251,8 @@ EXPORTED int cuModuleGetFunction(void** function, void* module, const char* name
     const std::size_t entry = variant.text.find(std::string(".entry ") + name + "(");
     if (entry == std::string::npos) return notFound;
     const std::size_t size = variant.text.find('[', entry);
-    state().entryPoints.push_back({&variant, name[std::strlen(name) - 1] == '4',
-                                   std::strtoull(variant.text.c_str() + size + 1, nullptr, 10)});
+    state().entryPoints.push_back(
+        {&variant, name[std::strlen(name) - 1] == '4', std::strtoull(variant.text.c_str() + size + 1, nullptr, 10)});
     *function = &state().entryPoints.back();
     return success;
 }

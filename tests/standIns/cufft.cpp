@@ -1,5 +1,5 @@
-// Stands in for cuFFT: transforms on the host what lies on the stand-in of the driver. The spectrum of a reverse transform
-// is destroyed, as the library may do.
+// Stands in for cuFFT: transforms on the host what lies on the stand-in of the driver. The spectrum of a reverse
+// transform is destroyed, as the library may do.
 #include <dlfcn.h>
 
 #include <cstdlib>
