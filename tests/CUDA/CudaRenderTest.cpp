@@ -109,6 +109,23 @@ TEST_P(CudaRender, failingCallsCostAMessageAtMost) {
     EXPECT_GT(refused, 5);
 }
 
+/// After a fault within a kernel a card answers nothing any more.
+TEST_P(CudaRender, aCardThatDiesInTheMatchCostsNoFrame) {
+    const Outcome onCpu = render(false);
+    const int before = driverCalls("*");
+    render(true);
+    const int calls = driverCalls("*") - before;
+    int delivered = 0;
+    for (int step = 0; step < 12; ++step) {
+        const FailingDriver dead("*", calls * step / 12, 700, true);
+        const Outcome outcome = render(true);
+        if (!outcome.messages.empty()) continue;
+        ++delivered;
+        expectLike(onCpu, outcome, bound, "step " + std::to_string(step));
+    }
+    EXPECT_GE(delivered, GetParam() == std::string("Basic") ? 1 : 7);
+}
+
 INSTANTIATE_TEST_SUITE_P(Modes, CudaRender, testing::Values("Basic", "Local Matching"),
                          [](const auto& mode) { return mode.index == 0 ? "Basic" : "Local"; });
 

@@ -102,8 +102,9 @@ struct State {
 
     /// Counts a call. What it returns instead of working, or 0.
     int enter(const char* call) {
-        const int number = counts[call]++;
-        if (failing != call || number < failAt || (number > failAt && !failAlways)) return success;
+        const int all = counts["*"]++;
+        const int number = failing == "*" ? (++counts[call], all) : counts[call]++;
+        if ((failing != "*" && failing != call) || number < failAt || (number > failAt && !failAlways)) return success;
         return failWith;
     }
 };
