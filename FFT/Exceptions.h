@@ -1,6 +1,7 @@
 #pragma once
 
 #include "base/Exception.h"
+#include "compute/CUDA/Exception.h"
 
 namespace Vellum::FFT::Host {
 
@@ -8,3 +9,16 @@ namespace Vellum::FFT::Host {
 class FFTException : public Cobalt::Base::MessageException, public Cobalt::Base::ExceptionDecoration {};
 
 }  // namespace Vellum::FFT::Host
+
+namespace Vellum::FFT::CUDA {
+
+/// cuFFT has reported a status other than success; errorCode() is the status, toString() its symbolic name.
+class FFTException : public Compute::CUDA::Exception {
+public:
+    explicit FFTException(int status);
+};
+
+/// The device has no room for a plan. "Device" is its name.
+class FFTMemoryException : public Cobalt::Base::MessageException, public Cobalt::Base::ExceptionDecoration {};
+
+}  // namespace Vellum::FFT::CUDA

@@ -20,12 +20,16 @@ extern "C" void setFlag(int) {
 void catchInterrupts() {
     sigset_t signals;
     sigemptyset(&signals);
-    for (const int signal : {SIGINT, SIGTERM}) {
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
         std::signal(signal, setFlag);
         sigaddset(&signals, signal);
     }
     // A parent may have handed them down blocked.
     pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
+}
+
+void goOnWithoutReader() {
+    std::signal(SIGPIPE, SIG_IGN);
 }
 
 const std::atomic<bool>& interruptFlag() {

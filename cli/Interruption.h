@@ -11,8 +11,11 @@ public:
     const char* what() const noexcept override { return "interrupted"; }
 };
 
-/// From now on SIGINT and SIGTERM set the flag below instead of ending the program.
+/// From now on SIGINT, SIGTERM and SIGHUP set the flag below instead of ending the program.
 void catchInterrupts();
+
+/// From now on printing to a pipe whose reader has gone doesn't end the program.
+void goOnWithoutReader();
 
 /// True once the user wants to stop. Lock-free; may be read from any thread.
 const std::atomic<bool>& interruptFlag();

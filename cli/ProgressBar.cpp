@@ -8,6 +8,8 @@
 
 #include <fmt/format.h>
 
+#include "cli/Printing.h"
+
 namespace ViewTint::Cli {
 
 namespace {
@@ -30,7 +32,7 @@ void ProgressBar::show(double done, const std::string& stage) {
         draw(std::clamp(done, 0.0, 1.0), stage);
         drawn_ = true;
     } else if (stage != stage_) {
-        fmt::print(stderr, "viewtint: {}\n", stage);
+        put(stderr, fmt::format("viewtint: {}\n", stage));
     }
     stage_ = stage;
 }
@@ -43,8 +45,8 @@ void ProgressBar::clear() {
 
 void ProgressBar::draw(double done, const std::string& stage) const {
     const int full = static_cast<int>(std::lround(done * barCells));
-    fmt::print(stderr, "{}[{:#<{}}{:.<{}}] {:3.0f}% {}", clearLine, "", full, "", barCells - full, done * 100, stage);
-    std::fflush(stderr);
+    put(stderr,
+        fmt::format("{}[{:#<{}}{:.<{}}] {:3.0f}% {}", clearLine, "", full, "", barCells - full, done * 100, stage));
 }
 
 }  // namespace ViewTint::Cli

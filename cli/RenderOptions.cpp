@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include "cli/Printing.h"
 #include "host/sequence/FramePattern.h"
 
 namespace ViewTint::Cli {
@@ -17,13 +18,9 @@ Host::ChannelRoles rolesOf(const RenderOptions& options) {
     return roles;
 }
 
-void warn(const std::string& sentence) {
-    fmt::print(stderr, "viewtint: {}\n", sentence);
-}
-
 void warnOfOddSettings(const Host::ControlPanel& panel) {
     for (const std::string& name : panel.givenInVain())
-        warn(
+        complain(
             fmt::format("{} has no effect together with the other values; 'viewtint controls' with the same values "
                         "shows what is enabled.",
                         name));
@@ -31,7 +28,7 @@ void warnOfOddSettings(const Host::ControlPanel& panel) {
     constexpr double basic = 0, none = 2;
     if (panel.value("matchingMode") != basic && panel.value("samples") == 1 &&
         panel.value("occlusionCorrection") != none)
-        warn(
+        complain(
             "one block size together with refilled occlusions gives false colours; choose --samples 2 or more, or "
             "--occlusionCorrection None.");
 }

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "cli/ControlOptions.h"
+#include "cli/GpuOptions.h"
 #include "host/files/ImageCacheDirectory.h"
 #include "host/files/MultiViewFile.h"
 #include "host/graph/ChannelRoles.h"
@@ -35,6 +36,7 @@ struct RenderOptions {
     std::string stageFolder;
     std::string cacheFolder;
     std::uint64_t cacheBytes = std::uint64_t{10} << 30;
+    GpuOptions gpu;
     ControlOptions controls;
 };
 
@@ -42,9 +44,7 @@ struct RenderOptions {
 bool isPerView(const RenderOptions& options);
 Host::ChannelRoles rolesOf(const RenderOptions& options);
 
-/// A line on the error stream.
-void warn(const std::string& sentence);
-/// Of values that do nothing, and of those that together do what nobody wants.
+/// Complains of values that do nothing, and of those that together do what nobody wants.
 void warnOfOddSettings(const Host::ControlPanel& panel);
 
 /// Keeps results while it lives, if asked to; else null.

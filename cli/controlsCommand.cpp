@@ -21,6 +21,8 @@ namespace {
 
 using Fresco::Image::KnobDeclaration;
 using Fresco::Image::KnobKind;
+using Fresco::Image::logarithmicSlider;
+using Fresco::Image::startsLine;
 
 constexpr std::size_t lineWidth = 100;
 
@@ -47,7 +49,8 @@ void printKnob(const KnobDeclaration& knob, const Host::ControlPanel& panel) {
                panel.enabled(knob.name) ? "" : "  (disabled)");
     if (knob.kind != KnobKind::view && value != knob.defaultValue)
         fmt::print("      set to {}\n", valueText(knob, value));
-    fmt::print("{}", wrapped(rangeOf(knob), 6));
+    fmt::print("{}", wrapped(rangeOf(knob) + (knob.flags & logarithmicSlider ? ", logarithmic slider" : ""), 6));
+    if (!(knob.flags & startsLine)) fmt::print("      on the same line of a panel as the control before\n");
     fmt::print("{}", wrapped(plainText(knob.tooltip), 6));
 }
 
@@ -81,6 +84,8 @@ void printJson(const Host::ControlPanel& panel) {
             members.emplace_back("minimum", Json::number(knob.minimum));
             members.emplace_back("maximum", Json::number(knob.maximum));
         }
+        members.emplace_back("logarithmic_slider", Json::boolean((knob.flags & logarithmicSlider) != 0));
+        members.emplace_back("starts_line", Json::boolean((knob.flags & startsLine) != 0));
         if (!knob.choices.empty()) members.emplace_back("choices", Json::array(knob.choices));
         members.emplace_back("tooltip", Json::text(knob.tooltip));
         controls.push_back(Json::object(members));

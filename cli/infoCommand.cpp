@@ -14,6 +14,7 @@
 
 #include "cli/CallError.h"
 #include "cli/FileLayout.h"
+#include "cli/GpuOptions.h"
 #include "cli/Json.h"
 
 namespace ViewTint::Cli {
@@ -113,17 +114,23 @@ void printJson(const std::string& path, const FileLayout& layout) {
 void addInfoCommand(CLI::App& app, CommandContext& context) {
     struct Options {
         std::string file;
+        bool devices = false;
         bool json = false;
     };
-    CLI::App* command = app.add_subcommand("info", "Shows what an OpenEXR file holds and what it lacks for a render");
+    CLI::App* command = app.add_subcommand(
+        "info", "Shows what an OpenEXR file holds and what it lacks for a render, or the machine's devices");
     const auto options = std::make_shared<Options>();
-    command->add_option("FILE", options->file, "Multi-view OpenEXR file")
-        ->required()
-        ->check(existingFile)
-        ->type_name("FILE");
+    command->add_option("FILE", options->file, "Multi-view OpenEXR file")->check(existingFile)->type_name("FILE");
+    command->add_flag("--devices", options->devices, "Show the CPU and the GPUs that can render");
     command->add_flag("--json", options->json, "Print JSON");
     command->callback([&context, options] {
         context.work = [options] {
+            if (options->devices == !options->file.empty())
+                throw CallError("info: give either the FILE to look into or --devices.");
+            if (options->devices) {
+                printDevices(options->json);
+                return exitFine;
+            }
             const FileLayout layout = readLayout(options->file);
             options->json ? printJson(options->file, layout) : printText(options->file, layout);
             return exitFine;

@@ -14,6 +14,7 @@
 #include "cli/CallError.h"
 #include "cli/CommandContext.h"
 #include "cli/Interruption.h"
+#include "cli/Printing.h"
 #include "cli/compareCommand.h"
 #include "cli/controlsCommand.h"
 #include "cli/infoCommand.h"
@@ -25,11 +26,6 @@
 namespace ViewTint::Cli {
 
 namespace {
-
-void complain(const std::string& sentence) {
-    const bool finished = !sentence.empty() && (sentence.back() == '.' || sentence.back() == '!');
-    fmt::print(stderr, "viewtint: {}{}\n", sentence, finished ? "" : ".");
-}
 
 /// The name of the subcommand on the command line, with a space before it; empty without one.
 std::string chosenCommand(const CLI::App& app) {

@@ -131,6 +131,7 @@ void addRenderCommand(CLI::App& app, CommandContext& context) {
     command->add_flag("--stats", options->stats,
                       "Prints for each stage the milliseconds, the kernel calls, the megabytes that they read and "
                       "wrote, and GB/s");
+    options->gpu.addTo(*command);
     options->controls.addTo(*command);
     command->callback([&context, options] {
         context.explainUnknown = [options](const std::string& word) { options->controls.explainUnknown(word); };
@@ -138,6 +139,7 @@ void addRenderCommand(CLI::App& app, CommandContext& context) {
             Vellum::Compute::Host::setThreads(context.threads);
             try {
                 checkMask(*options);
+                options->gpu.select();
                 return render(*options);
             } catch (const Host::SettingError& error) {
                 throw CallError(error.what());

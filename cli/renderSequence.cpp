@@ -15,6 +15,7 @@
 #include "cli/CommandContext.h"
 #include "cli/Interruption.h"
 #include "cli/Json.h"
+#include "cli/Printing.h"
 #include "cli/ProgressBar.h"
 #include "cli/StageTable.h"
 #include "host/graph/RenderJob.h"
@@ -24,16 +25,6 @@
 namespace ViewTint::Cli {
 
 namespace {
-
-/// The views of the first picture that is rendered; if it can't be read, that is told where it is rendered.
-std::vector<std::string> viewsOf(Host::SequenceSource& source, const std::vector<int>& frames) {
-    try {
-        if (const auto picture = source.frame(frames.front())) return picture->views();
-    } catch (const Host::FileError&) {
-        // It says so itself when its turn comes.
-    }
-    return {"left", "right"};
-}
 
 /// What is told of frames: lines for people, or a JSON object on each line for farms.
 class FrameReports {
@@ -49,25 +40,24 @@ public:
             std::string message;
             if (result.status == Status::failed)
                 message = fmt::format(", \"message\": {}", Json::text(result.message).str());
-            fmt::print(
-                "{{\"event\": \"frame\", \"frame\": {}, \"status\": \"{}\", \"file\": {}, \"seconds\": {:.3f}{}}}\n",
-                result.frame, result.word(), Json::text(result.file.string()).str(), result.seconds, message);
-            std::fflush(stdout);
+            put(stdout, fmt::format("{{\"event\": \"frame\", \"frame\": {}, \"status\": \"{}\", \"file\": {}, "
+                                    "\"seconds\": {:.3f}{}}}\n",
+                                    result.frame, result.word(), Json::text(result.file.string()).str(), result.seconds,
+                                    message));
         } else if (result.status == Status::failed) {
-            warn(fmt::format("frame {}: {}", result.frame, result.message));
+            complain(fmt::format("frame {}: {}", result.frame, result.message));
         }
     }
     void tellSummary(double seconds) const {
         const std::size_t ended = counts_[0] + counts_[1] + counts_[2];
         if (json_)
-            fmt::print(
-                "{{\"event\": \"summary\", \"frames\": {}, \"written\": {}, \"skipped\": {}, \"failed\": {}, \"left\": "
-                "{}, "
-                "\"seconds\": {:.3f}}}\n",
-                frames_, counts_[0], counts_[1], counts_[2], frames_ - ended, seconds);
+            put(stdout, fmt::format("{{\"event\": \"summary\", \"frames\": {}, \"written\": {}, \"skipped\": {}, "
+                                    "\"failed\": {}, \"left\": {}, \"seconds\": {:.3f}}}\n",
+                                    frames_, counts_[0], counts_[1], counts_[2], frames_ - ended, seconds));
         else if (!quiet_)
-            fmt::print("{} frames: {} written, {} skipped, {} failed{} in {:.1f} s\n", frames_, counts_[0], counts_[1],
-                       counts_[2], ended < frames_ ? fmt::format(", {} left", frames_ - ended) : "", seconds);
+            put(stdout, fmt::format("{} frames: {} written, {} skipped, {} failed{} in {:.1f} s\n", frames_, counts_[0],
+                                    counts_[1], counts_[2],
+                                    ended < frames_ ? fmt::format(", {} left", frames_ - ended) : "", seconds));
     }
     bool anyFailed() const { return counts_[2] > 0; }
 
@@ -98,6 +88,7 @@ std::vector<int> framesOf(const RenderOptions& options, const Host::SequenceSour
 }  // namespace
 
 int renderSequence(RenderOptions& options) {
+    goOnWithoutReader();
     const auto start = std::chrono::steady_clock::now();
     std::optional<StageTable> stages;
     if (options.stats) stages.emplace();
@@ -108,8 +99,9 @@ int renderSequence(RenderOptions& options) {
         options.missing == "hold" ? Host::SequenceSource::Missing::hold : Host::SequenceSource::Missing::fail);
     Host::SequenceSettings settings;
     settings.frames = framesOf(options, source);
+    const std::vector<std::string> views = source.views(settings.frames.front());
     {
-        const Host::ControlPanel panel(controls, viewsOf(source, settings.frames));
+        const Host::ControlPanel panel(controls, views);
         warnOfOddSettings(panel);
         if (isPerView(options)) settings.savedView = panel.correctedView();
     }
@@ -132,7 +124,7 @@ int renderSequence(RenderOptions& options) {
         progress.show((static_cast<double>(place) + done) / count, fmt::format("frame {}", settings.frames[place]));
     };
     services.abort = &interruptFlag();
-    settings.reach = Host::reachOf(controls);
+    settings.neighbours = Host::neighbourRequests(controls, rolesOf(options), views);
     const auto cache = openCache(options);
     Host::RenderJob job(source, std::move(controls), rolesOf(options), services);
     if (options.mask && !mask) job.setMask(openMask(*options.mask));
@@ -152,7 +144,10 @@ int renderSequence(RenderOptions& options) {
     }
     progress.clear();
     reports.tellSummary(secondsSince(start));
-    if (stages) fmt::print("{}", stages->text());
+    if (stages) {
+        put(stdout, stages->text());
+        printMostGpuMemory();
+    }
     if (interrupted) throw Interrupted();
     return reports.anyFailed() ? exitFailed : exitFine;
 }

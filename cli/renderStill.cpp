@@ -99,7 +99,10 @@ int renderStill(RenderOptions& options) {
     }
     progress.clear();
     if (!options.quiet) fmt::print("{}: written in {:.2f} s\n", options.output, secondsSince(start));
-    if (stages) fmt::print("{}", stages->text());
+    if (stages) {
+        fmt::print("{}", stages->text());
+        printMostGpuMemory();
+    }
     if (stageFiles) stageFiles->throwFailure();
     return interruptFlag() ? exitInterrupted : exitFine;  // pressed while the file was written: it is whole
 }

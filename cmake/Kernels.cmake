@@ -12,6 +12,8 @@ if(VIEWTINT_AVX512)
   list(APPEND VIEWTINT_INSTRUCTION_SETS avx512)
 endif()
 
+include(GpuText)
+
 # viewtint_kernel_family(<library> <family> <file>): adds the file's kernels to the library and to the catalogue.
 # The file ends in VT_FAMILY(<family>, ...).
 function(viewtint_kernel_family library family file)
@@ -26,6 +28,7 @@ function(viewtint_kernel_family library family file)
     string(APPEND declarations "inline namespace ${isa} { extern const FamilyTable ${family}_${isa}; }\n")
     string(APPEND tables "&${family}_${isa}, ")
   endforeach()
+  viewtint_gpu_text(${library} ${family} ${file})
   cmake_path(GET CMAKE_CURRENT_SOURCE_DIR FILENAME folder)
   set(registration ${CMAKE_CURRENT_BINARY_DIR}/${family}Family.cpp)
   file(CONFIGURE OUTPUT ${registration} @ONLY CONTENT [[
@@ -33,8 +36,9 @@ function(viewtint_kernel_family library family file)
 
 namespace Vellum::Kernels {
 @declarations@
+extern const StoredTexts @family@_texts;
 extern const Family @family@;
-const Family @family@("@folder@", {@tables@});
+const Family @family@("@folder@", {@tables@}, @family@_texts);
 }  // namespace Vellum::Kernels
 ]])
   target_sources(${library} PRIVATE ${registration})

@@ -9,6 +9,7 @@
 
 #include "compute/KernelKey.h"
 #include "compute/PixelTypes.h"
+#include "compute/StoredTexts.h"
 #include "compute/kernel/launch.h"
 
 namespace Vellum::Kernels {
@@ -61,18 +62,21 @@ private:
 class Family {
 public:
     /// Tables in the order of the instruction sets, the baseline first. `library`: the folder of the source file.
-    Family(std::string_view library, std::initializer_list<const FamilyTable*> tables);
+    Family(std::string_view library, std::initializer_list<const FamilyTable*> tables, const StoredTexts& texts);
 
     std::string_view library() const { return library_; }
     std::string_view name() const { return name_; }
     const std::vector<CatalogueEntry>& kernels() const { return kernels_; }
     /// Null where the family has no such kernel.
     const CatalogueEntry* find(std::string_view kernel) const;
+    /// The GPU text of a variant, or null.
+    const StoredText* text(const CatalogueEntry& entry, int variant) const;
 
 private:
     std::string_view library_;
     std::string_view name_;
     std::vector<CatalogueEntry> kernels_;
+    const StoredTexts& texts_;
 };
 
 /// Enters families into the catalogue, and their variants into the registry of precompiled kernels; families that are

@@ -91,6 +91,10 @@ public:
     /// Runs one kernel over one range and returns when its results are visible. Throws Compute::Exception.
     virtual void run(const KernelCall& call) = 0;
 
+    /// Makes the device the calling thread's current one, where its interface has such a thing; nests.
+    virtual void bindThread() {}
+    virtual void unbindThread() noexcept {}
+
 private:
     friend class Context;
     Context* context_ = nullptr;
@@ -119,11 +123,13 @@ private:
 
 using ContextPointer = boost::intrusive_ptr<Context>;
 
-/// Binds the calling thread to a context for a scope, for devices whose interface has a current context per thread.
-/// The host device has none, so this only keeps the context alive.
+/// Binds the calling thread to a context for a scope, for devices whose interface has a current one per thread.
 class AutoContextThreadBinder {
 public:
-    explicit AutoContextThreadBinder(ContextPointer context) : context_(std::move(context)) {}
+    explicit AutoContextThreadBinder(ContextPointer context) : context_(std::move(context)) {
+        context_->device().bindThread();
+    }
+    ~AutoContextThreadBinder() { context_->device().unbindThread(); }
     AutoContextThreadBinder(const AutoContextThreadBinder&) = delete;
     AutoContextThreadBinder& operator=(const AutoContextThreadBinder&) = delete;
 
@@ -139,7 +145,15 @@ namespace VellumLibrary {
 Vellum::Compute::ContextPointer GetCurrentCPUContext();
 /// The selected GPU context of an API, or null.
 Vellum::Compute::ContextPointer GetCurrentGPUContext(Cobalt::Device::APIEnum api);
-/// All GPU contexts of an API.
+/// All GPU contexts of an API; none while none is selected.
 std::vector<Vellum::Compute::ContextPointer> GetGPUContexts(Cobalt::Device::APIEnum api);
+
+/// The GPUs of the machine. They are looked for, and claimed, at the first call: renders on the CPU don't wake them.
+std::vector<Vellum::Compute::ContextPointer> FindGPUContexts(Cobalt::Device::APIEnum api);
+/// Why there are fewer than one might think, half a sentence each; empty where nothing is amiss.
+std::vector<std::string> GetGPUProblems(Cobalt::Device::APIEnum api);
+/// What a host's preferences do: the context of that number becomes the current one, in the whole process; -1 selects
+/// none, as at the start. A number that doesn't exist selects none.
+void SelectGPUContext(Cobalt::Device::APIEnum api, int number);
 
 }  // namespace VellumLibrary

@@ -16,6 +16,7 @@
 
 #include "compute/Catalogue.h"
 #include "compute/Image.h"
+#include "compute/PrecompiledKernels.h"
 
 namespace Vellum::Compute {
 
@@ -89,7 +90,7 @@ public:
     };
 
     /// The variant whose key has the images' pixel types and suits the context's device. Throws Compute::Exception
-    /// where the kernel has none.
+    /// where the kernel has none; for a GPU also where its stored code is missing or damaged.
     static boost::intrusive_ptr<Kernel> Make(Vellum::Compute::Context& context,
                                              const Vellum::Compute::ProgramSource& source,
                                              std::span<const Vellum::Image::Image* const> images, const ParamName& name,
@@ -106,6 +107,8 @@ public:
     Vellum::CodeGen::Flags flags() const { return flags_; }
     Vellum::Kernels::KernelTarget target() const { return Vellum::Kernels::targetOf(api_, flags_); }
     Vellum::Kernels::KernelKey key() const { return entry_->key(variant_, target()); }
+    /// The variant's stored code. Only for a GPU.
+    const PrecompiledKernel& stored() const { return *stored_; }
 
     friend void intrusive_ptr_add_ref(const Kernel* kernel) { kernel->shares_.fetch_add(1, std::memory_order_relaxed); }
     friend void intrusive_ptr_release(const Kernel* kernel) {
@@ -117,10 +120,13 @@ private:
            Cobalt::Device::APIEnum api)
         : entry_(&entry), variant_(variant), flags_(flags), api_(api) {}
 
+    void findStoredCode();
+
     const Vellum::Kernels::CatalogueEntry* entry_;
     int variant_;
     Vellum::CodeGen::Flags flags_;
     Cobalt::Device::APIEnum api_;
+    const PrecompiledKernel* stored_ = nullptr;
     mutable std::atomic<int> shares_{0};
 };
 

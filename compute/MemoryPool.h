@@ -4,24 +4,38 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <utility>
 #include <vector>
 
 #include "compute/Device.h"
 
-namespace Vellum::Compute::Host {
+namespace Vellum::Compute {
+
+/// Where a pool's memory comes from. Thread safe.
+class MemorySource {
+public:
+    virtual ~MemorySource() = default;
+    /// Null where there is none.
+    virtual void* take(std::size_t bytes) = 0;
+    virtual void giveBack(void* address) noexcept = 0;
+};
+
+/// The machine's own memory, aligned to a cache line, large blocks to a huge page.
+std::shared_ptr<MemorySource> systemMemory();
 
 /// Keeps released working memory for the next image of about that size. Touching a fresh 1080p plane costs ten times
 /// what writing a kept one does, because the system clears each page first. Thread safe.
 class MemoryPool : public std::enable_shared_from_this<MemoryPool> {
 public:
-    /// Kept memory beyond `budget` bytes goes back to the system.
-    explicit MemoryPool(std::size_t budget) : budget_(budget) {}
+    /// Kept memory beyond `budget` bytes goes back to its source.
+    explicit MemoryPool(std::size_t budget, std::shared_ptr<MemorySource> source = systemMemory())
+        : source_(std::move(source)), budget_(budget) {}
     ~MemoryPool();
 
-    /// A block of at least `bytes`, by at most five eighths larger, aligned to a cache line (large ones to a huge page). Throws Compute::Exception.
+    /// A block of at least `bytes`, by at most five eighths larger. Throws MemoryException.
     Cobalt::Device::MemoryHandle allocate(std::size_t bytes);
 
-    /// Gives all kept memory back to the system.
+    /// Gives all kept memory back.
     void trim();
     void setBudget(std::size_t bytes);
 
@@ -37,6 +51,7 @@ private:
     bool keep(void* address, std::size_t bytes) noexcept;
     void trimTo(std::size_t bytes);
 
+    std::shared_ptr<MemorySource> source_;
     mutable std::mutex mutex_;
     std::map<std::size_t, std::vector<void*>> kept_;
     std::size_t budget_;
@@ -45,4 +60,4 @@ private:
     std::size_t bytesKept_ = 0;
 };
 
-}  // namespace Vellum::Compute::Host
+}  // namespace Vellum::Compute

@@ -332,8 +332,8 @@ private:
     }
 };
 
-#define VT_GROWTH(X, K) X(K, "1f_1f_1f_1f")
-#define VT_FILL(X, K) X(K, "1f_1f_3f_3f_3f")
+#define VT_GROWTH(X, K) X(K, 1f_1f_1f_1f)
+#define VT_FILL(X, K) X(K, 1f_1f_3f_3f_3f)
 #define BILATERAL(K)                   \
     K(distanceGrowthKernel, VT_GROWTH) \
     K(bilateralFillKernel, VT_FILL)

@@ -132,7 +132,7 @@ struct weightedComponentSumKernel : WholePixel<In<"A">, Out<"O">> {
     }
 };
 
-#define VT_COMPLEX(X, K) X(K, "2f_2f_2f")
+#define VT_COMPLEX(X, K) X(K, 2f_2f_2f)
 #define ARITHMETIC(K)                    \
     K(invertKernel, VT_SAME_2)           \
     K(maxKernel, VT_SAME_3)              \

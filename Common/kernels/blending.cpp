@@ -43,9 +43,9 @@ struct crossFadeKernel : PerComponent<In<"A", Pattern::point, EdgeMethod::consta
     }
 };
 
-#define VT_MIX(X, K) VT_MIX_OF(X, K, "1") VT_MIX_OF(X, K, "2") VT_MIX_OF(X, K, "3") VT_MIX_OF(X, K, "4")
-#define VT_MIX_OF(X, K, n) VT_PAIRS_FROM(X, K, n "f_" n "f_1")
-#define VT_THROUGH_MASK(X, K) X(K, "1f_1f_1f") X(K, "2f_1f_2f") X(K, "3f_1f_3f") X(K, "4f_1f_4f")
+#define VT_MIX(X, K) VT_MIX_OF(X, K, 1) VT_MIX_OF(X, K, 2) VT_MIX_OF(X, K, 3) VT_MIX_OF(X, K, 4)
+#define VT_MIX_OF(X, K, n) VT_PAIRS_FROM(X, K, n##f_##n##f_1)
+#define VT_THROUGH_MASK(X, K) X(K, 1f_1f_1f) X(K, 2f_1f_2f) X(K, 3f_1f_3f) X(K, 4f_1f_4f)
 #define BLENDING(K)                          \
     K(maskMixKernel, VT_MIX)                 \
     K(multiplyByMaskKernel, VT_THROUGH_MASK) \

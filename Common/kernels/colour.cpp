@@ -77,7 +77,7 @@ struct labToRgbKernel : WholePixel<In<"A">, Out<"O">> {
     }
 };
 
-#define VT_COLOUR_SAME(X, K) X(K, "3f_3f") X(K, "4f_4f")
+#define VT_COLOUR_SAME(X, K) X(K, 3f_3f) X(K, 4f_4f)
 #define COLOUR(K)                         \
     K(colourMatrixKernel, VT_COLOUR_SAME) \
     K(xyzToLabKernel, VT_COLOUR_PAIRS)    \

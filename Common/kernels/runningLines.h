@@ -19,7 +19,7 @@ struct LinesUp {
     int columns, radius, length;
     float scale;
 
-    VT_INLINE void run() const {
+    VT_HOST_INLINE void run() const {
         Lanes sums[mostColumns / width];
         forEachRegister([&](int i, int x) VT_INLINE_LAMBDA {
             sums[i] = static_cast<float>(radius + 1) * load<Lanes>(source + x, 1);
@@ -41,8 +41,8 @@ struct LinesUp {
 
 private:
     /// The nearest row for one that isn't there.
-    VT_INLINE const float* row(int y) const { return source + clampTo(y, 0, length - 1) * sourceStride; }
-    VT_INLINE void forEachRegister(auto f) const {
+    VT_HOST_INLINE const float* row(int y) const { return source + clampTo(y, 0, length - 1) * sourceStride; }
+    VT_HOST_INLINE void forEachRegister(auto f) const {
         int i = 0;
         for (; (i + 1) * width < columns; ++i)
             f(i, i * width);
@@ -78,7 +78,7 @@ struct LinesAcross {
     int radius, length;
     float scale;
 
-    VT_INLINE void run() const {
+    VT_HOST_INLINE void run() const {
         Lanes sum = static_cast<float>(radius + 1) * column(0, EachLane{});
         for (int x = 1; x <= radius; ++x)
             sum += column(x, EachLane{});
@@ -90,11 +90,11 @@ struct LinesAcross {
 
 private:
     template <int... I>
-    VT_INLINE Lanes column(int x, Sequence<I...>) const {
+    VT_HOST_INLINE Lanes column(int x, Sequence<I...>) const {
         return Lanes(FloatRegister{source[I * sourceStride + x]...});
     }
 
-    VT_FN void turn(const float* rows, long stride, SquareBlock& block) {
+    VT_HOST_FN void turn(const float* rows, long stride, SquareBlock& block) {
 #pragma GCC unroll 16
         for (int i = 0; i < width; ++i) {
             block.of[i] = load<Lanes>(rows, 1);
@@ -105,7 +105,7 @@ private:
 
     /// Columns from .. from + width - 1. At the ends the nearest stands for one that isn't there.
     template <bool inside>
-    VT_INLINE void columns(int from, SquareBlock& block) const {
+    VT_HOST_INLINE void columns(int from, SquareBlock& block) const {
         if (inside || (from >= 0 && from + width <= length)) {
             turn(source + from, sourceStride, block);
         } else if (from + width <= 1 || from >= length - 1) {
@@ -122,7 +122,7 @@ private:
 
     /// Means x .. x + width - 1, from the sum at x - 1. Returns the last one's sum.
     template <bool inside>
-    VT_INLINE Lanes advance(int x, Lanes sum) const {
+    VT_HOST_INLINE Lanes advance(int x, Lanes sum) const {
         SquareBlock entering, leaving;
         columns<inside>(x + radius, entering);
         columns<inside>(x - radius - 1, leaving);

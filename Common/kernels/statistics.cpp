@@ -78,7 +78,7 @@ struct maskedSquaredDeviationKernel : MaskedSums {
     }
 };
 
-#define VT_ONE(X, K) X(K, "1f")
+#define VT_ONE(X, K) X(K, 1f)
 #define STATISTICS(K)              \
     K(sumKernel, VT_SAME_1)        \
     K(gaussianImageKernel, VT_ONE) \

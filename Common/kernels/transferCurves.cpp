@@ -8,10 +8,10 @@ inline namespace VIEWTINT_ISA {
 /// none.
 template <class Source, class Target, class Curve>
 VT_FN void applyCurve(const Source& A, const Target& O, Curve curve) {
-    constexpr int both = A.count < O.count ? A.count : O.count;
+    constexpr int both = Source::count < Target::count ? Source::count : Target::count;
     constexpr int colours = both < 3 ? both : 3;
-    for (int c = 0; c < O.count; ++c)
-        O.put(c, c < colours ? curve(A(c)) : c < A.count ? A(c) : A.lane(0));
+    for (int c = 0; c < Target::count; ++c)
+        O.put(c, c < colours ? curve(A(c)) : c < Source::count ? A(c) : A.lane(0));
 }
 
 /// Code to linear light: ((v + 0.055) / 1.055)^2.4 above 0.04045 and for NaN, else v / 12.92. Alpha passes through.

@@ -64,7 +64,7 @@ struct sharedConvolveKernel
     }
 };
 
-#define VT_SHARED(X, K) X(K, "1f_1f_1f") X(K, "2f_1f_2f") X(K, "3f_1f_3f") X(K, "4f_1f_4f")
+#define VT_SHARED(X, K) X(K, 1f_1f_1f) X(K, 2f_1f_2f) X(K, 3f_1f_3f) X(K, 4f_1f_4f)
 #define DIRECT_CONVOLUTION(K)          \
     K(directConvolveKernel, VT_SAME_3) \
     K(sharedConvolveKernel, VT_SHARED)

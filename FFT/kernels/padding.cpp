@@ -137,7 +137,7 @@ struct cropKernel : WholePixel<In<"A", Pattern::random, EdgeMethod::clamped>, Ou
     }
 };
 
-#define VT_FROM_ONE(X, K) X(K, "1f_1f") X(K, "1f_2f") X(K, "1f_3f") X(K, "1f_4f")
+#define VT_FROM_ONE(X, K) X(K, 1f_1f) X(K, 1f_2f) X(K, 1f_3f) X(K, 1f_4f)
 #define PADDING(K)                \
     K(padKernelKernel, VT_TO_ONE) \
     K(padImageKernel, VT_TO_ONE)  \

@@ -1,3 +1,4 @@
+#include "FFT/CUDAFourierTransform.h"
 #include "FFT/FourierTransform.h"
 #include "FFT/HostFourierTransform.h"
 #include "base/Exception.h"
@@ -17,12 +18,15 @@ using Cobalt::Device::APIEnum;
 
 std::unique_ptr<FourierTransformHelper> FourierTransformHelper::make(Compute::Device& device) {
     if (device.api() == APIEnum::Host) return std::make_unique<Host::FourierTransformHelper>(device);
+    if (device.api() == APIEnum::CUDA) return std::make_unique<CUDA::FourierTransformHelper>(device);
     refuse(__LINE__, "Vellum::FFT::FourierTransformHelper::make");
 }
 
 std::unique_ptr<FourierTransform> FourierTransform::make(Compute::Device& device) {
     if (device.api() == APIEnum::Host)
         return std::make_unique<Host::FourierTransform>(static_cast<Compute::Host::Device&>(device));
+    if (device.api() == APIEnum::CUDA)
+        return std::make_unique<CUDA::FourierTransform>(static_cast<Compute::CUDA::Device&>(device));
     refuse(__LINE__, "Vellum::FFT::FourierTransform::make");
 }
 

@@ -235,9 +235,9 @@ struct guidedOutputKernel : PerComponent<In<"meanA">, In<"meanB">, In<"G">, Out<
     VT_FN void body(const Params&, auto meanA, auto meanB, auto G, auto O) { O = meanB() + G() * meanA(); }
 };
 
-#define VT_TWELVE(X, K) X(K, "1f_1f_1f_1f_1f_1f_1f_1f_1f_1f_1f_1f")
-#define VT_FOUR_SINGLE(X, K) X(K, "1f_1f_1f_1f")
-#define VT_SIX_SINGLE(X, K) X(K, "1f_1f_1f_1f_1f_1f")
+#define VT_TWELVE(X, K) X(K, 1f_1f_1f_1f_1f_1f_1f_1f_1f_1f_1f_1f)
+#define VT_FOUR_SINGLE(X, K) X(K, 1f_1f_1f_1f)
+#define VT_SIX_SINGLE(X, K) X(K, 1f_1f_1f_1f_1f_1f)
 #define GUIDED(K)                         \
     K(guidedSolveKernel, VT_TWELVE)       \
     K(guidedSlopesKernel, VT_FOUR_SINGLE) \

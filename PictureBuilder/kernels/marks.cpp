@@ -121,8 +121,8 @@ struct finiteOrZeroKernel : PerComponent<In<"A">, Out<"O">> {
     }
 };
 
-#define VT_DISPARITY_TO_MARK(X, K) X(K, "2f_1f")
-#define VT_DISPARITIES(X, K) X(K, "2f_2f_2f")
+#define VT_DISPARITY_TO_MARK(X, K) X(K, 2f_1f)
+#define VT_DISPARITIES(X, K) X(K, 2f_2f_2f)
 #define MARKS(K)                                          \
     K(occlusionFromDisparityKernel, VT_DISPARITY_TO_MARK) \
     K(outOfFrameKernel, VT_DISPARITY_TO_MARK)             \

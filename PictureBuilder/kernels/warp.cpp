@@ -180,7 +180,7 @@ VT_FN void samplePicture(const P& p, const Source& image, V px, V py, V (&result
 
 typedef float Quad __attribute__((vector_size(16)));
 
-VT_FN Quad loadQuad(const float* p) {
+VT_HOST_FN Quad loadQuad(const float* p) {
     Quad q;
     __builtin_memcpy(&q, p, sizeof q);
     return q;
@@ -229,7 +229,7 @@ struct TapLimits {
 /// The sum of sampleLanczos3 for lane `lane` of the table, in the same order of adding, not yet normalised. `corner` is
 /// the first tap's pixel; the row after the last tap's pixel is read once more and not used.
 template <class V>
-VT_FN Quad sumTaps(const float* corner, long strideY, const TapTable<V>& taps, int lane) {
+VT_HOST_FN Quad sumTaps(const float* corner, long strideY, const TapTable<V>& taps, int lane) {
     constexpr int width = LaneTraits<V>::width;
     constexpr int registers = patchRow / width;
     V columns[registers];  // kept in registers only where the loops over it are unrolled
@@ -449,8 +449,8 @@ struct codedPictureKernel : WholePixel<In<"A">, Out<"O">> {
     }
 };
 
-#define VT_WARP_WHERE(X, K) X(K, "4f_2f_1f_4f")
-#define VT_WARP(X, K) X(K, "1f_2f_1f") X(K, "2f_2f_2f") X(K, "3f_2f_3f") X(K, "4f_2f_4f")
+#define VT_WARP_WHERE(X, K) X(K, 4f_2f_1f_4f)
+#define VT_WARP(X, K) X(K, 1f_2f_1f) X(K, 2f_2f_2f) X(K, 3f_2f_3f) X(K, 4f_2f_4f)
 #define WARP(K)                       \
     K(codedPictureKernel, VT_SAME_2)  \
     K(warpKernel, VT_WARP)            \

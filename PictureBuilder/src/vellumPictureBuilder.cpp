@@ -114,17 +114,19 @@ void PictureBuilder::fillFromCoded(const Image& coded, const Image& warped, cons
         return;
     }
     const Info one = floatInfo(displacement.box(), 1);
-    const BufferManagedImage hole(bufferManager_, one);
     const BufferManagedImage seam(bufferManager_, one);
-    const BufferManagedImage work1(bufferManager_, one);
-    const BufferManagedImage work2(bufferManager_, one);
     const BufferManagedImage extended(bufferManager_, floatInfo(displacement.box(), 2));
-    const BufferManagedImage again(bufferManager_, warped.info());
-
+    // What a step needs alone lives no longer: the extension is where most memory is in use.
+    const BufferManagedImage hole(bufferManager_, one);
+    {
+        const BufferManagedImage work1(bufferManager_, one);
+        const BufferManagedImage work2(bufferManager_, one);
+        Common::growMask(marks, work1.image(), work2.image(), seam.image(), growAmount_, feather_);
+    }
     Common::dilate(marks, hole.image(), static_cast<int>(filterReach + growAmount_));
-    Common::growMask(marks, work1.image(), work2.image(), seam.image(), growAmount_, feather_);
     extendFromRims(displacement, hole.image(), extended.image());
 
+    const BufferManagedImage again(bufferManager_, warped.info());
     Common::copy(warped, again.image());
     filter().warpWhere(coded, extended.image(), hole.image(), again.image());
     Common::maskMix(again.image(), warped, seam.image(), filled, kernelFlags_);

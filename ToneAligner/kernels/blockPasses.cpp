@@ -464,10 +464,10 @@ struct sampleMergeKernel : WholePixel<In<"S">, In<"offset", Pattern::random, Edg
     }
 };
 
-#define VT_SEGMENTS(X, K) X(K, "3f_3f_1f_2f_3f_3f_3f_3f")
-#define VT_SEGMENT_TRANSFER(X, K) X(K, "2f_3f_3f_3f_3f_1f_3f_3f")
-#define VT_BLOCK_APPLY(X, K) X(K, "3f_3f_3f_3f")
-#define VT_SAMPLE_MERGE(X, K) X(K, "3f_3f_3f_3f_3f") X(K, "3f_3f_3f_4f_3f")
+#define VT_SEGMENTS(X, K) X(K, 3f_3f_1f_2f_3f_3f_3f_3f)
+#define VT_SEGMENT_TRANSFER(X, K) X(K, 2f_3f_3f_3f_3f_1f_3f_3f)
+#define VT_BLOCK_APPLY(X, K) X(K, 3f_3f_3f_3f)
+#define VT_SAMPLE_MERGE(X, K) X(K, 3f_3f_3f_3f_3f) X(K, 3f_3f_3f_4f_3f)
 #define BLOCK_PASSES(K)                           \
     K(blockSegmentsKernel, VT_SEGMENTS)           \
     K(segmentTransferKernel, VT_SEGMENT_TRANSFER) \

@@ -38,8 +38,8 @@ struct wholePixelsKernel : WholePixel<In<"A">, Out<"O">> {
     }
 };
 
-#define VT_BROKEN(X, K) X(K, "4f_4f_1f")
-#define VT_WHOLE(X, K) X(K, "4f_3f")
+#define VT_BROKEN(X, K) X(K, 4f_4f_1f)
+#define VT_WHOLE(X, K) X(K, 4f_3f)
 #define BROKEN_PIXELS(K)             \
     K(brokenPixelsKernel, VT_BROKEN) \
     K(wholePixelsKernel, VT_WHOLE)

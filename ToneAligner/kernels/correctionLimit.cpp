@@ -62,12 +62,12 @@ struct limitCorrectionKernel : WholePixel<In<"mean">, Out<"source">, Out<"correc
         const auto limited = softLimit(difference - average, p.limit, p.softness) + average;
         const auto change = (limited - difference) * (1 / lightnessOfCurve);
         putRgbOfCurves(p.xyzToRgb, from, source);
-        putRgbOfCurves(p.xyzToRgb, Triple{to.a + change, to.b + change, to.c + change}, corrected);
+        putRgbOfCurves(p.xyzToRgb, Triple<decltype(to.a + change)>{to.a + change, to.b + change, to.c + change}, corrected);
     }
 };
 
-#define VT_DIFFERENCE(X, K) X(K, "3f_3f_1f") X(K, "3f_4f_1f") X(K, "4f_3f_1f") X(K, "4f_4f_1f")
-#define VT_LIMIT(X, K) X(K, "1f_3f_3f") X(K, "1f_3f_4f") X(K, "1f_4f_3f") X(K, "1f_4f_4f")
+#define VT_DIFFERENCE(X, K) X(K, 3f_3f_1f) X(K, 3f_4f_1f) X(K, 4f_3f_1f) X(K, 4f_4f_1f)
+#define VT_LIMIT(X, K) X(K, 1f_3f_3f) X(K, 1f_3f_4f) X(K, 1f_4f_3f) X(K, 1f_4f_4f)
 #define CORRECTION_LIMIT(K)                     \
     K(lightnessDifferenceKernel, VT_DIFFERENCE) \
     K(limitCorrectionKernel, VT_LIMIT)

@@ -111,10 +111,10 @@ struct applyGlobalMatchKernel : WholePixel<In<"L">, In<"A">, In<"M">, Out<"O">> 
     }
 };
 
-#define VT_LAB_SUM(X, K) X(K, "3f_1f_3f") X(K, "4f_1f_3f")
-#define VT_LAB_DEVIATION(X, K) X(K, "3f_1f")
-#define VT_APPLY(X, K) X(K, "3f_4f_1f_4f")
-#define VT_ONE_COMPONENT(X, K) X(K, "1f_1f_1f")
+#define VT_LAB_SUM(X, K) X(K, 3f_1f_3f) X(K, 4f_1f_3f)
+#define VT_LAB_DEVIATION(X, K) X(K, 3f_1f)
+#define VT_APPLY(X, K) X(K, 3f_4f_1f_4f)
+#define VT_ONE_COMPONENT(X, K) X(K, 1f_1f_1f)
 #define GLOBAL_MATCH(K)                      \
     K(linearMapKernel, VT_COLOUR_PAIRS)      \
     K(countedPixelsKernel, VT_ONE_COMPONENT) \

@@ -37,7 +37,7 @@ struct localEndingKernel : WholePixel<In<"C">, In<"S">, In<"N">, In<"A">, In<"M"
     }
 };
 
-#define VT_ENDING(X, K) X(K, "3f_3f_3f_4f_1f_4f")
+#define VT_ENDING(X, K) X(K, 3f_3f_3f_4f_1f_4f)
 #define LOCAL_ENDING(K) K(localEndingKernel, VT_ENDING)
 
 VT_FAMILY(localEnding, LOCAL_ENDING)

@@ -104,10 +104,10 @@ struct disparityEdgeKernel : WholePixel<In<"D", Pattern::rectangle, EdgeMethod::
     }
 };
 
-#define VT_FOUR_SINGLE(X, K) X(K, "1f_1f_1f_1f")
-#define VT_THREE_SINGLE(X, K) X(K, "1f_1f_1f")
-#define VT_GRADIENTS(X, K) X(K, "1f_1f") X(K, "2f_1f") X(K, "3f_1f")
-#define VT_DISPARITY_TO_EDGE(X, K) X(K, "2f_1f")
+#define VT_FOUR_SINGLE(X, K) X(K, 1f_1f_1f_1f)
+#define VT_THREE_SINGLE(X, K) X(K, 1f_1f_1f)
+#define VT_GRADIENTS(X, K) X(K, 1f_1f) X(K, 2f_1f) X(K, 3f_1f)
+#define VT_DISPARITY_TO_EDGE(X, K) X(K, 2f_1f)
 #define OCCLUSIONS(K)                     \
     K(validPixelsKernel, VT_FOUR_SINGLE)  \
     K(sobelMagnitudeKernel, VT_GRADIENTS) \

@@ -92,13 +92,21 @@ struct Access {
             for (int column = x0; column <= x1; ++column) {
                 float* place = image.data + (column - image.x0) * static_cast<long>(image.strideX) +
                                (row - image.y0) * static_cast<long>(image.strideY) + componentOffset(c);
+#if VIEWTINT_CUDA
+                *static_cast<volatile float*>(place) = value;
+#else
                 __atomic_store(place, &value, __ATOMIC_RELAXED);
+#endif
             }
     }
 
 private:
-    VT_INLINE long strideX() const { return R == Reach::unit ? 1 : image.strideX; }
-    VT_INLINE long componentOffset(int c) const { return c * static_cast<long>(image.strideC); }
+    VT_INLINE long strideX() const {
+        return R == Reach::unit ? 1 : image.strideX;
+    }
+    VT_INLINE long componentOffset(int c) const {
+        return c * static_cast<long>(image.strideC);
+    }
     VT_INLINE float* alongAddress(int step, int c) const {
         const long stride = parameters.rangedAxisMask ? static_cast<long>(image.strideY) : strideX();
         return here + step * stride + componentOffset(c);

@@ -105,7 +105,7 @@ VT_FN void deviceSums(const DeviceArguments<K>& arguments, int workerX, int work
 
 /// The first pass, or the only one. A worker beyond the range does nothing.
 template <class K, Counts T>
-void deviceBody(const void* argumentBlock, int workerX, int workerY, int workerZ) {
+VT_INLINE void deviceBody(const void* argumentBlock, int workerX, int workerY, int workerZ) {
     const DeviceArguments<K> arguments(argumentBlock);
     if constexpr (K::reduction) {
         deviceSums<K, T>(arguments, workerX, workerY);
@@ -132,7 +132,7 @@ void deviceBody(const void* argumentBlock, int workerX, int workerY, int workerZ
 /// The second pass: one group of 256 workers adds the slots up into slot 0. All have to finish phase 0 before worker 0
 /// begins phase 1.
 template <class K>
-void deviceFold(const void* argumentBlock, int worker, int phase) {
+VT_INLINE void deviceFold(const void* argumentBlock, int worker, int phase) {
     if constexpr (K::reduction) {
         constexpr int results = sizeof(typename K::Results) / sizeof(float);
         constexpr int slots = deviceWorkersPerAxis * deviceWorkersPerAxis;

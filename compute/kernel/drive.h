@@ -131,7 +131,7 @@ VT_FN auto freshResults() {
         return NoParams{};
 }
 template <class K>
-void startResults(float* results) {
+VT_INLINE void startResults(float* results) {
     if constexpr (K::reduction) {
         const auto fresh = freshResults<K>();
         __builtin_memcpy(results, &fresh, sizeof fresh);
@@ -142,7 +142,7 @@ VT_FN void foldEach(float* results, const float* part, Sequence<I...>) {
     ((results[I] = folded<foldOf<K>(I)>(results[I], part[I])), ...);
 }
 template <class K>
-void foldResults(float* results, const float* part) {
+VT_INLINE void foldResults(float* results, const float* part) {
     if constexpr (K::reduction)
         foldEach<K>(results, part, typename MakeSequence<sizeof(typename K::Results) / sizeof(float)>::Type{});
 }

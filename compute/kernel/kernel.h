@@ -8,24 +8,31 @@
 #define VT_PASTE_(a, b) a##b
 #define VT_PASTE(a, b) VT_PASTE_(a, b)
 
-// ---- tuples of pixel types: one call of X(kernel, tuple) for each
+// ---- tuples of pixel types, such as 3f_1f: one call of X(kernel, tuple) for each
 
-#define VT_SAME_1(X, K) X(K, "1f") X(K, "2f") X(K, "3f") X(K, "4f")
-#define VT_SAME_1_AND_UNSIGNED(X, K) VT_SAME_1(X, K) X(K, "1ui") X(K, "2ui") X(K, "3ui") X(K, "4ui")
-#define VT_SAME_2(X, K) X(K, "1f_1f") X(K, "2f_2f") X(K, "3f_3f") X(K, "4f_4f")
-#define VT_SAME_3(X, K) X(K, "1f_1f_1f") X(K, "2f_2f_2f") X(K, "3f_3f_3f") X(K, "4f_4f_4f")
-#define VT_TO_ONE(X, K) X(K, "1f_1f") X(K, "2f_1f") X(K, "3f_1f") X(K, "4f_1f")
-#define VT_PAIRS_FROM(X, K, n) X(K, n "f_1f") X(K, n "f_2f") X(K, n "f_3f") X(K, n "f_4f")
-#define VT_PAIRS(X, K) \
-    VT_PAIRS_FROM(X, K, "1") VT_PAIRS_FROM(X, K, "2") VT_PAIRS_FROM(X, K, "3") VT_PAIRS_FROM(X, K, "4")
-#define VT_COLOUR_PAIRS(X, K) X(K, "3f_3f") X(K, "3f_4f") X(K, "4f_3f") X(K, "4f_4f")
+#define VT_SAME_1(X, K) X(K, 1f) X(K, 2f) X(K, 3f) X(K, 4f)
+#define VT_SAME_1_AND_UNSIGNED(X, K) VT_SAME_1(X, K) X(K, 1ui) X(K, 2ui) X(K, 3ui) X(K, 4ui)
+#define VT_SAME_2(X, K) X(K, 1f_1f) X(K, 2f_2f) X(K, 3f_3f) X(K, 4f_4f)
+#define VT_SAME_3(X, K) X(K, 1f_1f_1f) X(K, 2f_2f_2f) X(K, 3f_3f_3f) X(K, 4f_4f_4f)
+#define VT_TO_ONE(X, K) X(K, 1f_1f) X(K, 2f_1f) X(K, 3f_1f) X(K, 4f_1f)
+#define VT_PAIRS_FROM(X, K, n) X(K, n##f_1f) X(K, n##f_2f) X(K, n##f_3f) X(K, n##f_4f)
+#define VT_PAIRS(X, K) VT_PAIRS_FROM(X, K, 1) VT_PAIRS_FROM(X, K, 2) VT_PAIRS_FROM(X, K, 3) VT_PAIRS_FROM(X, K, 4)
+#define VT_COLOUR_PAIRS(X, K) X(K, 3f_3f) X(K, 3f_4f) X(K, 4f_3f) X(K, 4f_4f)
+
+#if VIEWTINT_CUDA
+
+#include "cudaForm.h"
+
+#define VT_FAMILY(family, LIST) LIST(VT_ENTRY_POINTS)
+
+#else
 
 // ---- tables
 
 #define VT_FORM(K, tuple, V, R) \
-    &Vellum::Kernels::runLaunch<K, Vellum::Kernels::bodyCounts<K>(tuple), V, Vellum::Kernels::Reach::R>
-#define VT_DEVICE_BODY(K, tuple) &Vellum::Kernels::deviceBody<K, Vellum::Kernels::bodyCounts<K>(tuple)>
-#define VT_TUPLE_TEXT(K, tuple) tuple,
+    &Vellum::Kernels::runLaunch<K, Vellum::Kernels::bodyCounts<K>(#tuple), V, Vellum::Kernels::Reach::R>
+#define VT_DEVICE_BODY(K, tuple) &Vellum::Kernels::deviceBody<K, Vellum::Kernels::bodyCounts<K>(#tuple)>
+#define VT_TUPLE_TEXT(K, tuple) #tuple,
 
 #if VIEWTINT_BASELINE
 // The baseline object also holds the declarations, the one-pixel forms, the packed forms for any stride and the forms
@@ -77,3 +84,5 @@
     extern const Vellum::Kernels::FamilyTable VT_PASTE(family##_, VIEWTINT_ISA);        \
     constinit const Vellum::Kernels::FamilyTable VT_PASTE(family##_, VIEWTINT_ISA){     \
         #family, sizeof family##Entries / sizeof *family##Entries, family##Entries};
+
+#endif

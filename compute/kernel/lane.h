@@ -10,8 +10,15 @@
 #define VIEWTINT_ISA sse2  // the build names the instruction set
 #endif
 
+#if defined(__NVCC__)
+#define VT_INLINE inline __attribute__((always_inline, host, device))
+#else
 #define VT_INLINE inline __attribute__((always_inline))
+#endif
 #define VT_FN static VT_INLINE
+/// For functions that a GPU's compiler needn't understand.
+#define VT_HOST_INLINE inline __attribute__((always_inline))
+#define VT_HOST_FN static VT_HOST_INLINE
 /// Before a short loop over registers: they stay in registers only if the loop is written out.
 #if defined(__clang__)
 #define VT_UNROLL _Pragma("unroll")
@@ -71,27 +78,27 @@ using EachLane = MakeSequence<lanesPerRegister>::Type;
 
 // Lane by lane work is written as packs, not as loops, so that it doesn't rest on the optimiser's unrolling.
 template <int... I>
-VT_FN FloatRegister sqrtEach(FloatRegister a, Sequence<I...>) {
+VT_HOST_FN FloatRegister sqrtEach(FloatRegister a, Sequence<I...>) {
     return FloatRegister{__builtin_sqrtf(a[I])...};
 }
 template <int... I>
-VT_FN FloatRegister gatherEach(const float* p, IntRegister index, Sequence<I...>) {
+VT_HOST_FN FloatRegister gatherEach(const float* p, IntRegister index, Sequence<I...>) {
     return FloatRegister{p[index[I]]...};
 }
 template <int... I>
-VT_FN FloatRegister loadEach(const float* p, long stride, Sequence<I...>) {
+VT_HOST_FN FloatRegister loadEach(const float* p, long stride, Sequence<I...>) {
     return FloatRegister{p[I * stride]...};
 }
 template <int... I>
-VT_FN void storeEach(FloatRegister v, float* p, long stride, Sequence<I...>) {
+VT_HOST_FN void storeEach(FloatRegister v, float* p, long stride, Sequence<I...>) {
     ((p[I * stride] = v[I]), ...);
 }
 template <int... I>
-VT_FN IntRegister countEach(Sequence<I...>) {
+VT_HOST_FN IntRegister countEach(Sequence<I...>) {
     return IntRegister{I...};
 }
 /// Asked in inner loops: taking the lanes one by one would cost more than most bodies.
-VT_FN bool anyLane(IntRegister mask) {
+VT_HOST_FN bool anyLane(IntRegister mask) {
 #if defined(__AVX512F__)
     return __builtin_ia32_ptestmd512(mask, mask, 0xffff) != 0;
 #elif defined(__AVX2__)
@@ -104,114 +111,118 @@ VT_FN bool anyLane(IntRegister mask) {
 }
 
 template <int... I>
-VT_FN FloatRegister evenEach(FloatRegister a, FloatRegister b, Sequence<I...>) {
+VT_HOST_FN FloatRegister evenEach(FloatRegister a, FloatRegister b, Sequence<I...>) {
     return __builtin_shufflevector(a, b, (2 * I)...);
 }
 template <int... I>
-VT_FN FloatRegister oddEach(FloatRegister a, FloatRegister b, Sequence<I...>) {
+VT_HOST_FN FloatRegister oddEach(FloatRegister a, FloatRegister b, Sequence<I...>) {
     return __builtin_shufflevector(a, b, (2 * I + 1)...);
 }
 /// a[first], b[first], a[first + 1], b[first + 1] ..
+template <int... I>
+VT_HOST_FN FloatRegister chooseEach(FloatRegister a, FloatRegister b, Sequence<I...>) {
+    return __builtin_shufflevector(a, b, I...);
+}
 template <int first, int... I>
-VT_FN FloatRegister interleaveEach(FloatRegister a, FloatRegister b, Sequence<I...>) {
+VT_HOST_FN FloatRegister interleaveEach(FloatRegister a, FloatRegister b, Sequence<I...>) {
     return __builtin_shufflevector(a, b, (first + I / 2 + I % 2 * lanesPerRegister)...);
 }
 template <int... I>
-VT_FN FloatRegister afterEach(FloatRegister a, FloatRegister next, Sequence<I...>) {
+VT_HOST_FN FloatRegister afterEach(FloatRegister a, FloatRegister next, Sequence<I...>) {
     return __builtin_shufflevector(a, next, (I + 1)...);
 }
 template <int... I>
-VT_FN FloatRegister beforeEach(FloatRegister previous, FloatRegister a, Sequence<I...>) {
+VT_HOST_FN FloatRegister beforeEach(FloatRegister previous, FloatRegister a, Sequence<I...>) {
     return __builtin_shufflevector(previous, a, (I + lanesPerRegister - 1)...);
 }
 
 struct Mask {
     IntRegister v;
-    friend VT_INLINE Mask operator&(Mask a, Mask b) { return {a.v & b.v}; }
-    friend VT_INLINE Mask operator|(Mask a, Mask b) { return {a.v | b.v}; }
-    friend VT_INLINE Mask operator!(Mask a) { return {~a.v}; }
-    friend VT_INLINE bool any(Mask mask) { return anyLane(mask.v); }
+    friend VT_HOST_INLINE Mask operator&(Mask a, Mask b) { return {a.v & b.v}; }
+    friend VT_HOST_INLINE Mask operator|(Mask a, Mask b) { return {a.v | b.v}; }
+    friend VT_HOST_INLINE Mask operator!(Mask a) { return {~a.v}; }
+    friend VT_HOST_INLINE bool any(Mask mask) { return anyLane(mask.v); }
 };
 
 struct Ints {
     IntRegister v;
-    VT_INLINE Ints() = default;
-    VT_INLINE Ints(IntRegister x) : v(x) {}
-    VT_INLINE Ints(int x) : v(x - IntRegister{}) {}
+    VT_HOST_INLINE Ints() = default;
+    VT_HOST_INLINE Ints(IntRegister x) : v(x) {}
+    VT_HOST_INLINE Ints(int x) : v(x - IntRegister{}) {}
 
-    friend VT_INLINE Ints operator+(Ints a, Ints b) { return {a.v + b.v}; }
-    friend VT_INLINE Ints operator-(Ints a, Ints b) { return {a.v - b.v}; }
-    friend VT_INLINE Ints operator*(Ints a, Ints b) { return {a.v * b.v}; }
-    friend VT_INLINE Ints operator&(Ints a, Ints b) { return {a.v & b.v}; }
-    friend VT_INLINE Ints operator|(Ints a, Ints b) { return {a.v | b.v}; }
-    friend VT_INLINE Ints operator^(Ints a, Ints b) { return {a.v ^ b.v}; }
-    friend VT_INLINE Ints operator<<(Ints a, int bits) { return {a.v << bits}; }
-    friend VT_INLINE Ints operator>>(Ints a, int bits) { return {a.v >> bits}; }
-    friend VT_INLINE Mask operator<(Ints a, Ints b) { return {a.v < b.v}; }
-    friend VT_INLINE Mask operator>(Ints a, Ints b) { return {a.v > b.v}; }
-    friend VT_INLINE Mask operator<=(Ints a, Ints b) { return {a.v <= b.v}; }
-    friend VT_INLINE Mask operator>=(Ints a, Ints b) { return {a.v >= b.v}; }
-    friend VT_INLINE Mask operator==(Ints a, Ints b) { return {a.v == b.v}; }
-    friend VT_INLINE Mask operator!=(Ints a, Ints b) { return {a.v != b.v}; }
-    friend VT_INLINE Ints select(Mask mask, Ints a, Ints b) { return {mask.v ? a.v : b.v}; }
-    friend VT_INLINE Ints select(bool uniform, Ints a, Ints b) { return uniform ? a : b; }
+    friend VT_HOST_INLINE Ints operator+(Ints a, Ints b) { return {a.v + b.v}; }
+    friend VT_HOST_INLINE Ints operator-(Ints a, Ints b) { return {a.v - b.v}; }
+    friend VT_HOST_INLINE Ints operator*(Ints a, Ints b) { return {a.v * b.v}; }
+    friend VT_HOST_INLINE Ints operator&(Ints a, Ints b) { return {a.v & b.v}; }
+    friend VT_HOST_INLINE Ints operator|(Ints a, Ints b) { return {a.v | b.v}; }
+    friend VT_HOST_INLINE Ints operator^(Ints a, Ints b) { return {a.v ^ b.v}; }
+    friend VT_HOST_INLINE Ints operator<<(Ints a, int bits) { return {a.v << bits}; }
+    friend VT_HOST_INLINE Ints operator>>(Ints a, int bits) { return {a.v >> bits}; }
+    friend VT_HOST_INLINE Mask operator<(Ints a, Ints b) { return {a.v < b.v}; }
+    friend VT_HOST_INLINE Mask operator>(Ints a, Ints b) { return {a.v > b.v}; }
+    friend VT_HOST_INLINE Mask operator<=(Ints a, Ints b) { return {a.v <= b.v}; }
+    friend VT_HOST_INLINE Mask operator>=(Ints a, Ints b) { return {a.v >= b.v}; }
+    friend VT_HOST_INLINE Mask operator==(Ints a, Ints b) { return {a.v == b.v}; }
+    friend VT_HOST_INLINE Mask operator!=(Ints a, Ints b) { return {a.v != b.v}; }
+    friend VT_HOST_INLINE Ints select(Mask mask, Ints a, Ints b) { return {mask.v ? a.v : b.v}; }
+    friend VT_HOST_INLINE Ints select(bool uniform, Ints a, Ints b) { return uniform ? a : b; }
 };
 
 struct Lanes {
     FloatRegister v;
-    VT_INLINE Lanes() = default;
-    VT_INLINE Lanes(FloatRegister x) : v(x) {}
+    VT_HOST_INLINE Lanes() = default;
+    VT_HOST_INLINE Lanes(FloatRegister x) : v(x) {}
     // x - (+0) keeps every value, the sign of zero too: this is a broadcast.
-    VT_INLINE Lanes(float x) : v(x - FloatRegister{}) {}
+    VT_HOST_INLINE Lanes(float x) : v(x - FloatRegister{}) {}
 
-    friend VT_INLINE Lanes operator+(Lanes a, Lanes b) { return {a.v + b.v}; }
-    friend VT_INLINE Lanes operator-(Lanes a, Lanes b) { return {a.v - b.v}; }
-    friend VT_INLINE Lanes operator*(Lanes a, Lanes b) { return {a.v * b.v}; }
-    friend VT_INLINE Lanes operator/(Lanes a, Lanes b) { return {a.v / b.v}; }
-    friend VT_INLINE Lanes operator-(Lanes a) { return {-a.v}; }
-    VT_INLINE Lanes& operator+=(Lanes b) {
+    friend VT_HOST_INLINE Lanes operator+(Lanes a, Lanes b) { return {a.v + b.v}; }
+    friend VT_HOST_INLINE Lanes operator-(Lanes a, Lanes b) { return {a.v - b.v}; }
+    friend VT_HOST_INLINE Lanes operator*(Lanes a, Lanes b) { return {a.v * b.v}; }
+    friend VT_HOST_INLINE Lanes operator/(Lanes a, Lanes b) { return {a.v / b.v}; }
+    friend VT_HOST_INLINE Lanes operator-(Lanes a) { return {-a.v}; }
+    VT_HOST_INLINE Lanes& operator+=(Lanes b) {
         v += b.v;
         return *this;
     }
-    friend VT_INLINE Mask operator<(Lanes a, Lanes b) { return {a.v < b.v}; }
-    friend VT_INLINE Mask operator>(Lanes a, Lanes b) { return {a.v > b.v}; }
-    friend VT_INLINE Mask operator<=(Lanes a, Lanes b) { return {a.v <= b.v}; }
-    friend VT_INLINE Mask operator>=(Lanes a, Lanes b) { return {a.v >= b.v}; }
-    friend VT_INLINE Mask operator==(Lanes a, Lanes b) { return {a.v == b.v}; }
-    friend VT_INLINE Mask operator!=(Lanes a, Lanes b) { return {a.v != b.v}; }
-    friend VT_INLINE Lanes select(Mask mask, Lanes a, Lanes b) { return {mask.v ? a.v : b.v}; }
-    friend VT_INLINE Lanes select(bool uniform, Lanes a, Lanes b) { return uniform ? a : b; }
-    friend VT_INLINE Lanes sqrt(Lanes a) { return {sqrtEach(a.v, EachLane{})}; }
-    friend VT_INLINE Ints bitsOf(Lanes a) { return {(IntRegister)a.v}; }
+    friend VT_HOST_INLINE Mask operator<(Lanes a, Lanes b) { return {a.v < b.v}; }
+    friend VT_HOST_INLINE Mask operator>(Lanes a, Lanes b) { return {a.v > b.v}; }
+    friend VT_HOST_INLINE Mask operator<=(Lanes a, Lanes b) { return {a.v <= b.v}; }
+    friend VT_HOST_INLINE Mask operator>=(Lanes a, Lanes b) { return {a.v >= b.v}; }
+    friend VT_HOST_INLINE Mask operator==(Lanes a, Lanes b) { return {a.v == b.v}; }
+    friend VT_HOST_INLINE Mask operator!=(Lanes a, Lanes b) { return {a.v != b.v}; }
+    friend VT_HOST_INLINE Lanes select(Mask mask, Lanes a, Lanes b) { return {mask.v ? a.v : b.v}; }
+    friend VT_HOST_INLINE Lanes select(bool uniform, Lanes a, Lanes b) { return uniform ? a : b; }
+    friend VT_HOST_INLINE Lanes sqrt(Lanes a) { return {sqrtEach(a.v, EachLane{})}; }
+    friend VT_HOST_INLINE Ints bitsOf(Lanes a) { return {(IntRegister)a.v}; }
 };
 
 /// Of two registers that hold neighbouring pixels, every second lane: 0, 2, 4 .. and 1, 3, 5 ..
-VT_FN Lanes evenLanes(Lanes a, Lanes b) {
+VT_HOST_FN Lanes evenLanes(Lanes a, Lanes b) {
     return {evenEach(a.v, b.v, EachLane{})};
 }
-VT_FN Lanes oddLanes(Lanes a, Lanes b) {
+VT_HOST_FN Lanes oddLanes(Lanes a, Lanes b) {
     return {oddEach(a.v, b.v, EachLane{})};
 }
 /// The way back: the lanes of both in turn, the first half of them and the second.
-VT_FN Lanes interleaveLow(Lanes even, Lanes odd) {
+VT_HOST_FN Lanes interleaveLow(Lanes even, Lanes odd) {
     return {interleaveEach<0>(even.v, odd.v, EachLane{})};
 }
-VT_FN Lanes interleaveHigh(Lanes even, Lanes odd) {
+VT_HOST_FN Lanes interleaveHigh(Lanes even, Lanes odd) {
     return {interleaveEach<lanesPerRegister / 2>(even.v, odd.v, EachLane{})};
 }
 
 /// The neighbours of all lanes: lanes 1 and up, then `next`; `previous`, then all but the last.
-VT_FN Lanes lanesAfter(Lanes a, float next) {
+VT_HOST_FN Lanes lanesAfter(Lanes a, float next) {
     return {afterEach(a.v, Lanes(next).v, EachLane{})};
 }
-VT_FN Lanes lanesBefore(float previous, Lanes a) {
+VT_HOST_FN Lanes lanesBefore(float previous, Lanes a) {
     return {beforeEach(Lanes(previous).v, a.v, EachLane{})};
 }
 
-VT_FN Lanes fromBits(Ints a) {
+VT_HOST_FN Lanes fromBits(Ints a) {
     return {(FloatRegister)a.v};
 }
-VT_FN Lanes toFloat(Ints a) {
+VT_HOST_FN Lanes toFloat(Ints a) {
     return {__builtin_convertvector(a.v, FloatRegister)};
 }
 
@@ -220,7 +231,7 @@ VT_FN Lanes toFloat(Ints a) {
 VT_FN int toInt(float a) {
     return static_cast<int>(a);
 }
-VT_FN Ints toInt(Lanes a) {
+VT_HOST_FN Ints toInt(Lanes a) {
     return {__builtin_convertvector(a.v, IntRegister)};
 }
 
@@ -260,28 +271,28 @@ VT_FN int laneOf(int value, int) {
 VT_FN bool laneOf(bool mask, int) {
     return mask;
 }
-VT_FN float laneOf(Lanes value, int lane) {
+VT_HOST_FN float laneOf(Lanes value, int lane) {
     return value.v[lane];
 }
-VT_FN bool laneOf(Mask mask, int lane) {
+VT_HOST_FN bool laneOf(Mask mask, int lane) {
     return mask.v[lane] != 0;
 }
 
 template <class V>
-VT_FN V load(const float* p, long stride) {
-    if constexpr (LaneTraits<V>::width == 1) {
-        return *p;
-    } else {
-        if (stride != 1) return {loadEach(p, stride, EachLane{})};
-        Lanes lanes;
-        __builtin_memcpy(&lanes.v, p, sizeof lanes.v);
-        return lanes;
-    }
+requires(LaneTraits<V>::width == 1) VT_FN V load(const float* p, long) {
+    return *p;
+}
+template <class V>
+requires(LaneTraits<V>::width > 1) VT_HOST_FN V load(const float* p, long stride) {
+    if (stride != 1) return {loadEach(p, stride, EachLane{})};
+    V lanes;
+    __builtin_memcpy(&lanes.v, p, sizeof lanes.v);
+    return lanes;
 }
 VT_FN void store(float v, float* p, long) {
     *p = v;
 }
-VT_FN void store(Lanes v, float* p, long stride) {
+VT_HOST_FN void store(Lanes v, float* p, long stride) {
     if (stride == 1)
         __builtin_memcpy(p, &v.v, sizeof v.v);
     else
@@ -291,7 +302,7 @@ VT_FN void store(Lanes v, float* p, long stride) {
 VT_FN float gather(const float* p, int index) {
     return p[index];
 }
-VT_FN Lanes gather(const float* p, Ints index) {
+VT_HOST_FN Lanes gather(const float* p, Ints index) {
     return {gatherEach(p, index.v, EachLane{})};
 }
 

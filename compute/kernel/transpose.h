@@ -13,14 +13,14 @@ struct SquareBlock {
 
 /// Lanes chosen from two registers by number; those of the second follow those of the first.
 template <int... I>
-VT_FN Lanes chooseLanes(Lanes a, Lanes b, Sequence<I...>) {
-    return {__builtin_shufflevector(a.v, b.v, I...)};
+VT_HOST_FN Lanes chooseLanes(Lanes a, Lanes b, Sequence<I...> numbers) {
+    return {chooseEach(a.v, b.v, numbers)};
 }
 
 /// Of each group of four units of `unit` lanes, two of a and then two of b: numbers 0 and 2, or with `odd` 1 and 3. One
 /// instruction for units of 1 and of 4 lanes.
 template <int unit, int odd, int... I>
-VT_FN Lanes halves(Lanes a, Lanes b, Sequence<I...>) {
+VT_HOST_FN Lanes halves(Lanes a, Lanes b, Sequence<I...>) {
     return chooseLanes(a, b,
                        Sequence<(I / unit % 4 < 2 ? 0 : lanesPerRegister) + I / (4 * unit) * 4 * unit + I % unit +
                                 unit*(I / unit % 2 * 2 + odd)...>{});
@@ -28,7 +28,7 @@ VT_FN Lanes halves(Lanes a, Lanes b, Sequence<I...>) {
 
 /// Transposes squares of four by four units that lie in four registers.
 template <int unit>
-VT_FN void transposeUnits(Lanes& a, Lanes& b, Lanes& c, Lanes& d) {
+VT_HOST_FN void transposeUnits(Lanes& a, Lanes& b, Lanes& c, Lanes& d) {
     constexpr EachLane each{};
     const Lanes even0 = halves<unit, 0>(a, b, each), even1 = halves<unit, 0>(c, d, each);
     const Lanes odd0 = halves<unit, 1>(a, b, each), odd1 = halves<unit, 1>(c, d, each);
@@ -40,7 +40,7 @@ VT_FN void transposeUnits(Lanes& a, Lanes& b, Lanes& c, Lanes& d) {
 
 /// The lower halves of two registers, and the upper halves.
 template <int... I>
-VT_FN void exchangeHalves(Lanes& a, Lanes& b, Sequence<I...>) {
+VT_HOST_FN void exchangeHalves(Lanes& a, Lanes& b, Sequence<I...>) {
     constexpr int half = lanesPerRegister / 2;
     const Lanes lower = chooseLanes(a, b, Sequence<(I < half ? I : I + half)...>{});
     b = chooseLanes(a, b, Sequence<(I < half ? I + half : I + lanesPerRegister)...>{});
@@ -48,7 +48,7 @@ VT_FN void exchangeHalves(Lanes& a, Lanes& b, Sequence<I...>) {
 }
 
 /// Lane k of register i becomes lane i of register k: squares of four by four, then those squares among each other.
-VT_FN void transpose(SquareBlock& square) {
+VT_HOST_FN void transpose(SquareBlock& square) {
     Lanes* r = square.of;
 #pragma GCC unroll 4
     for (int i = 0; i < lanesPerRegister; i += 4)

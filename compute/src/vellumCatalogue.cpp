@@ -69,7 +69,8 @@ LaunchFunction CatalogueEntry::packedForm(int variant, bool unitStride) const {
     return forms_[static_cast<int>(Vellum::CodeGen::instructionSet())][variant].unitStride;
 }
 
-Family::Family(std::string_view library, std::initializer_list<const FamilyTable*> tables) : library_(library) {
+Family::Family(std::string_view library, std::initializer_list<const FamilyTable*> tables, const StoredTexts& texts)
+    : library_(library), texts_(texts) {
     const FamilyTable& baseline = **tables.begin();
     name_ = baseline.family;
     for (int k = 0; k < baseline.kernelCount; ++k) {
@@ -84,6 +85,14 @@ const CatalogueEntry* Family::find(std::string_view kernel) const {
     const auto found = std::find_if(kernels_.begin(), kernels_.end(),
                                     [&](const CatalogueEntry& entry) { return entry.declaration().name == kernel; });
     return found == kernels_.end() ? nullptr : &*found;
+}
+
+const StoredText* Family::text(const CatalogueEntry& entry, int variant) const {
+    const std::string tuple = entry.tuples()[static_cast<std::size_t>(variant)].text();
+    for (int i = 0; i < texts_.count; ++i)
+        if (tuple == texts_.list[i].tuple && std::string_view(entry.declaration().name) == texts_.list[i].kernel)
+            return &texts_.list[i];
+    return nullptr;
 }
 
 }  // namespace Vellum::Kernels

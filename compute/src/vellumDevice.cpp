@@ -1,5 +1,8 @@
 #include "compute/Device.h"
 
+#include <atomic>
+
+#include "compute/CUDA/Device.h"
 #include "compute/Exception.h"
 #include "compute/HostDevice.h"
 #include "compute/Image.h"
@@ -53,13 +56,55 @@ Vellum::Compute::ContextPointer GetCurrentCPUContext() {
     return context;
 }
 
-// This build has the host device only.
-Vellum::Compute::ContextPointer GetCurrentGPUContext(Cobalt::Device::APIEnum) {
-    return nullptr;
+namespace {
+
+std::atomic<int> selectedGpu{-1};
+
+struct Gpus {
+    std::vector<Vellum::Compute::ContextPointer> contexts;
+    std::vector<std::string> problems;
+
+    Gpus() {
+        for (auto& device : Vellum::Compute::CUDA::Device::all(problems)) {
+            std::vector<std::unique_ptr<Vellum::Compute::Device>> one;
+            one.push_back(std::move(device));
+            contexts.emplace_back(new Vellum::Compute::Context(std::move(one)));
+        }
+    }
+};
+
+/// Never destroyed: the driver may be gone by then.
+const Gpus& gpus() {
+    static const Gpus& found = *new Gpus;
+    return found;
 }
 
-std::vector<Vellum::Compute::ContextPointer> GetGPUContexts(Cobalt::Device::APIEnum) {
-    return {};
+}  // namespace
+
+Vellum::Compute::ContextPointer GetCurrentGPUContext(Cobalt::Device::APIEnum api) {
+    const int number = selectedGpu;
+    if (number < 0) return nullptr;
+    const auto contexts = GetGPUContexts(api);
+    return static_cast<std::size_t>(number) < contexts.size() ? contexts[static_cast<std::size_t>(number)] : nullptr;
+}
+
+std::vector<Vellum::Compute::ContextPointer> GetGPUContexts(Cobalt::Device::APIEnum api) {
+    if (selectedGpu < 0) return {};
+    return FindGPUContexts(api);
+}
+
+std::vector<Vellum::Compute::ContextPointer> FindGPUContexts(Cobalt::Device::APIEnum api) {
+    if (api != Cobalt::Device::APIEnum::CUDA) return {};
+    return gpus().contexts;
+}
+
+std::vector<std::string> GetGPUProblems(Cobalt::Device::APIEnum api) {
+    if (api != Cobalt::Device::APIEnum::CUDA) return {};
+    return gpus().problems;
+}
+
+void SelectGPUContext(Cobalt::Device::APIEnum api, int number) {
+    if (api == Cobalt::Device::APIEnum::CUDA) selectedGpu = number;
 }
 
 }  // namespace VellumLibrary

@@ -19,17 +19,26 @@ std::vector<const Family*> catalogue;
 std::deque<std::string> keys;
 std::deque<std::vector<std::byte>> records;
 
-/// The forms for the CPU are functions of this program, so there is nothing to store for them.
-void registerVariants(const Family& family) {
+/// The forms for the CPU are functions of this program, so there is nothing to store for them; nor is there where the
+/// build had no compiler for GPUs.
+void registerVariant(const Family& family, const CatalogueEntry& entry, int variant, KernelTarget target,
+                     const std::vector<std::byte>& record) {
     const char* slot = Vellum::JIT::placeholderSlot.data();
     constexpr auto size = static_cast<std::int32_t>(Vellum::JIT::placeholderSlot.size());
+    const StoredText* text = target == KernelTarget::cuda ? family.text(entry, variant) : nullptr;
+    const StoredText none{nullptr, nullptr, reinterpret_cast<const unsigned char*>(slot), size, size};
+    const StoredText& first = text ? *text : none;
+    Vellum::JIT::AddPrecompiledKernel(keys.emplace_back(entry.key(variant, target).text()), first.data,
+                                      first.storedBytes, first.bytes, slot, size, size, record.data(),
+                                      static_cast<std::int32_t>(record.size()));
+}
+
+void registerVariants(const Family& family) {
     for (const CatalogueEntry& entry : family.kernels()) {
         const auto& record = records.emplace_back(ParameterRecord::of(entry).toBytes());
         for (int variant = 0; variant < static_cast<int>(entry.tuples().size()); ++variant)
-            for (const KernelTarget target : {KernelTarget::cpuOnePixel, KernelTarget::cpuPacked})
-                Vellum::JIT::AddPrecompiledKernel(keys.emplace_back(entry.key(variant, target).text()), slot, size,
-                                                  size, slot, size, size, record.data(),
-                                                  static_cast<std::int32_t>(record.size()));
+            for (const KernelTarget target : kernelTargets)
+                registerVariant(family, entry, variant, target, record);
     }
 }
 

@@ -180,7 +180,18 @@ KernelPointer Kernel::Make(const Vellum::Kernels::CatalogueEntry& entry,
     const auto types = typesOf(images);
     const int variant = entry.variant(types);
     if (variant < 0) noVariant(entry, types);
-    return new Kernel(entry, variant, flags, api);
+    KernelPointer kernel(new Kernel(entry, variant, flags, api));
+    if (api == Cobalt::Device::APIEnum::CUDA) kernel->findStoredCode();
+    return kernel;
+}
+
+void Kernel::findStoredCode() {
+    stored_ = findPrecompiledKernel(key().text());
+    if (!stored_ || !stored_->hasGpuBody())
+        fail(named(entry_->declaration()) + " has no code for GPUs for pixel types " +
+             entry_->tuples()[static_cast<std::size_t>(variant_)].text() +
+             "; this build of ViewTint was made without a compiler for them.");
+    stored_->slot1();
 }
 
 KernelPointer Kernel::Make(Vellum::Compute::Context& context, const Vellum::Compute::ProgramSource& source,

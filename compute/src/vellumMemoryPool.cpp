@@ -8,7 +8,7 @@
 
 #include "compute/Exception.h"
 
-namespace Vellum::Compute::Host {
+namespace Vellum::Compute {
 
 namespace {
 
@@ -23,15 +23,24 @@ std::size_t roundUp(std::size_t bytes) {
     return (bytes + step - 1) / step * step;
 }
 
-void* takeFromSystem(std::size_t bytes) {
-    const std::size_t alignment = bytes >= hugePage ? hugePage : cacheLine;
-    void* address = nullptr;
-    if (posix_memalign(&address, alignment, bytes) != 0) return nullptr;
-    if (alignment == hugePage) madvise(address, bytes, MADV_HUGEPAGE);
-    return address;
-}
+class SystemMemory : public MemorySource {
+public:
+    void* take(std::size_t bytes) override {
+        const std::size_t alignment = bytes >= hugePage ? hugePage : cacheLine;
+        void* address = nullptr;
+        if (posix_memalign(&address, alignment, bytes) != 0) return nullptr;
+        if (alignment == hugePage) madvise(address, bytes, MADV_HUGEPAGE);
+        return address;
+    }
+    void giveBack(void* address) noexcept override { std::free(address); }
+};
 
 }  // namespace
+
+std::shared_ptr<MemorySource> systemMemory() {
+    static const auto memory = std::make_shared<SystemMemory>();
+    return memory;
+}
 
 /// Gives its memory back to the pool that it came from. It holds a share of the pool: an image may outlive its device.
 class MemoryPool::Block : public Cobalt::Device::MemoryBlock {
@@ -62,15 +71,16 @@ Cobalt::Device::MemoryHandle MemoryPool::allocate(std::size_t bytes) {
             bytesKept_ -= size;
         }
     }
-    if (!address) address = takeFromSystem(size);
+    if (!address) address = source_->take(size);
     if (!address) {
         trim();
-        address = takeFromSystem(size);
+        address = source_->take(size);
     }
     if (!address)
         Cobalt::Base::raise(MemoryException("There is not enough memory: " + std::to_string(bytes >> 20) +
                                             " MiB for one image could not be had."));
-    std::unique_ptr<void, decltype(&std::free)> held(address, &std::free);
+    const auto giveBack = [this](void* taken) { source_->giveBack(taken); };
+    std::unique_ptr<void, decltype(giveBack)> held(address, giveBack);
     Cobalt::Device::MemoryHandle block(new Block(address, size, shared_from_this()));
     held.release();
     const std::scoped_lock lock(mutex_);
@@ -83,7 +93,7 @@ void MemoryPool::release(void* address, std::size_t bytes) {
     const std::scoped_lock lock(mutex_);
     bytesInUse_ -= bytes;
     if (bytesKept_ + bytes <= budget_ && keep(address, bytes)) return;
-    std::free(address);
+    source_->giveBack(address);
 }
 
 /// False where there is no memory for the list itself: blocks are released in destructors, which must not throw.
@@ -98,7 +108,7 @@ bool MemoryPool::keep(void* address, std::size_t bytes) noexcept try {
 void MemoryPool::trimTo(std::size_t bytes) {
     while (bytesKept_ > bytes) {
         const auto largest = std::prev(kept_.end());
-        std::free(largest->second.back());
+        source_->giveBack(largest->second.back());
         largest->second.pop_back();
         bytesKept_ -= largest->first;
         if (largest->second.empty()) kept_.erase(largest);
@@ -136,4 +146,4 @@ std::size_t MemoryPool::bytesKept() const {
     return bytesKept_;
 }
 
-}  // namespace Vellum::Compute::Host
+}  // namespace Vellum::Compute

@@ -10,10 +10,28 @@ namespace {
 using Cobalt::Device::MemoryHandle;
 using Vellum::Kernels::ImageArgument;
 
-constexpr int groupSide = 16;
+struct Shape {
+    int width, height;
+};
 
-int groupsFor(int workers) {
-    return (workers + groupSide - 1) / groupSide;
+/// How workers are grouped: neighbours along a row read neighbouring places; kernels that look round their pixel share
+/// more of what they read in squares. Groups of strips one pixel wide have no workers to spare.
+Shape shapeFor(const Vellum::Kernels::KernelDeclaration& kernel, const Vellum::Image::Box& box) {
+    if (kernel.inRasterOrder) return {1, 1};
+    if (box.width() == 1) return {1, 128};
+    if (box.height() == 1) return {128, 1};
+    using Vellum::Kernels::Pattern;
+    Shape shape{64, 4};
+    for (int i = 0; i < kernel.images.count; ++i) {
+        const Pattern pattern = kernel.images.list[i].pattern;
+        if (pattern == Pattern::rectangle || pattern == Pattern::random) return {16, 16};
+        if (pattern == Pattern::axis) shape = {32, 8};
+    }
+    return shape;
+}
+
+int groupsFor(int workers, int ofGroup) {
+    return (workers + ofGroup - 1) / ofGroup;
 }
 
 /// The arguments of a launch in their order, without gaps.
@@ -66,12 +84,16 @@ void RemoteDevice::run(const KernelCall& call) {
 
     if (!reduces) {
         const int depth = declaration.perComponent ? call.c1 - call.c0 : 1;
+        const Shape shape = shapeFor(declaration, call.box);
+        const Vellum::Image::Box box = declaration.inRasterOrder ? Vellum::Image::Box{0, 0, 1, 1} : call.box;
         launch(call.kernel, Pass::body,
-               {{groupsFor(call.box.width()), groupsFor(call.box.height()), depth}, {groupSide, groupSide}},
+               {{groupsFor(box.width(), shape.width), groupsFor(box.height(), shape.height), depth},
+                {shape.width, shape.height}},
                arguments.bytes());
         synchronise();
         return;
     }
+    constexpr int groupSide = 16;
     const int groups = Kernels::deviceWorkersPerAxis / groupSide;
     launch(call.kernel, Pass::body, {{groups, groups, 1}, {groupSide, groupSide}}, arguments.bytes());
     launch(call.kernel, Pass::fold, {{1, 1, 1}, {Kernels::deviceFoldWorkers, 1}}, arguments.bytes());

@@ -52,7 +52,7 @@ void StereoKnobDropDown::addKnobs(Fresco::Image::Knob_Callback closure) {
     Tooltip(closure, "Set the left view to use.");
     View_knob(closure, &rightView, rightControl, "Right View");
     SetFlags(closure, 0x80000000);
-    ClearFlags(closure, 4096);
+    ClearFlags(closure, startsLine);
     Tooltip(closure, "Set the right view to use.");
 }
 

@@ -11,6 +11,7 @@
 #include <new>
 #include <utility>
 
+#include "base/Ensure.h"
 #include "compute/Exception.h"
 #include "compute/HostDevice.h"
 #include "host/files/ChannelNames.h"
@@ -175,10 +176,11 @@ const std::vector<std::string>& MultiViewFile::views() const {
     return contents_->views;
 }
 
-MultiViewFile MultiViewFile::openViews(std::span<const ViewFile> files) {
+MultiViewFile MultiViewFile::openViews(std::span<const ViewFile> files,
+                                       const std::optional<std::set<std::string>>& channels) {
     auto contents = std::make_unique<Contents>();
     for (const ViewFile& file : files) {
-        auto opened = std::make_unique<MultiViewFile>(open(file.path));
+        auto opened = std::make_unique<MultiViewFile>(open(file.path, channels));
         if (opened->views().size() != 1)
             throw FileError(fmt::format("'{}' holds several views ({}); name it without %V.", file.path.string(),
                                         listNames(opened->views())));
@@ -283,6 +285,7 @@ void MultiViewFile::read(const std::string& view, const std::string& channel, co
     if (const MultiViewFile* file = fileOf(view))
         return file->read(file->views().front(), channel, box, destination, rowStride);
     const auto [part, stored] = contents_->get(view, channel);
+    ENSURE(stored->inMemory(), "the channel {} of {} was not read", channel, path().string());
     const Box window = contents_->planeBox(*part);
     const Box common = intersect(box, window);
     const std::size_t pixelBytes = bytesOf(stored->type);
@@ -306,6 +309,7 @@ void MultiViewFile::replace(const std::string& view, const std::string& channel,
     const auto location = contents_->get(view, channel);
     auto* part = const_cast<StoredPart*>(location.part);
     auto* stored = const_cast<StoredChannel*>(location.channel);
+    ENSURE(std::ranges::all_of(part->channels, &StoredChannel::inMemory), "{} was read in part only", path().string());
     const Box window = contents_->planeBox(*part);
     const Box common = intersect(box, window);
     const std::size_t pixelBytes = bytesOf(stored->type);

@@ -3,6 +3,8 @@
 #include <cstddef>
 #include <filesystem>
 #include <memory>
+#include <optional>
+#include <set>
 #include <span>
 #include <stdexcept>
 #include <string>
@@ -36,15 +38,18 @@ void setFileThreads(int count);
 class MultiViewFile {
 public:
     /// Reads headers and pixels. Throws FileError: no such file, not an OpenEXR picture, truncated or damaged; deep
-    /// pixels, subsampled channels and several resolution levels are refused.
-    static MultiViewFile open(const std::filesystem::path& path);
+    /// pixels, subsampled channels and several resolution levels are refused. With `channels`, named without their
+    /// view, only the pixels of these are read; no others may be asked for, nor may any be replaced.
+    static MultiViewFile open(const std::filesystem::path& path,
+                              const std::optional<std::set<std::string>>& channels = {});
 
     /// A file for each view, under its name; each holds one view. Throws FileError, also where they differ in size.
     struct ViewFile {
         std::string view;
         std::filesystem::path path;
     };
-    static MultiViewFile openViews(std::span<const ViewFile> files);
+    static MultiViewFile openViews(std::span<const ViewFile> files,
+                                   const std::optional<std::set<std::string>>& channels = {});
 
     MultiViewFile(MultiViewFile&&) noexcept;
     MultiViewFile& operator=(MultiViewFile&&) noexcept;

@@ -36,6 +36,8 @@ struct StoredChannel {
     std::string secondName;  ///< also understood in lookups; may be empty
     Imf::PixelType type = Imf::HALF;
     PixelBytes pixels;
+
+    bool inMemory() const { return pixels.size() > 0; }
 };
 
 struct StoredPart {

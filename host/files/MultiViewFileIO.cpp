@@ -99,10 +99,11 @@ bool tellsUnlikeSizes(const std::exception& error) {
     return text.find("non-conforming shared attributes") != text.npos && text.find("displayWindow") != text.npos;
 }
 
-/// The frame buffer over a part's channels; used for reading and for writing.
+/// The frame buffer over those of a part's channels that are in memory; used for reading and for writing.
 Imf::FrameBuffer frameBufferOf(const StoredPart& part) {
     Imf::FrameBuffer buffer;
     for (const StoredChannel& channel : part.channels) {
+        if (!channel.inMemory()) continue;
         const std::size_t pixelBytes = bytesOf(channel.type);
         buffer.insert(channel.fileName, Imf::Slice::Make(channel.type, channel.pixels.data(), part.window(), pixelBytes,
                                                          pixelBytes * static_cast<std::size_t>(part.width())));
@@ -122,7 +123,7 @@ void readScanLines(Imf::MultiPartInputFile& file, int index, const StoredPart& p
     input.readPixels(part.window().min.y, part.window().max.y);
 }
 
-StoredPart readPart(Imf::MultiPartInputFile& file, int index, const fs::path& path, std::uintmax_t fileSize) {
+StoredPart readHeader(Imf::MultiPartInputFile& file, int index, const fs::path& path, std::uintmax_t fileSize) {
     StoredPart part;
     part.header = file.header(index);
     checkSupported(path, part.header);
@@ -135,11 +136,20 @@ StoredPart readPart(Imf::MultiPartInputFile& file, int index, const fs::path& pa
         StoredChannel stored;
         stored.fileName = channel.name();
         stored.type = channel.channel().type;
-        stored.pixels.allocate(static_cast<std::size_t>(pixels) * bytesOf(stored.type));
         part.channels.push_back(std::move(stored));
     }
-    part.tiled() ? readTiles(file, index, part) : readScanLines(file, index, part);
     return part;
+}
+
+template <class Wanted>
+void readPixels(Imf::MultiPartInputFile& file, int index, StoredPart& part, Wanted wanted) {
+    bool any = false;
+    for (StoredChannel& channel : part.channels) {
+        if (!wanted(channel)) continue;
+        channel.pixels.allocate(static_cast<std::size_t>(part.width() * part.height()) * bytesOf(channel.type));
+        any = true;
+    }
+    if (any) part.tiled() ? readTiles(file, index, part) : readScanLines(file, index, part);
 }
 
 /// Reading a one-part file adds a `type` attribute to its header in memory; true if the file itself has one.
@@ -209,7 +219,10 @@ void setFileThreads(int count) {
     Imf::setGlobalThreadCount(count);
 }
 
-MultiViewFile MultiViewFile::open(const fs::path& path) {
+MultiViewFile MultiViewFile::open(const fs::path& path, const std::optional<std::set<std::string>>& channels) {
+    const auto wanted = [&](const StoredChannel& channel) {
+        return !channels || channels->contains(channel.name) || channels->contains(channel.secondName);
+    };
     checkReadable(path);
     auto contents = std::make_unique<Contents>();
     contents->path = path;
@@ -217,8 +230,11 @@ MultiViewFile MultiViewFile::open(const fs::path& path) {
         contents->stamp = FileStamp::of(path);
         Imf::MultiPartInputFile file(path.c_str(), Imf::globalThreadCount(), /*reconstructChunkOffsetTable=*/false);
         for (int index = 0; index < file.parts(); ++index) {
-            contents->parts.push_back(readPart(file, index, path, contents->stamp.size));
+            contents->parts.push_back(readHeader(file, index, path, contents->stamp.size));
         }
+        contents->nameChannels();
+        for (int index = 0; index < file.parts(); ++index)
+            readPixels(file, index, contents->parts[static_cast<std::size_t>(index)], wanted);
         if (!Imf::isMultiPart(file.version()) && !onePartHeaderHasType(path)) contents->parts[0].header.erase("type");
     } catch (const FileError&) {
         throw;
@@ -233,7 +249,6 @@ MultiViewFile MultiViewFile::open(const fs::path& path) {
         throw incomplete(path, error.what());
     }
     contents->display = contents->parts.front().header.displayWindow();
-    contents->nameChannels();
     return MultiViewFile(std::move(contents));
 }
 

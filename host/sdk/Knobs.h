@@ -14,10 +14,14 @@ namespace Fresco::Image {
 /// The kinds of control, by their numbers.
 enum class KnobKind : int { hidden = 0, integer = 3, enumeration = 4, boolean = 6, real = 8, text = 26, view = 44 };
 
-/// Bits that shape a control in a panel. A host without a panel acts on `keepInRange` only and carries the rest.
+/// Bits that shape a control in a panel. This host knows those below and carries the rest.
 using KnobFlags = std::uint64_t;
+/// The slider's scale is logarithmic.
+inline constexpr KnobFlags logarithmicSlider = 4;
 /// Values outside the range are refused; without it the range is that of the slider.
 inline constexpr KnobFlags keepInRange = 16;
+/// The control begins a line of the panel, which controls do unless this is cleared.
+inline constexpr KnobFlags startsLine = 4096;
 
 /// The operator's member that a control's value is stored in.
 using KnobStorage = std::variant<std::monostate, int*, float*, bool*>;
@@ -57,7 +61,7 @@ struct KnobDeclaration {
     bool hasRange = false;
     double minimum = 0.0;
     double maximum = 0.0;
-    KnobFlags flags = 0;
+    KnobFlags flags = startsLine;
 
     bool holdsValue() const { return storage.index() != 0; }
 };

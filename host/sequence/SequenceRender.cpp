@@ -13,7 +13,6 @@
 
 #include "compute/StageStatistics.h"
 #include "host/files/AtomicFile.h"
-#include "host/graph/ControlPanel.h"
 
 namespace ViewTint::Host {
 
@@ -62,14 +61,6 @@ bool isWhole(const fs::path& file) {
 
 const char* FrameResult::word() const {
     return status == Status::written ? "written" : status == Status::skipped ? "skipped" : "failed";
-}
-
-int reachOf(const ControlValues& controls) {
-    constexpr double none = 2;
-    const std::vector<std::string> views{"left", "right"};
-    const ControlPanel panel(controls, views);
-    const bool stabilises = panel.value("stabiliseOcclusions") != 0 && panel.value("occlusionCorrection") < none;
-    return stabilises ? static_cast<int>(panel.value("stabiliseOcclusionsNumberOfFrames")) / 2 : 0;
 }
 
 /// Writes pictures in the order in which they come, on a thread of its own.
@@ -159,13 +150,13 @@ void SequenceRender::checkOutput() const {
 void SequenceRender::run() {
     if (settings_.frames.empty()) return;
     checkOutput();
-    source_.plan(settings_.frames, settings_.reach, 0);
+    source_.plan(settings_.frames, settings_.neighbours, 0);
     int waiting = 1;
     try {
         if (const auto first = source_.frame(settings_.frames.front())) {
-            const InFlight inFlight(*first, settings_.reach, settings_.memory);
+            const InFlight inFlight(*first, settings_.neighbours.reach, settings_.memory);
             waiting = inFlight.behind;
-            source_.plan(settings_.frames, settings_.reach, inFlight.ahead);
+            source_.plan(settings_.frames, settings_.neighbours, inFlight.ahead);
         }
     } catch (const FileError&) {
         // The frame says so itself when its turn comes.

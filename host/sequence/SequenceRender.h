@@ -24,12 +24,9 @@ struct FrameResult {
     double seconds = 0;   ///< of the render; reading and writing go on beside it
 };
 
-/// How far from a frame lie the others that a render with these controls looks at.
-int reachOf(const ControlValues& controls);
-
 struct SequenceSettings {
-    std::vector<int> frames;  ///< in the order of rendering
-    int reach = 0;            ///< how far away frames lie that a render looks at
+    std::vector<int> frames;            ///< in the order of rendering
+    NeighbourRequests neighbours = {};  ///< what a render looks at in other frames
     bool skipExisting = false;
     std::size_t memory = 0;      ///< bytes that frames in flight may take; at least one frame and its neighbours are
     std::string savedView = {};  ///< where each view has a file of its own: that of this view is written

@@ -30,12 +30,12 @@ std::vector<std::filesystem::path> SequenceSource::paths(int frame) const {
     return paths;
 }
 
-MultiViewFile SequenceSource::open(int file) const {
-    if (patterns_.front().first.empty()) return MultiViewFile::open(paths(file).front());
+MultiViewFile SequenceSource::open(int file, const Channels& channels) const {
+    if (patterns_.front().first.empty()) return MultiViewFile::open(paths(file).front(), channels);
     std::vector<MultiViewFile::ViewFile> files;
     for (const auto& [view, pattern] : patterns_)
         files.push_back({view, pattern.path(file)});
-    return MultiViewFile::openViews(files);
+    return MultiViewFile::openViews(files, channels);
 }
 
 SequenceSource::~SequenceSource() {
@@ -47,12 +47,12 @@ SequenceSource::~SequenceSource() {
     if (reader_.joinable()) reader_.join();
 }
 
-void SequenceSource::plan(std::vector<int> frames, int reach, int readAhead) {
+void SequenceSource::plan(std::vector<int> frames, NeighbourRequests neighbours, int readAhead) {
     {
         const std::lock_guard holding(mutex_);
         plan_ = std::move(frames);
         place_ = 0;
-        reach_ = reach;
+        neighbours_ = std::move(neighbours);
         readAhead_ = readAhead;
     }
     if (!reader_.joinable() && readAhead > 0) reader_ = std::thread([this] { readAheadUntilEnd(); });
@@ -82,16 +82,23 @@ std::optional<int> SequenceSource::standIn(int number) const {
 bool SequenceSource::wanted(int file) const {
     const std::size_t end = std::min(plan_.size(), place_ + 1 + static_cast<std::size_t>(readAhead_));
     for (std::size_t i = place_; i < end; ++i)
-        for (int number = plan_[i] - reach_; number <= plan_[i] + reach_; ++number)
+        for (int number = plan_[i] - neighbours_.reach; number <= plan_[i] + neighbours_.reach; ++number)
             if (standIn(number) == file) return true;
     return false;
+}
+
+/// What is read of a file: of one that is looked at by its neighbours only, what they ask for.
+SequenceSource::Channels SequenceSource::channelsOf(int file) const {
+    const bool rendered =
+        plan_.empty() || std::ranges::any_of(plan_, [&](int number) { return standIn(number) == file; });
+    return rendered ? Channels() : Channels(neighbours_.channels);
 }
 
 /// The frames themselves before their neighbours, in the order of the plan.
 std::optional<int> SequenceSource::nextToRead() const {
     const std::size_t end = std::min(plan_.size(), place_ + 1 + static_cast<std::size_t>(readAhead_));
     for (std::size_t i = place_; i < end; ++i)
-        for (int distance = 0; distance <= reach_; ++distance)
+        for (int distance = 0; distance <= neighbours_.reach; ++distance)
             for (const int number : {plan_[i] - distance, plan_[i] + distance})
                 if (const auto file = standIn(number); file && !slots_.contains(*file)) return file;
     return std::nullopt;
@@ -110,9 +117,10 @@ void SequenceSource::readAheadUntilEnd() {
 std::shared_ptr<SequenceSource::Slot> SequenceSource::read(int file, std::unique_lock<std::mutex>& lock) {
     const auto slot = slots_[file] = std::make_shared<Slot>();
     ++filesRead_;
+    const Channels channels = channelsOf(file);
     lock.unlock();
     try {
-        slot->picture = std::make_shared<MultiViewFile>(open(file));
+        slot->picture = std::make_shared<MultiViewFile>(open(file, channels));
     } catch (...) {
         slot->failure = std::current_exception();
     }
@@ -149,6 +157,15 @@ std::shared_ptr<MultiViewFile> SequenceSource::frame(int number) {
     changed_.wait(lock, [&] { return slot->done; });
     if (slot->failure) std::rethrow_exception(slot->failure);
     return slot->picture;
+}
+
+std::vector<std::string> SequenceSource::views(int number) {
+    try {
+        if (const auto picture = frame(number)) return picture->views();
+    } catch (const FileError&) {
+        // The render of this frame says so.
+    }
+    return {"left", "right"};
 }
 
 int SequenceSource::filesRead() const {

@@ -7,12 +7,14 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 #include <thread>
 #include <utility>
 #include <vector>
 
 #include "host/graph/FrameSource.h"
+#include "host/graph/NeighbourRequests.h"
 #include "host/sequence/FramePattern.h"
 
 namespace ViewTint::Host {
@@ -37,9 +39,11 @@ public:
     std::vector<std::filesystem::path> paths(int frame) const;
     /// The numbers of the files that exist, in ascending order.
     const std::vector<int>& files() const { return files_; }
-    /// The frames that will be rendered, in order; neighbours of each are asked for up to `reach` frames away.
+    /// The views of a frame; "left" and "right" where it can't be read, which is told when it is rendered.
+    std::vector<std::string> views(int frame);
+    /// The frames that will be rendered, in order, and what each asks of others: of these no more is read than that.
     /// `readAhead` of the frames are read before they are asked for.
-    void plan(std::vector<int> frames, int reach, int readAhead);
+    void plan(std::vector<int> frames, NeighbourRequests neighbours, int readAhead);
     /// From now on this frame of the plan is rendered: what lies out of its reach is let go.
     void enter(std::size_t placeInPlan);
 
@@ -61,7 +65,10 @@ private:
         bool done = false;
     };
 
-    MultiViewFile open(int file) const;
+    using Channels = std::optional<std::set<std::string>>;
+
+    MultiViewFile open(int file, const Channels& channels = {}) const;
+    Channels channelsOf(int file) const;
     std::optional<int> standIn(int number) const;
     bool isInside(int number) const;
     bool wanted(int file) const;
@@ -78,7 +85,7 @@ private:
     std::condition_variable changed_;
     std::vector<int> plan_;
     std::size_t place_ = 0;
-    int reach_ = 0;
+    NeighbourRequests neighbours_;
     int readAhead_ = 0;
     std::map<int, std::shared_ptr<Slot>> slots_;  ///< by the file's number
     int filesRead_ = 0;

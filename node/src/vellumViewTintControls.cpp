@@ -20,8 +20,6 @@ constexpr std::array intervalTypeChoices{"Uniform", "Favour Small Block Sizes"};
 constexpr std::array occlusionCorrectionChoices{"Occlusions", "Occlusions and Edges", "None"};
 
 // Bits that belong to the host's panel.
-constexpr KnobFlags panelBit2 = 4;
-constexpr KnobFlags panelBit12 = 4096;
 constexpr KnobFlags panelBit18 = 0x40000;
 constexpr KnobFlags panelBit31 = 0x80000000;
 constexpr KnobFlags panelBit39 = 0x8000000000;
@@ -56,7 +54,7 @@ void addBlockKnobs(Knob_Callback closure, ViewTintPlugin& node) {
     Int_knob(closure, &node.maxBlockSize, "maxBlockSize", "Max Block Size");
     SetRange(closure, 3, 1000);
     SetFlags(closure, keepInRange | panelBit18);
-    ClearFlags(closure, panelBit12);
+    ClearFlags(closure, startsLine);
     Tooltip(closure, "The maximum block size (in pixels) to go up to when sampling over multiple block sizes.");
     Enumeration_knob(closure, &node.correctionType, correctionTypeChoices, "correctionType", "Correction");
     SetFlags(closure, panelBit18);
@@ -77,7 +75,7 @@ void addCorrectionKnobs(Knob_Callback closure, ViewTintPlugin& node) {
     Spacer(closure);
     Float_knob(closure, &node.correctionLimit, "correctionLimit", "Limit");
     SetRange(closure, 0, 1);
-    SetFlags(closure, panelBit2);
+    SetFlags(closure, logarithmicSlider);
     Tooltip(
         closure,
         "Set the limit for the local colour correction. The colour change is limited against the average correction "
@@ -139,7 +137,7 @@ void addOcclusionToolKnobs(Knob_Callback closure, ViewTintPlugin& node) {
             "value to incorporate more image edges as occlusions.");
     Float_knob(closure, &node.colourTolerance, "colourTolerance", "Colour Tolerance");
     SetRange(closure, 0, 10);
-    SetFlags(closure, keepInRange | panelBit2);
+    SetFlags(closure, keepInRange | logarithmicSlider);
     Tooltip(closure,
             "Controls the amount of blurring across edges in the colour match at occluded regions.               "
             "Decrease the colour tolerance to restrict updates to similar colours and increase the tolerance to blur "

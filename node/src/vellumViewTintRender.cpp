@@ -2,6 +2,7 @@
 #include "PictureBuilder/PictureBuilder.h"
 #include "ToneAligner/ToneAligner.h"
 #include "compute/BufferManagement/BufferManager.h"
+#include "compute/HostDevice.h"
 #include "compute/StageStatistics.h"
 #include "framework/ResultCache.h"
 #include "node/ViewTintChoices.h"
@@ -16,6 +17,11 @@ using Vellum::Compute::Stage;
 using Vellum::Utils::BufferManagement::BufferManager;
 
 constexpr auto float32 = Vellum::Pixel::DataEnum::float32;
+
+/// The image itself where it lies there already.
+Vellum::Image::Image onTheCpu(const Vellum::Image::Image& image) {
+    return image.distributeTo(Vellum::Compute::Host::hostDevice());
+}
 
 }  // namespace
 
@@ -88,7 +94,10 @@ void ViewTintPlugin::render(Fresco::Image::ImagePlane& plane, Steps& steps) {
         abortCheck(*this);
         return;
     }
-    const Image target = matchWhat == 0 ? leftView : rightView;
+    // On the CPU what the match is given outlives a card that fails for good.
+    const Image target = onTheCpu(matchWhat == 0 ? leftView : rightView);
+    for (Image* image : {&projected, &mask, &occlusion, &edgeMask})
+        *image = onTheCpu(*image);
     leftView = rightView = disparity = Image();  // give back what was only rebuilt from
     abortCheck(*this);
     steps.report();

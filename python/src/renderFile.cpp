@@ -51,7 +51,8 @@ std::vector<FrameResult> renderSequence(const FramePattern& input, const std::st
     settings.frames = frames ? Host::parseFrames(*frames) : source.files();
     settings.skipExisting = skipExisting;
     settings.memory = memoryForFrames;
-    settings.reach = Host::reachOf(controls);
+    settings.neighbours =
+        Host::neighbourRequests(controls, Host::ChannelRoles(), source.views(settings.frames.front()));
     Host::RenderJob job(source, std::move(controls), Host::ChannelRoles());
     if (mask && !masks) job.setMask(openPicture(*mask));
     std::vector<FrameResult> results;

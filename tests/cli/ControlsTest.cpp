@@ -33,6 +33,9 @@ TEST_F(Controls, AreListedAsThePanelHasThem) {
     EXPECT_EQ(size.get<int>("maximum"), 100);
     EXPECT_EQ(preset.at("noiseLevel").get<std::string>("value"), "0.25");
     EXPECT_EQ(preset.at("matchWhat").get_child("choices").size(), 2u);
+    EXPECT_EQ(preset.at("maxBlockSize").get<bool>("starts_line"), false) << "stands beside blockSize";
+    EXPECT_EQ(preset.at("correctionLimit").get<bool>("logarithmic_slider"), true);
+    EXPECT_EQ(size.get<bool>("starts_line"), true);
     const std::string text = run({"controls"}).output;
     EXPECT_LT(text.find("Local GPU:"), text.find("useGPUIfAvailable"));
     EXPECT_LT(text.find("maskWith"), text.find("\nLocal Matching\n"));

@@ -1,4 +1,7 @@
+#include <fmt/format.h>
+
 #include <cmath>
+#include <cstdlib>
 #include <random>
 
 #include "CommandTest.h"
@@ -234,6 +237,16 @@ TEST_F(Sequence, AnInterruptionLeavesWholeFramesOnly) {
     EXPECT_LT(outputs(), 12);
     for (const std::string& name : files())
         EXPECT_TRUE(isWhole(name)) << name;
+}
+
+TEST_F(Sequence, GoesOnWhenNobodyReadsItsEventsAnyMore) {
+    const std::string command =
+        fmt::format("cd '{}' && '{}' render shot.####.exr -o out.####.exr --json 2>&1 | head -1", file("").string(),
+                    VIEWTINT_COMMAND);
+    EXPECT_EQ(std::system((command + " | grep -q event").c_str()), 0);
+    for (int waits = 0; waits < 6000 && outputs() < 12; ++waits)
+        usleep(10000);
+    EXPECT_EQ(outputs(), 12);
 }
 
 TEST_F(Sequence, WrongCallsSayWhatWouldDo) {

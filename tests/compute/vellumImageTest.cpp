@@ -143,7 +143,7 @@ TEST(Image, tooLargeImagesAreRefused) {
 }
 
 TEST(MemoryPool, blocksAreReusedWithinTheBudget) {
-    const auto pool = std::make_shared<Vellum::Compute::Host::MemoryPool>(std::size_t{8} << 20);
+    const auto pool = std::make_shared<Vellum::Compute::MemoryPool>(std::size_t{8} << 20);
     auto block = pool->allocate(3 << 20);
     void* const address = block->address();
     EXPECT_GE(pool->bytesInUse(), std::size_t{3} << 20);

@@ -62,7 +62,7 @@ TEST(Settings, DeclareTheirControls) {
     EXPECT_EQ(closure.find("enableMultiGPU")->kind, KnobKind::hidden);
     const KnobDeclaration& use = *closure.find("useGPUIfAvailable");
     EXPECT_EQ(use.defaultValue, 1.0);
-    EXPECT_EQ(use.flags, 32u);
+    EXPECT_EQ(use.flags, 32u | startsLine);
     storeValue(use.storage, 0.0);
     EXPECT_FALSE(settings.useGPUIfAvailable);
 

@@ -4,7 +4,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <sstream>
+#include <stdexcept>
 
 #include "compute/Catalogue.h"
 #include "tests/harness/SoftwareDevice.h"
@@ -34,6 +36,23 @@ std::vector<Form> allForms() {
         forms.push_back({Flags::packed, set});
     return forms;
 }
+
+/// What the device forms run on: a software device, or the machine's GPU where VIEWTINT_TEST_GPU is set.
+class TestedGpu {
+public:
+    TestedGpu() {
+        if (!std::getenv("VIEWTINT_TEST_GPU")) return;
+        const auto found = VellumLibrary::FindGPUContexts(Cobalt::Device::APIEnum::CUDA);
+        if (found.empty()) throw std::runtime_error("VIEWTINT_TEST_GPU is set, but there is no GPU");
+        card_ = found.front();
+    }
+    Vellum::Compute::Device& device() const { return card_ ? card_->device() : software_.device(); }
+    bool gapsIntact() const { return card_ || software_.device().gapsIntact(); }
+
+private:
+    SoftwareContext software_;
+    Vellum::Compute::ContextPointer card_;
+};
 
 /// Selects a form for a scope.
 class FormScope {
@@ -89,15 +108,6 @@ private:
     const CatalogueEntry& entry_;
     std::vector<Form> forms_ = allForms();
 };
-
-/// Component counts of a tuple.
-std::vector<int> countsOf(const PixelTypes& types) {
-    std::vector<int> counts;
-    std::stringstream text(types.text());
-    for (std::string token; std::getline(text, token, '_');)
-        counts.push_back(token[0] - '0');
-    return counts;
-}
 
 Scene KernelCheck::makeScene(const Box& box, int tuple, std::uint32_t seed, bool hostile,
                              const std::function<void(Pixels&)>& change) const {
@@ -166,7 +176,7 @@ std::map<std::string, std::vector<float>> KernelCheck::sumsOf(const KernelExecut
 /// The device's form gives the host's bits; sums, which it adds in another order, the reference's values.
 void KernelCheck::checkDevice(const Scene& scene, const Result& expected, const IterationController& range,
                               const std::string& where) const {
-    const SoftwareContext gpu;
+    const TestedGpu gpu;
     for (const std::uint32_t arrangement : {1u, 2u}) {  // planar, packed
         std::vector<Image> images;
         for (const Pixels& pixels : scene.images()) {
@@ -177,16 +187,16 @@ void KernelCheck::checkDevice(const Scene& scene, const Result& expected, const 
         std::vector<const Image*> list;
         for (const Image& image : images)
             list.push_back(&image);
-        KernelExecutionContext context(Vellum::JIT::Kernel::Make(entry_, list, Flags::packed));
+        KernelExecutionContext context(Vellum::JIT::Kernel::Make(entry_, list, Flags::packed, gpu.device().api()));
         context.setImageParamBindings(list);
         case_.scalars(context);
         context.iterate(gpu.device(), range);
 
-        const std::string here = where + ", software device";
+        const std::string here = where + ", " + gpu.device().name();
         Result result;
         for (int i = 0; i <= lastImage(); ++i)
             if (writes(i)) result.outputs.emplace(i, pixelsOf(images[i]));
-        EXPECT_TRUE(gpu.device().gapsIntact()) << here << ": wrote outside its images";
+        EXPECT_TRUE(gpu.gapsIntact()) << here << ": wrote outside its images";
         expectSame({expected.outputs, {}}, result, here);
         result.sums = sumsOf(context);
         expectSums(scene, result, here);
@@ -355,6 +365,14 @@ void KernelCheck::run() {
 }
 
 }  // namespace
+
+std::vector<int> countsOf(const PixelTypes& types) {
+    std::vector<int> counts;
+    std::stringstream text(types.text());
+    for (std::string token; std::getline(text, token, '_');)
+        counts.push_back(token[0] - '0');
+    return counts;
+}
 
 double Scene::clamped(int image, int x, int y, int c) const {
     const Box& b = box(image);

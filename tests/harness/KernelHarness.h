@@ -66,6 +66,9 @@ struct KernelCase {
 /// those of the reference.
 void checkKernel(const KernelCase& kernelCase);
 
+/// Component counts of a tuple.
+std::vector<int> countsOf(const Vellum::Kernels::PixelTypes& types);
+
 /// A reference for a body that treats each component by itself: f(values of the read images) at (x, y, c).
 Reference eachComponent(std::function<double(const std::vector<double>&)> f);
 

@@ -3,6 +3,7 @@
 #include <sys/mman.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 #include <system_error>
 
@@ -12,6 +13,7 @@ namespace ViewTint::Tests {
 
 namespace {
 
+constexpr std::size_t pageBytes = 4096;
 constexpr std::size_t alignment = 256;
 /// Between two blocks; a multiple of the alignment.
 constexpr std::size_t gap = 256;
@@ -52,13 +54,16 @@ public:
     ~Opened() { protect(PROT_NONE); }
 
 private:
-    void protect(int access) const { mprotect(device_.arena_, device_.arenaBytes_, access); }
+    void protect(int access) const {
+        if (device_.access_ == HostAccess::closed) mprotect(device_.arena_, device_.arenaBytes_, access);
+    }
     const SoftwareDevice& device_;
 };
 
-SoftwareDevice::SoftwareDevice(std::size_t budget)
-    : budget_(budget), arenaBytes_(roundUp(2 * budget, 4096) + spareBytes) {
-    void* arena = mmap(nullptr, arenaBytes_, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+SoftwareDevice::SoftwareDevice(std::size_t budget, HostAccess access)
+    : budget_(budget), access_(access), arenaBytes_(roundUp(2 * budget, pageBytes) + spareBytes) {
+    const int protection = access == HostAccess::closed ? PROT_NONE : PROT_READ | PROT_WRITE;
+    void* arena = mmap(nullptr, arenaBytes_, protection, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
     if (arena == MAP_FAILED) throw std::system_error(errno, std::generic_category(), "mmap");
     arena_ = static_cast<char*>(arena);
 }
@@ -111,6 +116,7 @@ Cobalt::Device::MemoryHandle SoftwareDevice::allocate(std::size_t bytes, const C
     std::memset(address - gap, gapByte, gap);
     blocks_[address] = bytes;
     inUse_ += bytes;
+    mostInUse_ = std::max(mostInUse_, inUse_);
     Cobalt::Device::MemoryHandle block(new Block(*this, address, bytes));
     block->placeOn(*this);
     return block;
@@ -119,6 +125,10 @@ Cobalt::Device::MemoryHandle SoftwareDevice::allocate(std::size_t bytes, const C
 void SoftwareDevice::release(char* address) {
     const auto found = blocks_.find(address);
     inUse_ -= found->second;
+    // Untouched pages cost nothing where access is switched on and off.
+    const auto begin = roundUp(reinterpret_cast<std::uintptr_t>(address), pageBytes);
+    const auto end = (reinterpret_cast<std::uintptr_t>(address) + found->second) / pageBytes * pageBytes;
+    if (end > begin) madvise(reinterpret_cast<void*>(begin), end - begin, MADV_DONTNEED);
     blocks_.erase(found);
 }
 
@@ -155,19 +165,24 @@ void SoftwareDevice::run(const Vellum::Compute::KernelCall& call) {
 void SoftwareDevice::launch(const Vellum::JIT::Kernel& kernel, Pass pass, const Grid& grid,
                             std::span<const std::byte> arguments) {
     tryOperation(Operation::launch, std::string("ran kernel ") + kernel.entry().declaration().name);
+    runWorkers(kernel.entry(), kernel.variant(), pass == Pass::fold,
+               {grid.groups[0] * grid.workers[0], grid.groups[1] * grid.workers[1], grid.groups[2]}, arguments.data());
+}
+
+void SoftwareDevice::runWorkers(const Vellum::Kernels::CatalogueEntry& entry, int variant, bool fold,
+                                const int (&workers)[3], const void* arguments) const {
     const Opened opened(*this);
-    if (pass == Pass::fold) {
-        const auto fold = kernel.entry().deviceFold(kernel.variant());
+    if (fold) {
         for (int phase = 0; phase < 2; ++phase)
-            for (int worker = 0; worker < grid.workers[0]; ++worker)
-                fold(arguments.data(), worker, phase);
+            for (int worker = 0; worker < workers[0]; ++worker)
+                entry.deviceFold(variant)(arguments, worker, phase);
         return;
     }
-    const auto body = kernel.entry().deviceBody(kernel.variant());
-    for (int z = 0; z < grid.groups[2]; ++z)
-        for (int y = 0; y < grid.groups[1] * grid.workers[1]; ++y)
-            for (int x = 0; x < grid.groups[0] * grid.workers[0]; ++x)
-                body(arguments.data(), x, y, z);
+    const auto body = entry.deviceBody(variant);
+    for (int z = 0; z < workers[2]; ++z)
+        for (int y = 0; y < workers[1]; ++y)
+            for (int x = 0; x < workers[0]; ++x)
+                body(arguments, x, y, z);
 }
 
 bool SoftwareDevice::gapsIntact() const {

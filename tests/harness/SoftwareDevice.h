@@ -16,7 +16,10 @@ public:
     enum class Operation { allocation, copy, launch };
     enum class Failing { once, fromThenOn };
 
-    explicit SoftwareDevice(std::size_t budget = std::size_t{256} << 20);
+    /// Closing the memory to host code costs a call of the system round every operation.
+    enum class HostAccess { closed, open };
+
+    explicit SoftwareDevice(std::size_t budget = std::size_t{256} << 20, HostAccess access = HostAccess::closed);
     ~SoftwareDevice() override;
 
     const std::string& name() const override { return name_; }
@@ -38,6 +41,11 @@ public:
     bool failedInsideCall() const { return failedInsideCall_; }
 
     std::size_t bytesInUse() const { return inUse_; }
+    std::size_t mostBytesInUse() const { return mostInUse_; }
+    std::size_t budget() const { return budget_; }
+    /// Runs every worker of a grid, with the device's memory accessible.
+    void runWorkers(const Vellum::Kernels::CatalogueEntry& entry, int variant, bool fold, const int (&workers)[3],
+                    const void* arguments) const;
     /// False once anything was written between the blocks.
     bool gapsIntact() const;
 
@@ -62,10 +70,12 @@ private:
 
     std::string name_ = "software device";
     std::size_t budget_;
+    HostAccess access_;
     std::size_t arenaBytes_;
     char* arena_;
     std::map<char*, std::size_t> blocks_;
     std::size_t inUse_ = 0;
+    std::size_t mostInUse_ = 0;
     std::array<OperationState, 3> states_;
     bool insideCall_ = false;
     bool failedInsideCall_ = false;

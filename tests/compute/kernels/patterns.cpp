@@ -146,7 +146,7 @@ struct testSumKernel : PerComponentSum<In<"A">> {
     VT_FN void body(const Params&, auto& sums, auto A) { sums.sum += A(); }
 };
 
-#define VT_DISPLACED(X, K) X(K, "1f_2f_1f") X(K, "4f_2f_4f")
+#define VT_DISPLACED(X, K) X(K, 1f_2f_1f) X(K, 4f_2f_4f)
 #define TEST_PATTERNS(K)                         \
     K(testMathKernel, VT_SAME_2)                 \
     K(testAxisSumKernel, VT_SAME_2)              \

@@ -69,9 +69,10 @@ protected:
     }
     using Source = SequenceSource;
     /// What became of each frame; `expected` says which are written.
-    std::map<int, FrameResult> run(const SequenceSettings& settings, Source::Outside outside = Source::Outside::empty,
+    std::map<int, FrameResult> run(SequenceSettings settings, Source::Outside outside = Source::Outside::empty,
                                    Source::Missing missing = Source::Missing::fail) {
         Source source(input, outside, missing);
+        settings.neighbours = neighbourRequests(controls(), ChannelRoles(), std::vector<std::string>{"left", "right"});
         RenderJob job(source, controls(), ChannelRoles(), services);
         SequenceRender render(source, job, output, settings);
         std::map<int, FrameResult> results;
@@ -123,7 +124,7 @@ private:
 TEST_F(SequenceRenderTest, givesTheFramesThatSingleRendersGiveAndReadsEachFileOnce) {
     writeFrames(all);
     for (const std::size_t memory : {std::size_t{1}, plenty}) {
-        const auto results = run({all, 2, false, memory});
+        const auto results = run({.frames = all, .skipExisting = false, .memory = memory});
         EXPECT_EQ(count(results, written), 8);
         EXPECT_EQ(filesRead, 8) << memory;
         PlainSource plain(input);
@@ -140,13 +141,43 @@ TEST_F(SequenceRenderTest, givesTheFramesThatSingleRendersGiveAndReadsEachFileOn
     EXPECT_NE(red(file("still.exr")), red(output.path(4)));
 }
 
+TEST_F(SequenceRenderTest, ofNeighboursOnlyTheOcclusionIsRead) {
+    const std::vector<std::string> views{"left", "right"};
+    ControlValues values(viewTintClass);
+    ChannelRoles roles;
+    roles.assign("mask_occlusion.alpha=hidden");
+    values.set("stabiliseOcclusionsNumberOfFrames", "3");
+    EXPECT_EQ(neighbourRequests(values, roles, views).reach, 1);
+    values.set("stabiliseOcclusionsNumberOfFrames", "5");
+    EXPECT_EQ(neighbourRequests(values, roles, views).reach, 2);
+    EXPECT_EQ(neighbourRequests(values, roles, views).channels, std::set<std::string>{"hidden"});
+    values.set("occlusionCorrection", "None");
+    EXPECT_EQ(neighbourRequests(values, roles, views).reach, 0);
+
+    writeFrames(all);
+    run({.frames = all, .memory = plenty});
+    const Plane together = red(output.path(5));
+    run({.frames = {1, 5}, .memory = plenty});
+    EXPECT_EQ(filesRead, 7) << "each once";
+    EXPECT_EQ(red(output.path(5)), together);
+    Source source(input, Source::Outside::empty, Source::Missing::fail);
+    source.plan({5}, neighbourRequests(controls(), ChannelRoles(), views), 0);
+    constexpr std::size_t plane = width * height * sizeof(float);
+    EXPECT_EQ(source.frame(5)->bytes(), 18 * plane);
+    const auto neighbour = source.frame(4);
+    EXPECT_EQ(neighbour->bytes(), 2 * plane) << "of each view";
+    Plane pixels(width * height);
+    EXPECT_NO_THROW(neighbour->read("left", "mask_occlusion.alpha", {0, 0, width, height}, pixels.data(), width));
+    EXPECT_EQ(pixels[12], 1);
+}
+
 TEST_F(SequenceRenderTest, aFrameThatFailsDoesNotStopTheOthers) {
     writeFrames(all);
     fs::remove(input.path(5));
     fs::resize_file(input.path(2), 1000);
     fs::create_directory(output.path(7));
     stabilises = false;
-    const auto results = run({{1, 2, 3, 4, 5, 6, 7, 8, 20}, 0, false, plenty});
+    const auto results = run({.frames = {1, 2, 3, 4, 5, 6, 7, 8, 20}, .skipExisting = false, .memory = plenty});
     EXPECT_EQ(results.size(), 9u);
     for (const int frame : {2, 5, 7, 20})
         EXPECT_EQ(results.at(frame).status, failed) << frame;
@@ -157,14 +188,15 @@ TEST_F(SequenceRenderTest, aFrameThatFailsDoesNotStopTheOthers) {
     EXPECT_EQ(count(results, written), 5);
     // A neighbour that can't be read fails every frame that looks at it, by its own name.
     stabilises = true;
-    const auto beside = run({{1, 3, 4, 8}, 2, false, plenty});
+    const auto beside = run({.frames = {1, 3, 4, 8}, .skipExisting = false, .memory = plenty});
     EXPECT_EQ(count(beside, failed), 3);
     EXPECT_NE(beside.at(4).message.find("in.000"), std::string::npos);
 }
 
 TEST_F(SequenceRenderTest, missingFramesAreHeldWhenAsked) {
     writeFrames({1, 2, 3, 5, 6});
-    const auto results = run({{1, 2, 3, 4, 5, 6}, 2, false, plenty}, Source::Outside::hold, Source::Missing::hold);
+    const auto results = run({.frames = {1, 2, 3, 4, 5, 6}, .skipExisting = false, .memory = plenty},
+                             Source::Outside::hold, Source::Missing::hold);
     EXPECT_EQ(count(results, written), 6);
     EXPECT_EQ(results.at(4).message, "");
     const Plane third = red(output.path(3)), fourth = red(output.path(4));
@@ -176,14 +208,14 @@ TEST_F(SequenceRenderTest, missingFramesAreHeldWhenAsked) {
 
 TEST_F(SequenceRenderTest, whatIsWholeIsSkipped) {
     writeFrames(all);
-    run({{1, 2, 3}, 2, false, plenty});
+    run({.frames = {1, 2, 3}, .skipExisting = false, .memory = plenty});
     fs::resize_file(output.path(2), fs::file_size(output.path(2)) / 2);
     const auto before = fs::last_write_time(output.path(1));
     const fs::path abandoned = file(".viewtint-1-1.partial"), current = file(".viewtint-1-2.partial");
     for (const fs::path& path : {abandoned, current})
         fs::copy_file(output.path(1), path);
     fs::last_write_time(abandoned, fs::file_time_type::clock::now() - std::chrono::hours(2));
-    const auto results = run({{1, 2, 3, 4}, 2, true, plenty});
+    const auto results = run({.frames = {1, 2, 3, 4}, .skipExisting = true, .memory = plenty});
     EXPECT_FALSE(fs::exists(abandoned)) << "a killed run left it";
     EXPECT_TRUE(fs::exists(current)) << "somebody may be writing it";
     EXPECT_EQ(results.at(1).status, skipped);
@@ -199,7 +231,7 @@ TEST_F(SequenceRenderTest, anInterruptionKeepsWhatIsRenderedAndLeavesNothingElse
     begin = [&](int frame, std::size_t) {
         if (frame == 4) abort = true;
     };
-    EXPECT_THROW(run({all, 2, false, plenty}), RenderInterrupted);
+    EXPECT_THROW(run({.frames = all, .skipExisting = false, .memory = plenty}), RenderInterrupted);
     for (const int frame : all)
         EXPECT_EQ(fs::exists(output.path(frame)), frame < 4) << frame;
     for (const auto& entry : fs::directory_iterator(output.path(1).parent_path()))
@@ -209,12 +241,12 @@ TEST_F(SequenceRenderTest, anInterruptionKeepsWhatIsRenderedAndLeavesNothingElse
 }
 
 TEST_F(SequenceRenderTest, callsThatCannotBeRight) {
-    EXPECT_THROW(run({all, 2, false, plenty}), FileError) << "no files";
+    EXPECT_THROW(run({.frames = all, .skipExisting = false, .memory = plenty}), FileError) << "no files";
     writeFrames({1});
     output = input;
-    EXPECT_THROW(run({{1}, 2, false, plenty}), FileError);
+    EXPECT_THROW(run({.frames = {1}, .skipExisting = false, .memory = plenty}), FileError);
     output = pattern("none/out.#.exr");
-    EXPECT_THROW(run({{1}, 2, false, plenty}), FileError);
+    EXPECT_THROW(run({.frames = {1}, .skipExisting = false, .memory = plenty}), FileError);
 }
 
 }  // namespace ViewTint::Host::Testing
