@@ -42,7 +42,6 @@ NewView viewOf(const char* name, const std::string& path, Host::Picture&& pictur
 
 void DisparityOptions::addPictureTo(CLI::App& command) {
     command.add_option("RIGHT", right, "The right view, where FILE is the left one: two pictures of one size")
-        ->check(existingFile)
         ->type_name("RIGHT");
     command
         .add_option("--input-colourspace", colourspace,
@@ -60,6 +59,8 @@ void DisparityOptions::addTo(CLI::App& command) {
 }
 
 Host::MultiViewFile DisparityOptions::openPair(const std::string& left) const {
+    if (!std::filesystem::is_regular_file(*right))
+        throw CallError(fmt::format("RIGHT: there is no file '{}'; check its name and folder.", *right));
     std::vector<NewView> views;
     int width = 0, height = 0;
     for (const auto& [name, path] : {std::pair<const char*, std::string>{"left", left}, {"right", *right}}) {
