@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "cli/ControlOptions.h"
+#include "cli/DisparityOptions.h"
 #include "cli/GpuOptions.h"
 #include "host/files/ImageCacheDirectory.h"
 #include "host/files/MultiViewFile.h"
@@ -36,6 +37,7 @@ struct RenderOptions {
     std::string stageFolder;
     std::string cacheFolder;
     std::uint64_t cacheBytes = std::uint64_t{10} << 30;
+    DisparityOptions disparity;
     GpuOptions gpu;
     ControlOptions controls;
 };

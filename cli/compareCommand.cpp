@@ -58,6 +58,10 @@ void printText(const CompareOptions& options, const ComparisonReport& report) {
         printRow(withTruth ? fmt::format("{}, {} against truth", row.view, roleOf(row.first, true))
                            : fmt::format("{}, A against B", row.view),
                  row.comparison);
+    for (const MeasuredDisparity& row : report.disparities)
+        fmt::print("{}, disparity of {} against {}: within 1 pixel {}%, within 2 {}%; occlusion agrees on {}%\n",
+                   row.view, roleOf(row.first, withTruth), row.second, shown(100 * row.comparison.within1, 1),
+                   shown(100 * row.comparison.within2, 1), shown(100 * row.comparison.occlusionAgrees, 1));
     if (report.pairs.empty()) return;
     fmt::print("between the views, through the disparity, unoccluded pixels\n");
     for (const MeasuredPair& row : report.pairs)
@@ -95,6 +99,15 @@ void printJson(const CompareOptions& options, const ComparisonReport& report) {
     if (options.truth) members.emplace_back("truth", Json::text(*options.truth));
     members.emplace_back("views", Json::array(views));
     members.emplace_back("between_views", Json::array(pairs));
+    std::vector<Json> disparities;
+    for (const MeasuredDisparity& row : report.disparities)
+        disparities.push_back(Json::object({{"view", Json::text(row.view)},
+                                            {"first", Json::text(row.first)},
+                                            {"second", Json::text(row.second)},
+                                            {"within_1_pixel", Json::number(row.comparison.within1)},
+                                            {"within_2_pixels", Json::number(row.comparison.within2)},
+                                            {"occlusion_agrees", Json::number(row.comparison.occlusionAgrees)}}));
+    members.emplace_back("disparity", Json::array(disparities));
     fmt::print("{}\n", Json::object(members).str());
 }
 

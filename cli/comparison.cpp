@@ -144,6 +144,23 @@ std::vector<Host::SheetTile> rowOf(const ComparedFiles& files, const ComparedVie
             {caption, differencePicture(a, b, differenceFactor)}};
 }
 
+struct ViewOfFile {
+    const ComparedFile* file;
+    const char* name;
+    std::string view;
+};
+
+void measureDisparity(ComparisonReport& report, const std::string& view, const ViewOfFile& measured,
+                      const ViewOfFile& known) {
+    const Host::Box box = measured.file->visibleBox(measured.view);
+    const auto own = measured.file->vectors(measured.view, box);
+    const auto reference = known.file->vectors(known.view, box);
+    if (!own || !reference) return;
+    const auto comparison =
+        Host::compareDisparity({own->x, own->y, own->occlusion}, {reference->x, reference->y, reference->occlusion});
+    if (!comparison.same) report.disparities.push_back({view, measured.name, known.name, comparison});
+}
+
 }  // namespace
 
 std::vector<ComparedView> viewsToCompare(const ComparedFiles& files, const std::optional<std::string>& wanted) {
@@ -193,6 +210,13 @@ ComparisonReport measure(const ComparedFiles& files, const std::vector<ComparedV
     for (const ComparedView& view : views) {
         if (auto pair = measurePair(files.a, "A", view.inA)) report.pairs.push_back(std::move(*pair));
         if (auto pair = measurePair(files.b, "B", view.inB)) report.pairs.push_back(std::move(*pair));
+    }
+    for (const ComparedView& view : views) {
+        const ComparedFile& known = files.truth ? *files.truth : files.b;
+        const std::string& inKnown = files.truth ? view.inTruth : view.inB;
+        const char* name = files.truth ? "truth" : "B";
+        measureDisparity(report, view.name, {&files.a, "A", view.inA}, {&known, name, inKnown});
+        if (files.truth) measureDisparity(report, view.name, {&files.b, "B", view.inB}, {&known, name, inKnown});
     }
     return report;
 }

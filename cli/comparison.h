@@ -6,6 +6,7 @@
 
 #include "cli/ComparedFile.h"
 #include "host/measures/ContactSheet.h"
+#include "host/measures/DisparityComparison.h"
 #include "host/measures/PictureComparison.h"
 
 namespace ViewTint::Cli {
@@ -42,9 +43,18 @@ struct MeasuredPair {
     Host::Comparison comparison;
 };
 
+/// The disparity of one file's view, measured against another file's.
+struct MeasuredDisparity {
+    std::string view;
+    std::string first;   ///< "A" or "B"
+    std::string second;  ///< "B" or "truth"
+    Host::DisparityComparison comparison;
+};
+
 struct ComparisonReport {
     std::vector<MeasuredView> views;
     std::vector<MeasuredPair> pairs;
+    std::vector<MeasuredDisparity> disparities;  ///< of views whose files have unlike disparity
 };
 
 /// The views to compare: the one named `wanted`, or all that the files share by name. A file with a single view

@@ -20,6 +20,7 @@
 #include "cli/infoCommand.h"
 #include "cli/kernelsCommand.h"
 #include "cli/packCommand.h"
+#include "cli/parallaxCommand.h"
 #include "cli/renderCommand.h"
 #include "host/files/MultiViewFile.h"
 
@@ -91,6 +92,7 @@ int run(int argc, char** argv) {
     addRenderCommand(app, context);
     addInfoCommand(app, context);
     addPackCommand(app, context);
+    addParallaxCommand(app, context);
     addCompareCommand(app, context);
     addControlsCommand(app, context);
     addKernelsCommand(app, context);

@@ -44,6 +44,11 @@ int render(RenderOptions& options) {
     try {
         const std::string& view = options.views.front();
         const std::string name = Host::nameForView(options.input, view).value_or(options.input);
+        const bool several = Host::FramePattern::parse(name).has_value() || isPerView(options);
+        if (several && options.disparity.right)
+            throw CallError(
+                "A pair is given as two pictures; write a sequence of separate views with %V, such as "
+                "shot.%V.####.exr.");
         if (Host::FramePattern::parse(name)) return renderSequence(options);
     } catch (const std::invalid_argument& error) {
         throw CallError(error.what());
@@ -64,11 +69,12 @@ void addRenderCommand(CLI::App& app, CommandContext& context) {
     const auto options = std::make_shared<RenderOptions>();
     command
         ->add_option("FILE", options->input,
-                     "Multi-view OpenEXR file with disparity channels; a sequence as shot.####.exr, shot.@@@.exr or "
-                     "shot.%04d.exr")
+                     "Multi-view OpenEXR file; a sequence as shot.####.exr, shot.@@@.exr or shot.%04d.exr; or the left "
+                     "view of a pair")
         ->required()
         ->check(existingPicture)
         ->type_name("FILE");
+    options->disparity.addPictureTo(*command);
     command->add_option("-o,--output", options->output, "OpenEXR file to write: all that came in, one view corrected")
         ->required()
         ->type_name("FILE.exr");
@@ -131,6 +137,7 @@ void addRenderCommand(CLI::App& app, CommandContext& context) {
     command->add_flag("--stats", options->stats,
                       "Prints for each stage the milliseconds, the kernel calls, the megabytes that they read and "
                       "wrote, and GB/s");
+    options->disparity.addTo(*command);
     options->gpu.addTo(*command);
     options->controls.addTo(*command);
     command->callback([&context, options] {

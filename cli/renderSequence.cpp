@@ -100,9 +100,11 @@ int renderSequence(RenderOptions& options) {
     Host::SequenceSettings settings;
     settings.frames = framesOf(options, source);
     const std::vector<std::string> views = source.views(settings.frames.front());
+    Host::ParallaxSettings parallax;
     {
         const Host::ControlPanel panel(controls, views);
         warnOfOddSettings(panel);
+        parallax = options.disparity.settings(panel.stereoViews());
         if (isPerView(options)) settings.savedView = panel.correctedView();
     }
     options.output = Host::nameForView(options.output, settings.savedView).value_or(options.output);
@@ -126,7 +128,15 @@ int renderSequence(RenderOptions& options) {
     services.abort = &interruptFlag();
     settings.neighbours = Host::neighbourRequests(controls, rolesOf(options), views);
     const auto cache = openCache(options);
-    Host::RenderJob job(source, std::move(controls), rolesOf(options), services);
+    Host::ParallaxSource withDisparity(source, rolesOf(options), parallax, services);
+    withDisparity.report = [&](const Host::ParallaxReport& report) {
+        progress.clear();
+        tellParallax(report, source.paths(report.frame).front().string(), options.quiet || options.json);
+    };
+    // A neighbour's occlusion has to be estimated too.
+    if (settings.neighbours.reach > 0 && withDisparity.estimatesFor(settings.frames.front()))
+        settings.neighbours.channels.merge(withDisparity.coloursNeeded());
+    Host::RenderJob job(withDisparity, std::move(controls), rolesOf(options), services);
     if (options.mask && !mask) job.setMask(openMask(*options.mask));
 
     FrameReports reports(settings.frames.size(), options.json, options.quiet, progress);

@@ -48,6 +48,7 @@ std::string explain(const std::string& sentence, const RenderOptions& options, c
 }
 
 Host::MultiViewFile openPicture(const RenderOptions& options) {
+    if (options.disparity.right) return options.disparity.openPair(options.input);
     if (!isPerView(options)) return Host::MultiViewFile::open(options.input);
     std::vector<Host::MultiViewFile::ViewFile> files;
     for (const std::string& view : options.views)
@@ -79,15 +80,22 @@ int renderStill(RenderOptions& options) {
     }
     Host::ControlValues& controls = options.controls.checked();
     std::string savedView;
+    Host::ParallaxSettings parallax;
     {
         const Host::ControlPanel panel(controls, picture->views());
         warnOfOddSettings(panel);
+        parallax = options.disparity.settings(panel.stereoViews());
         if (isPerView(options)) savedView = panel.correctedView();
     }
     options.output = Host::nameForView(options.output, savedView).value_or(options.output);
-    requireOutput("--output", options.output, ".exr", {options.input, options.mask});
+    requireOutput("--output", options.output, ".exr", {options.input, options.mask, options.disparity.right});
     const auto cache = openCache(options);
-    Host::RenderJob job(source, std::move(controls), rolesOf(options), services);
+    Host::ParallaxSource withDisparity(source, rolesOf(options), parallax, services);
+    withDisparity.report = [&](const Host::ParallaxReport& report) {
+        progress.clear();
+        tellParallax(report, options.input, options.quiet);
+    };
+    Host::RenderJob job(withDisparity, std::move(controls), rolesOf(options), services);
     if (options.mask) job.setMask(openMask(*options.mask));
     try {
         job.render(stillFrame, options.output, savedView);

@@ -132,10 +132,13 @@ void MultiViewFile::Contents::nameChannels() {
 
 MultiViewFile::Contents::Location MultiViewFile::Contents::find(const std::string& view,
                                                                 const std::string& channel) const {
-    for (const auto name : {&StoredChannel::name, &StoredChannel::secondName}) {
-        for (const StoredPart& part : parts) {
-            for (const StoredChannel& candidate : part.channels) {
-                if (candidate.view == view && candidate.*name == channel) return {&part, &candidate};
+    for (const bool saved : {false, true}) {  // an added channel stands before the file's own
+        for (const auto name : {&StoredChannel::name, &StoredChannel::secondName}) {
+            for (const StoredPart& part : parts) {
+                for (const StoredChannel& candidate : part.channels) {
+                    const bool here = part.saved == saved && candidate.view == view && candidate.*name == channel;
+                    if (here) return {&part, &candidate};
+                }
             }
         }
     }
@@ -206,6 +209,7 @@ MultiViewFile* MultiViewFile::fileOf(const std::string& view) const {
 }
 
 const std::filesystem::path& MultiViewFile::pathOf(const std::string& view) const {
+    if (const auto own = contents_->viewPaths.find(view); own != contents_->viewPaths.end()) return own->second;
     const MultiViewFile* file = fileOf(view);
     return file ? file->path() : path();
 }
@@ -318,6 +322,91 @@ void MultiViewFile::replace(const std::string& view, const std::string& channel,
         storeRow(stored->type, row, common.width(), stored->pixels.data() + offsetOf(window, pixelBytes, common.x0, y));
     }
     part->replaced = true;
+}
+
+namespace {
+
+/// A channel's pixels as they are stored: from the top row of `window` (in the plane's coordinates) downward.
+StoredChannel storedChannel(const ViewChannel& name, const std::string& fileName, Imf::PixelType type,
+                            const std::vector<float>& pixels, int planeWidth, const Box& window) {
+    StoredChannel stored;
+    stored.fileName = fileName;
+    stored.view = name.view;
+    stored.name = name.channel;
+    stored.type = type;
+    const std::size_t pixelBytes = bytesOf(type);
+    stored.pixels.allocate(static_cast<std::size_t>(window.pixels()) * pixelBytes);
+    for (std::int32_t y = window.y0; y < window.y1; ++y)
+        storeRow(type, pixels.data() + std::int64_t{y} * planeWidth + window.x0, window.width(),
+                 stored.pixels.data() + offsetOf(window, pixelBytes, window.x0, y));
+    return stored;
+}
+
+}  // namespace
+
+MultiViewFile MultiViewFile::make(std::span<const ViewFile> sources, int width, int height,
+                                  std::span<const NewView> views, PixelStorage storage) {
+    auto contents = std::make_unique<Contents>();
+    contents->path = sources.front().path;
+    for (const ViewFile& source : sources)
+        contents->viewPaths[source.view] = source.path;
+    StoredPart part;
+    part.header = Imf::Header(width, height);
+    part.replaced = true;
+    const Imf::PixelType type = storage == PixelStorage::half ? Imf::HALF : Imf::FLOAT;
+    for (const NewView& view : views) {
+        contents->views.push_back(view.name);
+        for (const NewView::Plane& plane : view.planes) {
+            const std::string fileName = joinViewName(plane.channel, view.name, views.front().name);
+            part.header.channels().insert(fileName, Imf::Channel(type));
+            part.channels.push_back(
+                storedChannel({view.name, plane.channel}, fileName, type, plane.pixels, width, {0, 0, width, height}));
+        }
+    }
+    Imf::addMultiView(part.header, contents->views);
+    contents->display = part.header.displayWindow();
+    contents->parts.push_back(std::move(part));
+    return MultiViewFile(std::move(contents));
+}
+
+void MultiViewFile::add(const std::string& view, const NewView::Plane& plane, bool saved, const std::string& origin) {
+    contents_->addedFrom = origin;
+    if (MultiViewFile* file = fileOf(view)) return file->add(file->views().front(), plane, saved, origin);
+    contents_->requireView(view);
+    if (saved && hasChannel(view, plane.channel))
+        return replace(view, plane.channel, {0, 0, width(), height()}, plane.pixels.data(), width());
+    const auto holdsView = [&](const StoredPart& part) {
+        return std::ranges::any_of(part.channels, [&](const StoredChannel& channel) { return channel.view == view; });
+    };
+    StoredPart& home = *std::ranges::find_if(contents_->parts, holdsView);
+    const Box window = contents_->planeBox(home), display{0, 0, width(), height()};
+    const bool ofSeveralViews = !home.header.hasView() && contents_->views.size() > 1;
+    const std::string fileName =
+        ofSeveralViews ? joinViewName(plane.channel, view, contents_->views.front()) : plane.channel;
+    std::vector<float> inWindow(static_cast<std::size_t>(window.pixels()), 0.0f);
+    const Box common = intersect(window, display);
+    for (std::int32_t y = common.y0; y < common.y1 && !common.empty(); ++y)
+        std::copy_n(plane.pixels.data() + std::int64_t{y} * width() + common.x0, common.width(),
+                    inWindow.data() + std::int64_t{y - window.y0} * window.width() + (common.x0 - window.x0));
+    StoredChannel stored = storedChannel({view, plane.channel}, fileName, Imf::FLOAT, inWindow, window.width(),
+                                         {0, 0, window.width(), window.height()});
+    if (saved) {
+        ENSURE(std::ranges::all_of(home.channels, &StoredChannel::inMemory), "{} was read in part only",
+               path().string());
+        home.header.channels().insert(fileName, Imf::Channel(Imf::FLOAT));
+        home.channels.push_back(std::move(stored));
+        home.replaced = true;
+        return;
+    }
+    StoredPart hidden;
+    hidden.header = home.header;
+    hidden.saved = false;
+    hidden.channels.push_back(std::move(stored));
+    contents_->parts.push_back(std::move(hidden));
+}
+
+const std::string& MultiViewFile::addedFrom() const {
+    return contents_->addedFrom;
 }
 
 }  // namespace ViewTint::Host

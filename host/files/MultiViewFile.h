@@ -25,6 +25,18 @@ public:
 /// Sets how many threads the file library uses for compression; 0 means the calling thread alone.
 void setFileThreads(int count);
 
+/// A view to be written to a new file: named planes of one size, each with its lowest row first.
+struct NewView {
+    struct Plane {
+        std::string channel;  ///< without the view's name: "R", "disparityL.x"
+        std::vector<float> pixels;
+    };
+    std::string name;
+    std::vector<Plane> planes;
+};
+
+enum class PixelStorage { half, single };
+
 /// A multi-view OpenEXR picture in memory, every channel in the type that the file has.
 ///
 /// Both ways of storing views are understood: all views in one part (`multiView` attribute; channels of the
@@ -50,6 +62,10 @@ public:
     };
     static MultiViewFile openViews(std::span<const ViewFile> files,
                                    const std::optional<std::set<std::string>>& channels = {});
+
+    /// A picture in one part that no file holds yet. `sources` are the files that its views come from.
+    static MultiViewFile make(std::span<const ViewFile> sources, int width, int height, std::span<const NewView> views,
+                              PixelStorage storage);
 
     MultiViewFile(MultiViewFile&&) noexcept;
     MultiViewFile& operator=(MultiViewFile&&) noexcept;
@@ -85,6 +101,12 @@ public:
     void replace(const std::string& view, const std::string& channel, const Box& box, const float* source,
                  std::ptrdiff_t rowStride);
 
+    /// Adds a channel to a view, over the view's data window, in single precision. `plane` covers the display window;
+    /// `origin` tells where it comes from. Unless it is to be saved, only reads see it, in place of one of that name.
+    void add(const std::string& view, const NewView::Plane& plane, bool saved, const std::string& origin);
+    /// Where the added channels come from; empty where there are none.
+    const std::string& addedFrom() const;
+
     /// Writes the picture with every attribute, channel, part, compression and pixel type that came in. Parts in
     /// which nothing was replaced are copied without decoding; in others a lossy compression works anew on every
     /// channel of the part. Written beside the target under a temporary name, synced and renamed: the target is
@@ -99,18 +121,6 @@ private:
     MultiViewFile* fileOf(const std::string& view) const;
     std::unique_ptr<Contents> contents_;
 };
-
-/// A view to be written to a new file: named planes of one size, each with its lowest row first.
-struct NewView {
-    struct Plane {
-        std::string channel;  ///< without the view's name: "R", "disparityL.x"
-        std::vector<float> pixels;
-    };
-    std::string name;
-    std::vector<Plane> planes;
-};
-
-enum class PixelStorage { half, single };
 
 /// Writes views of one size as a new multi-view OpenEXR file in one part. Colour and masks are stored as `storage`;
 /// disparity always in single precision. Throws FileError.

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -44,6 +45,7 @@ struct StoredPart {
     Imf::Header header;
     std::vector<StoredChannel> channels;
     bool replaced = false;
+    bool saved = true;  ///< false: channels that only reads see
 
     const Imath::Box2i& window() const { return header.dataWindow(); }
     std::int64_t width() const { return std::int64_t{window().max.x} - window().min.x + 1; }
@@ -71,7 +73,9 @@ struct MultiViewFile::Contents {
     std::vector<std::string> views;
     Imath::Box2i display;
     std::vector<StoredPart> parts;
-    std::vector<std::unique_ptr<MultiViewFile>> files;  ///< of several, one for each of `views`; then no parts
+    std::string addedFrom;
+    std::map<std::string, std::filesystem::path> viewPaths;  ///< where views come from that no one file holds
+    std::vector<std::unique_ptr<MultiViewFile>> files;       ///< of several, one for each of `views`; then no parts
 
     /// Takes the views and the channels' names from the headers of `parts`.
     void nameChannels();

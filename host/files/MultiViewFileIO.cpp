@@ -200,11 +200,11 @@ void writeOnlyPart(ExrStream& stream, const Imf::Header& header, const StoredPar
     }
 }
 
-void writeAllParts(ExrStream& stream, const std::vector<Imf::Header>& headers, const std::vector<StoredPart>& parts,
-                   Imf::MultiPartInputFile* source) {
+void writeAllParts(ExrStream& stream, const std::vector<Imf::Header>& headers,
+                   const std::vector<const StoredPart*>& parts, Imf::MultiPartInputFile* source) {
     Imf::MultiPartOutputFile file(stream, headers.data(), static_cast<int>(headers.size()));
     for (int index = 0; index < file.parts(); ++index) {
-        const StoredPart& part = parts[static_cast<std::size_t>(index)];
+        const StoredPart& part = *parts[static_cast<std::size_t>(index)];
         if (part.tiled()) {
             writePart(Imf::TiledOutputPart(file, index), part, source, index);
         } else {
@@ -257,7 +257,10 @@ void MultiViewFile::save(const fs::path& path) const {
     ExrStream stream(target.temporaryPath(), path);
     try {
         std::unique_ptr<Imf::MultiPartInputFile> source;
-        if (!std::ranges::all_of(contents_->parts, &StoredPart::replaced)) {
+        std::vector<const StoredPart*> parts;
+        for (const StoredPart& part : contents_->parts)
+            if (part.saved) parts.push_back(&part);
+        if (!std::ranges::all_of(parts, &StoredPart::replaced)) {
             if (FileStamp::of(contents_->path) != contents_->stamp) {
                 throw FileError(fmt::format("Cannot write '{}': '{}' was changed meanwhile; run again.", path.string(),
                                             contents_->path.string()));
@@ -265,14 +268,14 @@ void MultiViewFile::save(const fs::path& path) const {
             source = std::make_unique<Imf::MultiPartInputFile>(contents_->path.c_str());
         }
         std::vector<Imf::Header> headers;
-        for (const StoredPart& part : contents_->parts) {
-            headers.push_back(part.header);
+        for (const StoredPart* part : parts) {
+            headers.push_back(part->header);
             restoreCompressionLevel(headers.back());
         }
         if (headers.size() == 1) {
-            writeOnlyPart(stream, headers.front(), contents_->parts.front(), source.get());
+            writeOnlyPart(stream, headers.front(), *parts.front(), source.get());
         } else {
-            writeAllParts(stream, headers, contents_->parts, source.get());
+            writeAllParts(stream, headers, parts, source.get());
         }
     } catch (const Iex::BaseExc& error) {
         throw FileError(fmt::format("Cannot write '{}': {}.", path.string(), error.what()));

@@ -51,9 +51,14 @@ std::string ControlPanel::help() const {
     return node_->op().node_help();
 }
 
-const std::string& ControlPanel::correctedView() const {
-    const double number = value(value("matchWhat") == 0 ? "leftView" : "rightView");
-    return views_.at(static_cast<std::size_t>(number) - 1);
+std::pair<std::string, std::string> ControlPanel::stereoViews() const {
+    const auto viewOf = [&](const char* name) { return views_.at(static_cast<std::size_t>(value(name)) - 1); };
+    return {viewOf("leftView"), viewOf("rightView")};
+}
+
+std::string ControlPanel::correctedView() const {
+    const auto [left, right] = stereoViews();
+    return value("matchWhat") == 0 ? left : right;
 }
 
 bool ControlPanel::enabled(std::string_view name) const {

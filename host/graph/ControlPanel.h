@@ -4,6 +4,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "host/graph/ControlValues.h"
@@ -25,7 +26,9 @@ public:
     std::span<const Fresco::Image::KnobDeclaration> declarations() const { return declarations_; }
     bool enabled(std::string_view name) const;
     /// The name of the view that the node corrects.
-    const std::string& correctedView() const;
+    std::string correctedView() const;
+    /// The names of the left and of the right view.
+    std::pair<std::string, std::string> stereoViews() const;
     /// The operator's own help.
     std::string help() const;
     /// Of a control that exists and holds a value.

@@ -83,6 +83,7 @@ void FileReadOp::append(Fresco::Image::Hash& hash) {
     hash.append(std::filesystem::file_size(file_->pathOf(view_), ignored));
     hash.append(std::filesystem::last_write_time(file_->pathOf(view_), ignored).time_since_epoch().count());
     hash.append(view_);
+    hash.append(std::string_view(file_->addedFrom()));
     for (const ChannelRoles::Role& role : roles_.all())
         hash.append(role.fileChannel);
 }

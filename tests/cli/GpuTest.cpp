@@ -16,8 +16,8 @@ protected:
         EXPECT_EQ(pack("in.exr").exitCode, 0);
     }
     void TearDown() override {
-        for (const char* name : {"VIEWTINT_CUDA_DRIVER", "VIEWTINT_STAND_IN_MIB", "VIEWTINT_STAND_IN_DEVICES",
-                                 "VIEWTINT_STAND_IN_FAIL"})
+        for (const char* name :
+             {"VIEWTINT_CUDA_DRIVER", "VIEWTINT_STAND_IN_MIB", "VIEWTINT_STAND_IN_DEVICES", "VIEWTINT_STAND_IN_FAIL"})
             unsetenv(name);
         CommandTest::TearDown();
     }

@@ -453,7 +453,7 @@ TEST_F(Render, WrongCallsSayWhatWouldDoAndLeaveNothing) {
          "'maybe' is no value for the control previewCorrection: it is switched on or off."},
         {{"--leftView", "middle"}, "'middle' is no value for the control leftView: the views are left, right."},
         {{"--blockSize"}, "--blockSize"},
-        {{"more.exr"}, "'more.exr' was not expected; see 'viewtint render --help'."},
+        {{"more.exr"}, "RIGHT: there is no file 'more.exr'; check its name and folder."},
         {{"--channel", "G"}, "'G' assigns no channel; write ROLE=NAME, for example red=beauty.R."},
         {{"--channel", "grün=G"}, "There is no channel role 'grün'; the roles are: red, green, blue, alpha, "},
         {{"--mask", "absent.exr", "--maskWith", "3"}, "there is no file 'absent.exr'; check its name and folder"},

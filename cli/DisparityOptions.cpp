@@ -1,0 +1,113 @@
+#include "cli/DisparityOptions.h"
+
+#include <fmt/format.h>
+
+#include <utility>
+#include <vector>
+
+#include "cli/CallError.h"
+#include "cli/Printing.h"
+#include "host/files/Picture.h"
+#include "host/packing/PackFiles.h"
+#include "host/sequence/FramePattern.h"
+
+namespace ViewTint::Cli {
+
+namespace {
+
+using Host::NewView;
+
+/// Red, green, blue and alpha of an ordinary picture as a view.
+NewView viewOf(const char* name, const std::string& path, Host::Picture&& picture) {
+    const auto plane = [&](const char* channel) -> std::vector<float>* {
+        for (std::size_t i = 0; i < picture.channels.size(); ++i)
+            if (picture.channels[i] == channel) return &picture.planes[i];
+        return nullptr;
+    };
+    NewView view{name, {}};
+    const bool grey = plane("Y") != nullptr;
+    for (const char* channel : {"R", "G", "B"}) {
+        const auto* source = plane(grey ? "Y" : channel);
+        if (!source)
+            throw Host::FileError(
+                fmt::format("Cannot use '{}': it has no red, green and blue channels; give a colour picture.", path));
+        view.planes.push_back({channel, *source});
+    }
+    const auto* alpha = plane("A");
+    view.planes.push_back({"A", alpha ? *alpha : std::vector<float>(picture.planes.front().size(), 1.0f)});
+    return view;
+}
+
+}  // namespace
+
+void DisparityOptions::addPictureTo(CLI::App& command) {
+    command.add_option("RIGHT", right, "The right view, where FILE is the left one: two pictures of one size")
+        ->type_name("RIGHT");
+    command
+        .add_option("--input-colourspace", colourspace,
+                    "Colour of two such pictures (default: sRGB for integer formats, linear for float ones)")
+        ->check(CLI::IsMember({"sRGB", "linear"}));
+}
+
+void DisparityOptions::addTo(CLI::App& command) {
+    command
+        .add_option("--disparity", from,
+                    "Disparity and occlusion: estimated from the views, the file's own, or those of another multi-view "
+                    "OpenEXR file or sequence (default: the file's, estimated where it has none)")
+        ->type_name("estimate|file|FILE");
+    command.add_flag("--write-disparity", save, "Writes estimated disparity and occlusion with the picture");
+}
+
+Host::MultiViewFile DisparityOptions::openPair(const std::string& left) const {
+    if (!std::filesystem::is_regular_file(*right))
+        throw CallError(fmt::format("RIGHT: there is no file '{}'; check its name and folder.", *right));
+    std::vector<NewView> views;
+    int width = 0, height = 0;
+    for (const auto& [name, path] : {std::pair<const char*, std::string>{"left", left}, {"right", *right}}) {
+        const Host::Colourspace space = !colourspace             ? Host::usualColourspace(path)
+                                        : *colourspace == "sRGB" ? Host::Colourspace::sRGB
+                                                                 : Host::Colourspace::linear;
+        Host::Picture picture = Host::readPicture(path, space);
+        if (!views.empty() && (picture.width != width || picture.height != height))
+            throw Host::FileError(fmt::format("'{}' is {} x {} pixels, but '{}' is {} x {}; give both views one size.",
+                                              path, picture.width, picture.height, left, width, height));
+        width = picture.width, height = picture.height;
+        views.push_back(viewOf(name, path, std::move(picture)));
+    }
+    const std::vector<Host::MultiViewFile::ViewFile> sources{{"left", left}, {"right", *right}};
+    return Host::MultiViewFile::make(sources, width, height, views, Host::PixelStorage::single);
+}
+
+Host::ParallaxSettings DisparityOptions::settings(const std::pair<std::string, std::string>& views) const {
+    Host::ParallaxSettings settings{.views = views, .save = save};
+    if (from == "estimate") {
+        settings.from = Host::DisparityFrom::estimate;
+    } else if (from == "file") {
+        settings.from = Host::DisparityFrom::file;
+    } else if (!from.empty()) {
+        settings.from = Host::DisparityFrom::otherFile;
+        const auto pattern = Host::FramePattern::parse(from);
+        if (!pattern && !std::filesystem::exists(from))
+            throw CallError(
+                fmt::format("--disparity: there is no file '{}'; give estimate, file or the name of one.", from));
+        settings.otherFile = [pattern, name = from](int frame) {
+            return pattern ? pattern->path(frame) : std::filesystem::path(name);
+        };
+    }
+    return settings;
+}
+
+void tellParallax(const Host::ParallaxReport& report, const std::string& file, bool quiet) {
+    constexpr double half = 0.5;
+    if (!quiet)
+        put(stderr,
+            fmt::format("viewtint: {}: disparity estimated; found in the other view: left {:.1f}%, right {:.1f}%\n",
+                        file, 100 * report.leftMatched, 100 * report.rightMatched));
+    if ((report.leftMatched + report.rightMatched) / 2 < half)
+        complain(fmt::format(
+            "{}: less than half of the picture was found in the other view; what wasn't counts as occluded. "
+            "Are these two views of one scene, left and right not exchanged?",
+            file));
+}
+
+}  // namespace ViewTint::Cli

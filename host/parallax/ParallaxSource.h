@@ -1,0 +1,67 @@
+#pragma once
+
+#include <filesystem>
+#include <functional>
+#include <optional>
+#include <set>
+#include <string>
+#include <utility>
+
+#include "host/graph/ChannelRoles.h"
+#include "host/graph/FrameSource.h"
+#include "host/graph/OperatorNode.h"
+
+namespace ViewTint::Host {
+
+/// Where the disparity of a picture is taken from.
+enum class DisparityFrom {
+    fileOrEstimate,  ///< estimated where the picture has none
+    estimate,
+    file,
+    otherFile
+};
+
+struct ParallaxSettings {
+    DisparityFrom from = DisparityFrom::fileOrEstimate;
+    /// For otherFile: the multi-view picture of a frame that has the channels.
+    std::function<std::filesystem::path(int frame)> otherFile = nullptr;
+    std::pair<std::string, std::string> views{"left", "right"};
+    bool save = false;  ///< the channels are written with the picture
+};
+
+/// What was found for one frame.
+struct ParallaxReport {
+    int frame = 0;
+    double leftMatched = 0, rightMatched = 0;  ///< shares of pixels that the other view shows
+};
+
+/// Frames with disparity and occlusion, estimated by `Q_ParallaxField` or taken from another file, as far as they have
+/// none.
+class ParallaxSource : public FrameSource {
+public:
+    /// `frames` and `services` must outlive this.
+    ParallaxSource(FrameSource& frames, ChannelRoles roles, ParallaxSettings settings, const RenderServices& services);
+
+    /// Called for each frame that was estimated.
+    std::function<void(const ParallaxReport& report)> report;
+
+    /// Throws FileError; RenderError where a picture has not two views of one size, RenderInterrupted.
+    std::shared_ptr<MultiViewFile> frame(int number) override;
+
+    /// Whether a frame, if it can be read, is one to estimate.
+    bool estimatesFor(int number);
+    /// The channels of colour that an estimate needs, as files name them.
+    std::set<std::string> coloursNeeded() const;
+
+private:
+    bool lacksDisparity(const MultiViewFile& picture) const;
+    void estimate(int number, const std::shared_ptr<MultiViewFile>& picture) const;
+    void takeFrom(const std::filesystem::path& path, MultiViewFile& picture) const;
+
+    FrameSource& frames_;
+    ChannelRoles roles_;
+    ParallaxSettings settings_;
+    const RenderServices& services_;
+};
+
+}  // namespace ViewTint::Host
