@@ -65,6 +65,10 @@ struct Gpus {
     std::vector<std::string> problems;
 
     Gpus() {
+        if (!VIEWTINT_HAS_GPU_TEXT) {
+            problems.push_back("this build was made without a compiler for GPUs");
+            return;
+        }
         for (auto& device : Vellum::Compute::CUDA::Device::all(problems)) {
             std::vector<std::unique_ptr<Vellum::Compute::Device>> one;
             one.push_back(std::move(device));

@@ -137,6 +137,29 @@ void keepAlike(cv::Mat& own, const cv::Mat& picture, const cv::Mat& other, int s
     own.setTo(unknown, difference > most * known);
 }
 
+/// Gives single unknown pixels and thin lines of them the median of their surroundings: what is hidden is wider.
+void fillSpecks(cv::Mat& map) {
+    constexpr int reach = 2;
+    cv::Mat hole(map.size(), CV_8U), wide;
+    for (int y = 0; y < map.rows; ++y)
+        for (int x = 0; x < map.cols; ++x)
+            hole.at<std::uint8_t>(y, x) = std::isnan(map.at<float>(y, x)) ? 255 : 0;
+    cv::morphologyEx(hole, wide, cv::MORPH_OPEN, cv::Mat::ones(3, 3, CV_8U), {-1, -1}, 1, cv::BORDER_REPLICATE);
+    const cv::Mat before = map.clone();
+    std::vector<float> known;
+    for (int y = 0; y < map.rows; ++y)
+        for (int x = 0; x < map.cols; ++x) {
+            if (!hole.at<std::uint8_t>(y, x) || wide.at<std::uint8_t>(y, x)) continue;
+            known.clear();
+            for (int v = std::max(y - reach, 0); v <= std::min(y + reach, map.rows - 1); ++v)
+                for (int u = std::max(x - reach, 0); u <= std::min(x + reach, map.cols - 1); ++u)
+                    if (const float value = before.at<float>(v, u); !std::isnan(value)) known.push_back(value);
+            if (known.empty()) continue;
+            std::nth_element(known.begin(), known.begin() + known.size() / 2, known.end());
+            map.at<float>(y, x) = known[known.size() / 2];
+        }
+}
+
 /// A smaller picture, at most so wide.
 double scaleTo(int width, int most) {
     return width <= most ? 1.0 : double(most) / width;
@@ -311,6 +334,8 @@ ParallaxEstimate estimateParallax(const RgbPicture& left, const RgbPicture& righ
     step();
     keepAlike(maps.left, leftStructure, aligned, -1);
     keepAlike(maps.right, aligned, leftStructure, 1);
+    fillSpecks(maps.left);
+    fillSpecks(maps.right);
     maps.right = backOnItsRows(maps.right, offset);
 
     ParallaxEstimate estimate{asMap(maps.left, Side::left, offset), asMap(maps.right, Side::right, offset), {}, {}, 0};

@@ -2,7 +2,19 @@
 
 #include <cstdlib>
 
+#include "compute/Device.h"
 #include "node/KernelLibraries.h"
+
+namespace {
+
+class NeedsGpuText : public testing::Environment {
+    void SetUp() override {
+        if (VellumLibrary::FindGPUContexts(Cobalt::Device::APIEnum::CUDA).empty())
+            GTEST_SKIP() << VellumLibrary::GetGPUProblems(Cobalt::Device::APIEnum::CUDA).front();
+    }
+};
+
+}  // namespace
 
 /// Without a word in the environment the libraries are the stand-ins.
 int main(int argc, char** argv) {
@@ -11,5 +23,6 @@ int main(int argc, char** argv) {
     setenv("VIEWTINT_STAND_IN_MIB", "256", 0);
     testing::InitGoogleTest(&argc, argv);
     Vellum::registerKernelLibraries();
+    testing::AddGlobalTestEnvironment(new NeedsGpuText);
     return RUN_ALL_TESTS();
 }

@@ -10,6 +10,7 @@ class Gpu : public CommandTest {
 protected:
     void SetUp() override {
         CommandTest::SetUp();
+        if (!VIEWTINT_HAS_GPU_TEXT) GTEST_SKIP() << "this build was made without a compiler for GPUs";
         setenv("VIEWTINT_CUDA_DRIVER", VIEWTINT_STAND_IN_DRIVER, 1);
         setenv("VIEWTINT_STAND_IN_MIB", "256", 1);
         writePair();

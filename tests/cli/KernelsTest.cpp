@@ -38,7 +38,7 @@ TEST_F(Kernels, OneIsShownWithEverything) {
     std::vector<std::string> keys;
     for (const auto& [index, key] : tree.get_child("keys"))
         keys.push_back(key.data());
-    ASSERT_EQ(keys.size(), 2 * tree.get_child("pixel_types").size()) << "one-pixel and packed code for each";
+    ASSERT_EQ(keys.size(), 3 * tree.get_child("pixel_types").size()) << "one-pixel, packed and GPU code for each";
     EXPECT_EQ(keys[1].substr(64), "_2_2_19_1f_1f");
 }
 

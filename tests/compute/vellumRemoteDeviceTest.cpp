@@ -92,9 +92,11 @@ TEST(RemoteDevice, argumentsAndGridOfAPlainCall) {
     iterate("testAxisSumKernel", {&a, &o}, device, IterationController::over({-2, 3, 20, 19}, 1, 3));
     ASSERT_EQ(device.launches.size(), 1u);
     const auto& launch = device.launches.front();
-    EXPECT_EQ(launch.grid.groups[0], 2);  // 22 columns by 16 rows by 2 components in groups of 16 by 16
-    EXPECT_EQ(launch.grid.groups[1], 1);
+    // 22 columns by 16 rows by 2 components in groups of 32 by 8.
+    EXPECT_EQ(launch.grid.groups[0], 1);
+    EXPECT_EQ(launch.grid.groups[1], 2);
     EXPECT_EQ(launch.grid.groups[2], 2);
+    EXPECT_EQ(launch.grid.workers[0] * 100 + launch.grid.workers[1], 3208);
     Reader reader(launch.arguments);
     expectBox(reader, {-2, 3, 20, 19});
     expectImage(reader, a);
