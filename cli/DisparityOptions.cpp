@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <stdexcept>
 #include <utility>
 #include <vector>
 
@@ -9,7 +10,6 @@
 #include "cli/Printing.h"
 #include "host/files/Picture.h"
 #include "host/packing/PackFiles.h"
-#include "host/sequence/FramePattern.h"
 
 namespace ViewTint::Cli {
 
@@ -80,19 +80,10 @@ Host::MultiViewFile DisparityOptions::openPair(const std::string& left) const {
 
 Host::ParallaxSettings DisparityOptions::settings(const std::pair<std::string, std::string>& views) const {
     Host::ParallaxSettings settings{.views = views, .save = save};
-    if (from == "estimate") {
-        settings.from = Host::DisparityFrom::estimate;
-    } else if (from == "file") {
-        settings.from = Host::DisparityFrom::file;
-    } else if (!from.empty()) {
-        settings.from = Host::DisparityFrom::otherFile;
-        const auto pattern = Host::FramePattern::parse(from);
-        if (!pattern && !std::filesystem::exists(from))
-            throw CallError(
-                fmt::format("--disparity: there is no file '{}'; give estimate, file or the name of one.", from));
-        settings.otherFile = [pattern, name = from](int frame) {
-            return pattern ? pattern->path(frame) : std::filesystem::path(name);
-        };
+    try {
+        settings.parse(from);
+    } catch (const std::invalid_argument& error) {
+        throw CallError(fmt::format("--disparity: {}", error.what()));
     }
     return settings;
 }

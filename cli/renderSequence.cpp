@@ -133,9 +133,7 @@ int renderSequence(RenderOptions& options) {
         progress.clear();
         tellParallax(report, source.paths(report.frame).front().string(), options.quiet || options.json);
     };
-    // A neighbour's occlusion has to be estimated too.
-    if (settings.neighbours.reach > 0 && withDisparity.estimatesFor(settings.frames.front()))
-        settings.neighbours.channels.merge(withDisparity.coloursNeeded());
+    withDisparity.addTo(settings.neighbours, settings.frames.front());
     Host::RenderJob job(withDisparity, std::move(controls), rolesOf(options), services);
     if (options.mask && !mask) job.setMask(openMask(*options.mask));
 

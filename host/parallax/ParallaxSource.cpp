@@ -4,13 +4,14 @@
 
 #include <algorithm>
 #include <array>
-#include <numeric>
+#include <stdexcept>
 
 #include "base/Exception.h"
 #include "host/graph/ProjectViews.h"
 #include "host/graph/ReaderOps.h"
 #include "host/graph/RenderJob.h"
 #include "host/parallax/ParallaxField.h"
+#include "host/sequence/FramePattern.h"
 
 namespace ViewTint::Host {
 
@@ -45,15 +46,27 @@ double shareBelowHalf(const std::vector<float>& values) {
 
 }  // namespace
 
+void ParallaxSettings::parse(const std::string& text) {
+    from = text.empty()         ? DisparityFrom::fileOrEstimate
+           : text == "estimate" ? DisparityFrom::estimate
+           : text == "file"     ? DisparityFrom::file
+                                : DisparityFrom::otherFile;
+    if (from != DisparityFrom::otherFile) return;
+    const auto pattern = FramePattern::parse(text);
+    if (!pattern && !std::filesystem::exists(text))
+        throw std::invalid_argument(
+            fmt::format("there is no file '{}' with disparity; give estimate, file or the name of one.", text));
+    otherFile = [pattern, text](int frame) { return pattern ? pattern->path(frame) : std::filesystem::path(text); };
+}
+
 ParallaxSource::ParallaxSource(FrameSource& frames, ChannelRoles roles, ParallaxSettings settings,
                                const RenderServices& services)
     : frames_(frames), roles_(std::move(roles)), settings_(std::move(settings)), services_(services) {}
 
-std::set<std::string> ParallaxSource::coloursNeeded() const {
-    std::set<std::string> channels;
+void ParallaxSource::addTo(NeighbourRequests& neighbours, int frame) {
+    if (neighbours.reach == 0 || !estimatesFor(frame)) return;
     for (const ChannelRoles::Role& role : roles_.all())
-        if (isColour(role)) channels.insert(role.fileChannel);
-    return channels;
+        if (isColour(role)) neighbours.channels.insert(role.fileChannel);
 }
 
 bool ParallaxSource::lacksDisparity(const MultiViewFile& picture) const {

@@ -3,12 +3,12 @@
 #include <filesystem>
 #include <functional>
 #include <optional>
-#include <set>
 #include <string>
 #include <utility>
 
 #include "host/graph/ChannelRoles.h"
 #include "host/graph/FrameSource.h"
+#include "host/graph/NeighbourRequests.h"
 #include "host/graph/OperatorNode.h"
 
 namespace ViewTint::Host {
@@ -27,6 +27,10 @@ struct ParallaxSettings {
     std::function<std::filesystem::path(int frame)> otherFile = nullptr;
     std::pair<std::string, std::string> views{"left", "right"};
     bool save = false;  ///< the channels are written with the picture
+
+    /// Takes `from` and `otherFile` from "estimate", "file", the name of a file or of a sequence, or "", which stands
+    /// for fileOrEstimate. Throws std::invalid_argument where there is no such file.
+    void parse(const std::string& text);
 };
 
 /// What was found for one frame.
@@ -48,12 +52,12 @@ public:
     /// Throws FileError; RenderError where a picture has not two views of one size, RenderInterrupted.
     std::shared_ptr<MultiViewFile> frame(int number) override;
 
-    /// Whether a frame, if it can be read, is one to estimate.
-    bool estimatesFor(int number);
-    /// The channels of colour that an estimate needs, as files name them.
-    std::set<std::string> coloursNeeded() const;
+    /// Adds the colours of neighbours to what is read of them where frames like this one are to be estimated: then so
+    /// must the occlusion be that a render looks at.
+    void addTo(NeighbourRequests& neighbours, int frame);
 
 private:
+    bool estimatesFor(int number);
     bool lacksDisparity(const MultiViewFile& picture) const;
     void estimate(int number, const std::shared_ptr<MultiViewFile>& picture) const;
     void takeFrom(const std::filesystem::path& path, MultiViewFile& picture) const;

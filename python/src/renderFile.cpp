@@ -13,6 +13,7 @@
 #include "host/graph/ControlPanel.h"
 #include "host/graph/RenderJob.h"
 #include "host/graph/SettingError.h"
+#include "host/parallax/ParallaxSource.h"
 #include "host/sequence/SequenceRender.h"
 #include "operations.h"
 
@@ -31,10 +32,23 @@ std::shared_ptr<const MultiViewFile> openPicture(const std::string& path) {
     return std::make_shared<MultiViewFile>(MultiViewFile::open(path));
 }
 
+/// Where disparity comes from, as the command's option tells it, for the views that the controls choose.
+Host::ParallaxSettings parallaxSettings(const std::string& disparity, const Host::ControlValues& controls,
+                                        const std::vector<std::string>& views) {
+    Host::ParallaxSettings settings;
+    settings.parse(disparity);
+    settings.views = Host::ControlPanel(controls, views).stereoViews();
+    return settings;
+}
+
 void renderStill(const std::string& input, const std::string& output, Host::ControlValues controls,
-                 const std::optional<std::string>& mask) {
+                 const std::optional<std::string>& mask, const std::string& disparity) {
     constexpr int frame = 1;
-    Host::StillSource source(std::make_shared<MultiViewFile>(MultiViewFile::open(input)), frame);
+    const auto picture = std::make_shared<MultiViewFile>(MultiViewFile::open(input));
+    Host::StillSource still(picture, frame);
+    const Host::RenderServices services;
+    Host::ParallaxSource source(still, Host::ChannelRoles(), parallaxSettings(disparity, controls, picture->views()),
+                                services);
     Host::RenderJob job(source, std::move(controls), Host::ChannelRoles());
     if (mask) job.setMask(openPicture(*mask));
     job.render(frame, output);
@@ -42,7 +56,8 @@ void renderStill(const std::string& input, const std::string& output, Host::Cont
 
 std::vector<FrameResult> renderSequence(const FramePattern& input, const std::string& output,
                                         Host::ControlValues controls, const std::optional<std::string>& mask,
-                                        const std::optional<std::string>& frames, bool skipExisting) {
+                                        const std::optional<std::string>& frames, bool skipExisting,
+                                        const std::string& disparity) {
     const auto outputs = FramePattern::parse(output);
     if (!outputs) throw std::invalid_argument("'" + output + "' has no place for the frame number.");
     const auto masks = mask ? FramePattern::parse(*mask) : std::nullopt;
@@ -51,9 +66,13 @@ std::vector<FrameResult> renderSequence(const FramePattern& input, const std::st
     settings.frames = frames ? Host::parseFrames(*frames) : source.files();
     settings.skipExisting = skipExisting;
     settings.memory = memoryForFrames;
-    settings.neighbours =
-        Host::neighbourRequests(controls, Host::ChannelRoles(), source.views(settings.frames.front()));
-    Host::RenderJob job(source, std::move(controls), Host::ChannelRoles());
+    const std::vector<std::string> views = source.views(settings.frames.front());
+    settings.neighbours = Host::neighbourRequests(controls, Host::ChannelRoles(), views);
+    const Host::RenderServices services;
+    Host::ParallaxSource withDisparity(source, Host::ChannelRoles(), parallaxSettings(disparity, controls, views),
+                                       services);
+    withDisparity.addTo(settings.neighbours, settings.frames.front());
+    Host::RenderJob job(withDisparity, std::move(controls), Host::ChannelRoles());
     if (mask && !masks) job.setMask(openPicture(*mask));
     std::vector<FrameResult> results;
     Host::SequenceRender render(source, job, *outputs, settings);
@@ -67,22 +86,22 @@ std::vector<FrameResult> renderSequence(const FramePattern& input, const std::st
 
 std::vector<FrameResult> renderAny(const std::string& input, const std::string& output, const Settings& given,
                                    const std::optional<std::string>& mask, const std::optional<std::string>& frames,
-                                   bool skipExisting) {
+                                   bool skipExisting, const std::string& disparity) {
     Host::ControlValues controls(Host::viewTintClass);
     for (const auto& [name, text] : given)
         controls.set(name, text);
     if (const auto pattern = FramePattern::parse(input))
-        return renderSequence(*pattern, output, std::move(controls), mask, frames, skipExisting);
-    renderStill(input, output, std::move(controls), mask);
+        return renderSequence(*pattern, output, std::move(controls), mask, frames, skipExisting, disparity);
+    renderStill(input, output, std::move(controls), mask, disparity);
     return {};
 }
 
 nb::list renderFile(const std::string& input, const std::string& output, const Settings& given,
-                    const std::optional<std::string>& mask, const std::optional<std::string>& frames,
-                    bool skipExisting) {
+                    const std::optional<std::string>& mask, const std::optional<std::string>& frames, bool skipExisting,
+                    const std::string& disparity) {
     std::vector<FrameResult> results;
     try {
-        results = unlocked([&] { return renderAny(input, output, given, mask, frames, skipExisting); });
+        results = unlocked([&] { return renderAny(input, output, given, mask, frames, skipExisting, disparity); });
     } catch (const Host::SettingError& error) {
         raiseValue(error.what());
     } catch (const std::invalid_argument& error) {
@@ -109,7 +128,7 @@ nb::list renderFile(const std::string& input, const std::string& output, const S
 
 void bindRenderFile(nb::module_& module) {
     module.def("_render_file", &renderFile, "input"_a, "output"_a, "controls"_a, "mask"_a.none(), "frames"_a.none(),
-               "skip_existing"_a);
+               "skip_existing"_a, "disparity"_a);
 }
 
 }  // namespace ViewTint::Python

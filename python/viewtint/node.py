@@ -98,15 +98,16 @@ class Node:
         return picture
 
 
-def render_file(input, output, mask=None, frames=None, skip_existing=False, **controls):
+def render_file(input, output, mask=None, frames=None, skip_existing=False, disparity="", **controls):
     """Corrects one view of a multi-view OpenEXR file, or of each frame of a sequence, as `viewtint render` does.
 
     input, output: files, or names with a place for the frame number such as shot.####.exr. mask: a file, or for a
-    sequence also a name with such a place. frames: a range such as "1001-1240x2"; all files without it. Controls by their
-    names. Returns for each frame of a sequence a dict of frame, file, status ("written", "skipped" or "failed"), message
+    sequence also a name with such a place. frames: a range such as "1001-1240x2"; all files without it. disparity:
+    "estimate", "file" or another file that has the channels; without it the file's, estimated where it has none.
+    Controls by their names. Returns for each frame of a sequence a dict of frame, file, status ("written", "skipped" or "failed"), message
     and seconds, in the order of ending; nothing for one picture. Raises Error where a picture or the output fails,
     ValueError for a value out of range. What is written is whole.
     """
     given = [(name, _text(value)) for name, value in controls.items()]
     path = None if mask is None else str(mask)
-    return _viewtint._render_file(str(input), str(output), given, path, frames, skip_existing)
+    return _viewtint._render_file(str(input), str(output), given, path, frames, skip_existing, str(disparity))

@@ -127,6 +127,10 @@ def test_files(tmp_path):
     for frame in 1, 2, 3:
         (tmp_path / f"shot.{frame:04}.exr").write_bytes(CONES.read_bytes())
     assert viewtint.render_file(CONES, tmp_path / "one.exr", matchingMode="Basic") == []
+    assert viewtint.render_file(CONES, tmp_path / "estimated.exr", matchingMode="Basic", disparity="estimate") == []
+    assert (tmp_path / "estimated.exr").read_bytes() != (tmp_path / "one.exr").read_bytes()
+    with pytest.raises(ValueError, match="no file 'none.exr' with disparity"):
+        viewtint.render_file(CONES, tmp_path / "two.exr", disparity="none.exr")
     results = viewtint.render_file(tmp_path / "shot.####.exr", tmp_path / "out.####.exr", matchingMode="Basic")
     assert [(result["frame"], result["status"]) for result in results] == [(1, "written"), (2, "written"), (3, "written")]
     assert (tmp_path / "one.exr").stat().st_size > 100000
