@@ -36,21 +36,27 @@ public:
     void* take(std::size_t bytes) override {
         const Current current(*this);
         Driver::Pointer address = 0;
-        return driver_.cuMemAlloc(&address, bytes) == Driver::success ? reinterpret_cast<void*>(address) : nullptr;
+        return current.bound && driver_.cuMemAlloc(&address, bytes) == Driver::success
+                   ? reinterpret_cast<void*>(address)
+                   : nullptr;
     }
     void giveBack(void* address) noexcept override {
         const Current current(*this);
-        driver_.cuMemFree(reinterpret_cast<Driver::Pointer>(address));
+        if (current.bound) driver_.cuMemFree(reinterpret_cast<Driver::Pointer>(address));
     }
 
 private:
+    /// Unlike Device::Bound it doesn't throw: blocks are given back in destructors. What wasn't bound isn't unbound, or
+    /// the thread would lose the context of its caller.
     struct Current {
-        explicit Current(const Memory& memory) : driver(memory.driver_) { driver.cuCtxPushCurrent(memory.context_); }
+        explicit Current(const Memory& memory)
+            : driver(memory.driver_), bound(driver.cuCtxPushCurrent(memory.context_) == Driver::success) {}
         ~Current() {
             Driver::Context former;
-            driver.cuCtxPopCurrent(&former);
+            if (bound) driver.cuCtxPopCurrent(&former);
         }
         const Driver& driver;
+        const bool bound;
     };
 
     const Driver& driver_;

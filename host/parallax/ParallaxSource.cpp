@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <set>
 #include <stdexcept>
 
 #include "base/Exception.h"
@@ -28,6 +29,10 @@ bool isDisparity(const ChannelRoles::Role& role) {
 }
 bool isColour(const ChannelRoles::Role& role) {
     return role.channel <= Fresco::Image::blueChannel;
+}
+/// Disparity and occlusion.
+bool isTaken(const ChannelRoles::Role& role) {
+    return role.channel > Fresco::Image::alphaChannel;
 }
 
 std::vector<float> pixelsOf(const ImagePlane& plane, int component) {
@@ -71,7 +76,7 @@ void ParallaxSource::addTo(NeighbourRequests& neighbours, int frame) {
 
 bool ParallaxSource::lacksDisparity(const MultiViewFile& picture) const {
     const auto& all = roles_.all();
-    return std::ranges::any_of(std::array{settings_.views.first, settings_.views.second}, [&](const std::string& view) {
+    return std::ranges::all_of(std::array{settings_.views.first, settings_.views.second}, [&](const std::string& view) {
         return std::ranges::none_of(all, [&](const ChannelRoles::Role& role) {
             return isDisparity(role) && picture.hasChannel(view, role.fileChannel);
         });
@@ -145,7 +150,10 @@ void ParallaxSource::estimate(int number, const std::shared_ptr<MultiViewFile>& 
 }
 
 void ParallaxSource::takeFrom(const std::filesystem::path& path, MultiViewFile& picture) const {
-    const MultiViewFile other = MultiViewFile::open(path);
+    std::set<std::string> channels;
+    for (const ChannelRoles::Role& role : roles_.all())
+        if (isTaken(role)) channels.insert(role.fileChannel);
+    const MultiViewFile other = MultiViewFile::open(path, channels);
     if (other.width() != picture.width() || other.height() != picture.height())
         throw FileError(fmt::format("'{}' is {} x {} pixels, but '{}' is {} x {}; its disparity can't be used.",
                                     path.string(), other.width(), other.height(), picture.path().string(),
@@ -157,8 +165,7 @@ void ParallaxSource::takeFrom(const std::filesystem::path& path, MultiViewFile& 
     int taken = 0;
     for (const std::string& view : {settings_.views.first, settings_.views.second})
         for (const ChannelRoles::Role& role : roles_.all()) {
-            const bool wanted = !isColour(role) && role.channel != Fresco::Image::alphaChannel;
-            if (!wanted || !other.hasChannel(view, role.fileChannel)) continue;
+            if (!isTaken(role) || !other.hasChannel(view, role.fileChannel)) continue;
             NewView::Plane plane{role.fileChannel, std::vector<float>(static_cast<std::size_t>(box.pixels()))};
             other.read(view, role.fileChannel, box, plane.pixels.data(), box.width());
             picture.add(view, plane, settings_.save, origin);

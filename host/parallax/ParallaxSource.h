@@ -15,7 +15,7 @@ namespace ViewTint::Host {
 
 /// Where the disparity of a picture is taken from.
 enum class DisparityFrom {
-    fileOrEstimate,  ///< estimated where the picture has none
+    fileOrEstimate,  ///< estimated where neither view has any
     estimate,
     file,
     otherFile
@@ -49,7 +49,8 @@ public:
     /// Called for each frame that was estimated.
     std::function<void(const ParallaxReport& report)> report;
 
-    /// Throws FileError; RenderError where a picture has not two views of one size, RenderInterrupted.
+    /// A picture that lacks a view or its colours comes as it is: the render says so. Throws FileError, RenderError,
+    /// RenderInterrupted.
     std::shared_ptr<MultiViewFile> frame(int number) override;
 
     /// Adds the colours of neighbours to what is read of them where frames like this one are to be estimated: then so

@@ -116,7 +116,6 @@ Cobalt::Device::MemoryHandle SoftwareDevice::allocate(std::size_t bytes, const C
     std::memset(address - gap, gapByte, gap);
     blocks_[address] = bytes;
     inUse_ += bytes;
-    mostInUse_ = std::max(mostInUse_, inUse_);
     Cobalt::Device::MemoryHandle block(new Block(*this, address, bytes));
     block->placeOn(*this);
     return block;

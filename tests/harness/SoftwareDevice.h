@@ -41,7 +41,6 @@ public:
     bool failedInsideCall() const { return failedInsideCall_; }
 
     std::size_t bytesInUse() const { return inUse_; }
-    std::size_t mostBytesInUse() const { return mostInUse_; }
     std::size_t budget() const { return budget_; }
     /// Runs every worker of a grid, with the device's memory accessible.
     void runWorkers(const Vellum::Kernels::CatalogueEntry& entry, int variant, bool fold, const int (&workers)[3],
@@ -75,7 +74,6 @@ private:
     char* arena_;
     std::map<char*, std::size_t> blocks_;
     std::size_t inUse_ = 0;
-    std::size_t mostInUse_ = 0;
     std::array<OperationState, 3> states_;
     bool insideCall_ = false;
     bool failedInsideCall_ = false;

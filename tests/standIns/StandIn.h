@@ -13,7 +13,4 @@ extern "C" {
 void standInFail(const char* call, int number, int result, bool always);
 /// How often a call was made.
 int standInCount(const char* call);
-/// Bytes in use on a device, and the most since the start.
-unsigned long long standInBytes(int device);
-unsigned long long standInMostBytes(int device);
 }

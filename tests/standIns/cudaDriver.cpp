@@ -52,7 +52,6 @@ struct EntryPoint {
 struct Card {
     std::unique_ptr<SoftwareDevice> device;
     std::map<unsigned long long, Cobalt::Device::MemoryHandle> blocks;
-    unsigned long long most = 0;
 };
 
 int numberFromEnvironment(const char* name, int otherwise) {
@@ -151,13 +150,6 @@ EXPORTED int standInCount(const char* call) {
     const std::lock_guard holding(state().mutex);
     return state().counts[call];
 }
-EXPORTED unsigned long long standInBytes(int device) {
-    return state().cards[static_cast<std::size_t>(device)].device->bytesInUse();
-}
-EXPORTED unsigned long long standInMostBytes(int device) {
-    return state().cards[static_cast<std::size_t>(device)].device->mostBytesInUse();
-}
-
 EXPORTED int cuInit(unsigned flags) {
     ENTER("cuInit")
     state().initialised = true;

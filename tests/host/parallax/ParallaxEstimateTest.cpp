@@ -57,7 +57,7 @@ Pair pairWith(const std::function<double(double x, double y)>& vertical = [](dou
             for (std::size_t c = 0; c < 3; ++c) {
                 const std::size_t i = pair.left.index(x, y);
                 const float tint = 0.8f + 0.1f * static_cast<float>(c);
-                pair.left.planes[c][i] = tint * (isPost ? post : wall).at(isPost ? x : x, y);
+                pair.left.planes[c][i] = tint * (isPost ? post : wall).at(x, y);
                 const double v = y - vertical(x, y);
                 pair.right.planes[c][i] = tint * (postInRight ? post.at(x + 22, v) : wall.at(x + 8, v));
             }
@@ -70,8 +70,7 @@ double shareRight(const ParallaxEstimate& estimate) {
     int right = 0, all = 0;
     for (int y = 0; y < height; ++y)
         for (int x = 8; x < width; ++x) {
-            if (x >= 92 && x < 100) continue;  // beside the post; hidden or not, the edge is ragged
-            if (x > 78 && x < 100) continue;
+            if (x > 78 && x < 100) continue;  // hidden behind the post, or at its ragged edge
             ++all;
             right += std::abs(estimate.left.disparity[estimate.left.index(x, y)] - disparityAt(x)) < 1 ? 1 : 0;
         }
