@@ -114,6 +114,16 @@ TEST_F(CudaDevice, aFullDeviceGivesBackWhatItKeptAndThenSaysSo) {
     EXPECT_THROW(Vellum::Common::copy(first, copy), Vellum::Compute::MemoryException) << "a launch needs room too";
 }
 
+TEST_F(CudaDevice, memoryGivenBackToADeadCardLeavesTheCallerBound) {
+    const Device::Bound bound(gpu());
+    { const Image kept(onGpu(a)); }
+    {
+        const FailingDriver dead("cuCtxPushCurrent", 0, 700, true);
+        gpu().pool().trim();
+    }
+    EXPECT_EQ(standIn<int()>("VIEWTINT_CUDA_DRIVER", "cuCtxSynchronize")(), 0);
+}
+
 TEST_F(CudaDevice, variantsWithoutCodeAreNotSelected) {
     const auto& entry = *Vellum::Kernels::findKernel("maxKernel");
     const Image image({box, 3}, gpu());
