@@ -16,6 +16,7 @@
 #include "cli/Printing.h"
 #include "cli/compareCommand.h"
 #include "cli/controlsCommand.h"
+#include "cli/farmCommand.h"
 #include "cli/infoCommand.h"
 #include "cli/kernelsCommand.h"
 #include "cli/packCommand.h"
@@ -102,6 +103,7 @@ int run(int argc, char** argv) {
     addInfoCommand(app, context);
     addPackCommand(app, context);
     addParallaxCommand(app, context);
+    addFarmCommand(app, context);
     addCompareCommand(app, context);
     addControlsCommand(app, context);
     addKernelsCommand(app, context);
