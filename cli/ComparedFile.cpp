@@ -5,7 +5,7 @@
 
 #include <fmt/format.h>
 
-#include "host/packing/PackFiles.h"
+#include "host/files/Picture.h"
 
 namespace ViewTint::Cli {
 

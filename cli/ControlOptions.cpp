@@ -34,12 +34,6 @@ std::string rangeOf(const KnobDeclaration& knob) {
     return knob.hasRange ? fmt::format("{:g}..{:g}", knob.minimum, knob.maximum) : "NUMBER";
 }
 
-std::string valueText(const KnobDeclaration& knob, double value) {
-    const auto number = static_cast<std::size_t>(value);
-    if (knob.kind == KnobKind::boolean) return value != 0 ? "on" : "off";
-    return number < knob.choices.size() ? "\"" + knob.choices[number] + "\"" : fmt::format("{:g}", value);
-}
-
 ControlOptions::ControlOptions() : controls_(Host::viewTintClass) {}
 
 void ControlOptions::addTo(CLI::App& command) {
@@ -50,7 +44,7 @@ void ControlOptions::addTo(CLI::App& command) {
             "--" + name, [this, name](const std::string& value) { given_.emplace_back(name, value); },
             knob.tooltip.empty() ? knob.label : plainText(knob.tooltip));
         // A view's default depends on the file.
-        const std::string preset = knob.kind == KnobKind::view ? "" : valueText(knob, knob.defaultValue);
+        const std::string preset = knob.kind == KnobKind::view ? "" : Host::valueText(knob, knob.defaultValue);
         option->type_name(rangeOf(knob))->default_str(preset)->group("Controls");
     }
 }

@@ -19,8 +19,6 @@ namespace ViewTint::Cli {
 std::string plainText(const std::string& help);
 /// "2..100", "on|off" or the labels of an enumeration.
 std::string rangeOf(const Fresco::Image::KnobDeclaration& knob);
-/// As it is typed: a number, on or off, or a label in quotes. A view's number.
-std::string valueText(const Fresco::Image::KnobDeclaration& knob, double value);
 
 /// What the command line gives for controls.
 class ControlOptions {

@@ -9,7 +9,6 @@
 #include "cli/CallError.h"
 #include "cli/Printing.h"
 #include "host/files/Picture.h"
-#include "host/packing/PackFiles.h"
 
 namespace ViewTint::Cli {
 

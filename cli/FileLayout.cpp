@@ -99,6 +99,7 @@ FileLayout readLayout(const std::filesystem::path& path) {
     FileLayout layout;
     layout.width = file.width();
     layout.height = file.height();
+    layout.made = Host::RenderRecord::of(file);
     try {
         const Imf::MultiPartInputFile headers(path.c_str());
         layout.parts = headers.parts();

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "host/files/MultiViewFile.h"
+#include "host/graph/RenderRecord.h"
 
 namespace ViewTint::Cli {
 
@@ -23,6 +24,7 @@ struct FileLayout {
     int height = 0;
     int parts = 0;
     std::string compression;  ///< of the first part
+    Host::RenderRecord made;  ///< how it was corrected, if it was
     std::vector<View> views;
 };
 

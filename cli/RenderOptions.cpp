@@ -1,11 +1,109 @@
 #include "cli/RenderOptions.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
+#include <stdexcept>
+
+#include "cli/CallError.h"
 #include "cli/Printing.h"
+#include "host/graph/RenderRecord.h"
 #include "host/sequence/FramePattern.h"
 
 namespace ViewTint::Cli {
+
+namespace {
+
+/// Files of sequences and of views are looked for later.
+const CLI::Validator existingPicture(
+    [](std::string& name) {
+        try {
+            const bool severalFiles = Host::nameForView(name, "") || Host::FramePattern::parse(name);
+            return severalFiles ? std::string() : existingFile(name);
+        } catch (const std::invalid_argument& error) {
+            return std::string(error.what());
+        }
+    },
+    "");
+
+}  // namespace
+
+void addShotOptions(CLI::App& command, RenderOptions& options) {
+    command
+        .add_option("FILE", options.input,
+                    "Multi-view OpenEXR file; a sequence as shot.####.exr, shot.@@@.exr or shot.%04d.exr; or the left "
+                    "view of a pair")
+        ->required()
+        ->check(existingPicture)
+        ->type_name("FILE");
+    command.add_option("-o,--output", options.output, "OpenEXR file to write: all that came in, one view corrected")
+        ->required()
+        ->type_name("FILE.exr");
+    command
+        .add_option("--mask", options.mask, "OpenEXR file for the node's input Mask; choose a channel by --maskWith")
+        ->check(existingPicture)
+        ->type_name("FILE");
+    command
+        .add_option("--channel", options.channels,
+                    "Reads a channel of another name, for example mask_occlusion.alpha=occluded.Y; may be repeated")
+        ->type_name("ROLE=NAME")
+        ->allow_extra_args(false);
+    command
+        .add_option("--outside", options.outside, "What frames before and after the shot hold: nothing, or the nearest")
+        ->capture_default_str()
+        ->check(CLI::IsMember({"empty", "hold"}));
+    command
+        .add_option("--frames", options.frames,
+                    "Which frames of a sequence, for example 1001-1240, 1001-1240x2 or 1001,1005 (default: all files)")
+        ->type_name("RANGE");
+    command
+        .add_option(
+            "--views", options.views,
+            "The views whose names %V stands for (%v: their first letters), where each has a file of its own; of "
+            "the output the corrected one's is written")
+        ->delimiter(',')
+        ->type_name("NAME,NAME")
+        ->default_str("left,right");
+    command
+        .add_option("--missing", options.missing,
+                    "What a frame without a file between others is: an error, or the frame before it")
+        ->capture_default_str()
+        ->check(CLI::IsMember({"error", "hold"}));
+    command
+        .add_option("--cache", options.cacheFolder,
+                    "Keeps results in a folder of this program's own: the same picture with the same controls is not "
+                    "computed again")
+        ->type_name("DIR");
+    command
+        .add_option("--cache-size", options.cacheBytes,
+                    "How much that folder may hold, for example 500MB or 20GB; what was not used for longest goes")
+        ->transform(CLI::AsSizeValue(false))
+        ->type_name("SIZE")
+        ->default_str("10GB")
+        ->needs("--cache");
+    options.disparity.addTo(command);
+    options.gpu.addTo(command);
+    options.controls.addTo(command);
+}
+
+void checkMask(const RenderOptions& options) {
+    if (options.mask && !options.controls.gives("maskWith"))
+        throw CallError(
+            "--mask: the file isn't used while maskWith is None; add for example --maskWith \"Mask Alpha\".");
+}
+
+std::string recordedOptions(const RenderOptions& options) {
+    const auto unless = [](const std::string& usual, const std::string& value) {
+        return value == usual ? std::string() : value;
+    };
+    return Host::RenderRecord::optionsText({{"channel", fmt::format("{}", fmt::join(options.channels, ","))},
+                                            {"disparity", options.disparity.from, true},
+                                            {"input-colourspace", options.disparity.colourspace.value_or("")},
+                                            {"mask", options.mask.value_or(""), true},
+                                            {"missing", unless("error", options.missing)},
+                                            {"outside", unless("empty", options.outside)},
+                                            {"write-disparity", options.disparity.save ? "on" : ""}});
+}
 
 bool isPerView(const RenderOptions& options) {
     return Host::nameForView(options.input, options.views.front()).has_value();

@@ -33,6 +33,7 @@ struct RenderOptions {
     std::string frames;
     std::string missing = "error";
     bool skipExisting = false;
+    bool skipVerified = false;
     std::uint64_t memoryBytes = 0;
     std::string stageFolder;
     std::string cacheFolder;
@@ -42,9 +43,18 @@ struct RenderOptions {
     ControlOptions controls;
 };
 
+/// Adds FILE and the options that tell what comes out of a render, whoever runs it. `options` must outlive the parsing.
+void addShotOptions(CLI::App& command, RenderOptions& options);
+
+/// What the files of a render tell of these options beside the controls.
+std::string recordedOptions(const RenderOptions& options);
+
 /// Whether each view has a file of its own.
 bool isPerView(const RenderOptions& options);
 Host::ChannelRoles rolesOf(const RenderOptions& options);
+
+/// A mask that nothing reads would go unnoticed: throws CallError.
+void checkMask(const RenderOptions& options);
 
 /// Complains of values that do nothing, and of those that together do what nobody wants.
 void warnOfOddSettings(const Host::ControlPanel& panel);

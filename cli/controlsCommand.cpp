@@ -44,11 +44,11 @@ std::string wrapped(const std::string& text, std::size_t indent) {
 
 void printKnob(const KnobDeclaration& knob, const Host::ControlPanel& panel) {
     const double value = panel.value(knob.name);
-    const std::string preset = knob.kind == KnobKind::view ? "the file's" : valueText(knob, knob.defaultValue);
+    const std::string preset = knob.kind == KnobKind::view ? "the file's" : Host::valueText(knob, knob.defaultValue);
     fmt::print("  {:<34} {:<32} {}{}\n", knob.name, fmt::format("\"{}\"", knob.label), preset,
                panel.enabled(knob.name) ? "" : "  (disabled)");
     if (knob.kind != KnobKind::view && value != knob.defaultValue)
-        fmt::print("      set to {}\n", valueText(knob, value));
+        fmt::print("      set to {}\n", Host::valueText(knob, value));
     fmt::print("{}", wrapped(rangeOf(knob) + (knob.flags & logarithmicSlider ? ", logarithmic slider" : ""), 6));
     if (!(knob.flags & startsLine)) fmt::print("      on the same line of a panel as the control before\n");
     fmt::print("{}", wrapped(plainText(knob.tooltip), 6));

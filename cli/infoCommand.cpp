@@ -68,6 +68,9 @@ void printText(const std::string& path, const FileLayout& layout) {
     fmt::print("{}: {} x {} pixels, {} {}, {} {}, {}\n", path, layout.width, layout.height, layout.views.size(),
                layout.views.size() == 1 ? "view" : "views", layout.parts, layout.parts == 1 ? "part" : "parts",
                layout.compression);
+    if (const auto& made = layout.made; !made.version.empty())
+        fmt::print("corrected by viewtint {} with {}{}{}\n", made.version, made.controls,
+                   made.options.empty() ? "" : " ", made.options);
     for (const FileLayout::View& view : layout.views) {
         fmt::print("view {}: data window {}\n", view.name, toString(view.dataBox));
         for (const Layer& layer : layersOf(view))
@@ -105,6 +108,9 @@ void printJson(const std::string& path, const FileLayout& layout) {
                                         {"height", Json::integer(layout.height)},
                                         {"parts", Json::integer(layout.parts)},
                                         {"compression", Json::text(layout.compression)},
+                                        {"corrected_by", Json::text(layout.made.version)},
+                                        {"controls", Json::text(layout.made.controls)},
+                                        {"options", Json::text(layout.made.options)},
                                         {"views", Json::array(views)}});
     fmt::print("{}\n", document.str());
 }

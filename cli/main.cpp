@@ -4,7 +4,6 @@
 #include <string>
 #include <vector>
 
-#include <OpenImageIO/imageio.h>
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 #include <tbb/global_control.h>
@@ -17,30 +16,40 @@
 #include "cli/Printing.h"
 #include "cli/compareCommand.h"
 #include "cli/controlsCommand.h"
+#include "cli/farmCommand.h"
 #include "cli/infoCommand.h"
 #include "cli/kernelsCommand.h"
 #include "cli/packCommand.h"
 #include "cli/parallaxCommand.h"
 #include "cli/renderCommand.h"
 #include "host/files/MultiViewFile.h"
+#include "host/files/Picture.h"
+#include "host/graph/BuildIdentity.h"
 
 namespace ViewTint::Cli {
 
 namespace {
 
-/// The name of the subcommand on the command line, with a space before it; empty without one.
-std::string chosenCommand(const CLI::App& app) {
-    const auto chosen = app.get_subcommands();
-    return chosen.empty() ? "" : " " + chosen.front()->get_name();
-}
+/// The innermost command on the command line, and its name after those around it, each with a space before it.
+struct ChosenCommand {
+    const CLI::App* app;
+    std::string name;
+
+    explicit ChosenCommand(const CLI::App& outermost) : app(&outermost) {
+        while (!app->get_subcommands().empty()) {
+            app = app->get_subcommands().front();
+            name += " " + app->get_name();
+        }
+    }
+};
 
 /// What is wrong with the call, as a sentence without its full stop.
 std::string explain(const CLI::App& app, const CLI::ParseError& error) {
-    if (app.get_subcommands().empty() && error.get_name() == "RequiredError") {
-        std::vector<std::string> commands;
-        for (const CLI::App* command : app.get_subcommands([](const CLI::App*) { return true; }))
-            commands.push_back(command->get_name());
-        const auto unknown = app.remaining();
+    std::vector<std::string> commands;
+    for (const CLI::App* command : ChosenCommand(app).app->get_subcommands([](const CLI::App*) { return true; }))
+        commands.push_back(command->get_name());
+    if (!commands.empty() && error.get_name() == "RequiredError") {
+        const auto unknown = app.remaining(true);
         return fmt::format("{}; the commands are {}",
                            unknown.empty() ? "a command is missing" : fmt::format("unknown command '{}'", unknown[0]),
                            fmt::join(commands, ", "));
@@ -59,7 +68,7 @@ std::optional<int> parse(CLI::App& app, int argc, char** argv) {
     } catch (const CLI::Success& wanted) {  // --help, --version
         return app.exit(wanted);
     } catch (const CLI::ParseError& error) {
-        complain(fmt::format("{}; see 'viewtint{} --help'.", explain(app, error), chosenCommand(app)));
+        complain(fmt::format("{}; see 'viewtint{} --help'.", explain(app, error), ChosenCommand(app).name));
         return exitWrongCall;
     }
 }
@@ -68,20 +77,21 @@ void refuseUnknownWords(const CLI::App& app, const CommandContext& context) {
     const std::vector<std::string> words = app.remaining(true);
     if (words.empty()) return;
     if (context.explainUnknown) context.explainUnknown(words.front());
-    throw CallError(fmt::format("'{}' was not expected; see 'viewtint{} --help'.", words.front(), chosenCommand(app)));
+    throw CallError(
+        fmt::format("'{}' was not expected; see 'viewtint{} --help'.", words.front(), ChosenCommand(app).name));
 }
 
 int runWork(const CommandContext& context) {
     const int threads = context.threads > 0 ? context.threads : tbb::info::default_concurrency();
     const tbb::global_control threadLimit(tbb::global_control::max_allowed_parallelism, std::size_t(threads));
-    OIIO::attribute("threads", threads);
+    Host::setPictureThreads(threads);
     Host::setFileThreads(threads > 1 ? threads : 0);
     return context.work();
 }
 
 int run(int argc, char** argv) {
     CLI::App app("Corrects colour differences between the two views of a stereo picture.", "viewtint");
-    app.set_version_flag("--version", "viewtint " VIEWTINT_VERSION);
+    app.set_version_flag("--version", "viewtint " + Host::programVersion());
     app.require_subcommand(1);
     app.fallthrough();
     app.allow_extras();
@@ -93,6 +103,7 @@ int run(int argc, char** argv) {
     addInfoCommand(app, context);
     addPackCommand(app, context);
     addParallaxCommand(app, context);
+    addFarmCommand(app, context);
     addCompareCommand(app, context);
     addControlsCommand(app, context);
     addKernelsCommand(app, context);

@@ -17,10 +17,10 @@
 #include "cli/Json.h"
 #include "cli/Printing.h"
 #include "cli/ProgressBar.h"
+#include "cli/Shot.h"
 #include "cli/StageTable.h"
 #include "host/graph/RenderJob.h"
 #include "host/sequence/SequenceRender.h"
-#include "host/sequence/SequenceSource.h"
 
 namespace ViewTint::Cli {
 
@@ -72,19 +72,6 @@ std::size_t halfOfTheMachinesMemory() {
     return static_cast<std::size_t>(sysconf(_SC_PHYS_PAGES)) * static_cast<std::size_t>(sysconf(_SC_PAGESIZE)) / 2;
 }
 
-/// The input's pattern, or one for each view.
-Host::SequenceSource::ViewPatterns patternsOf(const RenderOptions& options) {
-    if (!isPerView(options)) return {{"", *Host::FramePattern::parse(options.input)}};
-    Host::SequenceSource::ViewPatterns patterns;
-    for (const std::string& view : options.views)
-        patterns.emplace_back(view, *Host::FramePattern::parse(*Host::nameForView(options.input, view)));
-    return patterns;
-}
-
-std::vector<int> framesOf(const RenderOptions& options, const Host::SequenceSource& source) {
-    return options.frames.empty() ? source.files() : Host::parseFrames(options.frames);
-}
-
 }  // namespace
 
 int renderSequence(RenderOptions& options) {
@@ -92,30 +79,16 @@ int renderSequence(RenderOptions& options) {
     const auto start = std::chrono::steady_clock::now();
     std::optional<StageTable> stages;
     if (options.stats) stages.emplace();
+    Shot shot(options);
     Host::ControlValues& controls = options.controls.checked();
-    Host::SequenceSource source(
-        patternsOf(options),
-        options.outside == "hold" ? Host::SequenceSource::Outside::hold : Host::SequenceSource::Outside::empty,
-        options.missing == "hold" ? Host::SequenceSource::Missing::hold : Host::SequenceSource::Missing::fail);
     Host::SequenceSettings settings;
-    settings.frames = framesOf(options, source);
-    const std::vector<std::string> views = source.views(settings.frames.front());
-    Host::ParallaxSettings parallax;
-    {
-        const Host::ControlPanel panel(controls, views);
-        warnOfOddSettings(panel);
-        parallax = options.disparity.settings(panel.stereoViews());
-        if (isPerView(options)) settings.savedView = panel.correctedView();
-    }
-    options.output = Host::nameForView(options.output, settings.savedView).value_or(options.output);
-    requireOutput("--output", options.output, ".exr", {});
-    const auto output = Host::FramePattern::parse(options.output);
-    if (!output)
-        throw CallError(fmt::format("--output: '{}' has no place for the frame number; write for example out.####.exr.",
-                                    options.output));
+    settings.frames = shot.frames;
+    settings.savedView = shot.savedView;
     if (!options.stageFolder.empty()) throw CallError("--write-stages is for one picture, not for a sequence.");
     const auto mask = options.mask ? Host::FramePattern::parse(*options.mask) : std::nullopt;
-    settings.skipExisting = options.skipExisting;
+    settings.skip = options.skipVerified   ? Host::SkipFrames::verified
+                    : options.skipExisting ? Host::SkipFrames::whole
+                                           : Host::SkipFrames::none;
     settings.memory = options.memoryBytes > 0 ? options.memoryBytes : halfOfTheMachinesMemory();
 
     ProgressBar progress(options.quiet || options.json ? ProgressBar::Style::off : ProgressBar::Style::automatic);
@@ -126,21 +99,22 @@ int renderSequence(RenderOptions& options) {
         progress.show((static_cast<double>(place) + done) / count, fmt::format("frame {}", settings.frames[place]));
     };
     services.abort = &interruptFlag();
-    settings.neighbours = Host::neighbourRequests(controls, rolesOf(options), views);
+    settings.neighbours = Host::neighbourRequests(controls, rolesOf(options), shot.views);
     const auto cache = openCache(options);
-    Host::ParallaxSource withDisparity(source, rolesOf(options), parallax, services);
+    Host::ParallaxSource withDisparity(shot.source, rolesOf(options), shot.parallax, services);
     withDisparity.report = [&](const Host::ParallaxReport& report) {
         progress.clear();
-        tellParallax(report, source.paths(report.frame).front().string(), options.quiet || options.json);
+        tellParallax(report, shot.source.paths(report.frame).front().string(), options.quiet || options.json);
     };
     withDisparity.addTo(settings.neighbours, settings.frames.front());
     Host::RenderJob job(withDisparity, std::move(controls), rolesOf(options), services);
+    job.setOptionsText(recordedOptions(options));
     if (options.mask && !mask) job.setMask(openMask(*options.mask));
 
     FrameReports reports(settings.frames.size(), options.json, options.quiet, progress);
     bool interrupted = false;
     try {
-        Host::SequenceRender render(source, job, *output, settings);
+        Host::SequenceRender render(shot.source, job, shot.output, settings);
         render.begin = [&](int frame, std::size_t now) {
             place = now;
             if (mask) job.setMask(openMask(mask->path(frame)));

@@ -96,6 +96,7 @@ int renderStill(RenderOptions& options) {
         tellParallax(report, options.input, options.quiet);
     };
     Host::RenderJob job(withDisparity, std::move(controls), rolesOf(options), services);
+    job.setOptionsText(recordedOptions(options));
     if (options.mask) job.setMask(openMask(*options.mask));
     try {
         job.render(stillFrame, options.output, savedView);

@@ -2,6 +2,7 @@
 
 #include <ImfChannelList.h>
 #include <ImfStandardAttributes.h>
+#include <ImfStringAttribute.h>
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -262,6 +263,16 @@ std::size_t MultiViewFile::bytes() const {
     return sum;
 }
 
+std::size_t MultiViewFile::allBytes() const {
+    std::size_t sum = 0;
+    for (const auto& file : contents_->files)
+        sum += file->allBytes();
+    for (const StoredPart& part : contents_->parts)
+        for (const StoredChannel& channel : part.channels)
+            sum += static_cast<std::size_t>(part.width() * part.height()) * bytesOf(channel.type);
+    return sum;
+}
+
 Box MultiViewFile::dataBox(const std::string& view) const {
     if (const MultiViewFile* file = fileOf(view)) return file->dataBox(file->views().front());
     contents_->requireView(view);
@@ -407,6 +418,21 @@ void MultiViewFile::add(const std::string& view, const NewView::Plane& plane, bo
 
 const std::string& MultiViewFile::addedFrom() const {
     return contents_->addedFrom;
+}
+
+std::string MultiViewFile::text(const std::string& attribute) const {
+    if (!contents_->files.empty()) return contents_->files.front()->text(attribute);
+    const auto* found = contents_->parts.front().header.findTypedAttribute<Imf::StringAttribute>(attribute.c_str());
+    return found ? found->value() : "";
+}
+
+void MultiViewFile::setText(const std::string& attribute, const std::string& text) {
+    for (const auto& file : contents_->files)
+        file->setText(attribute, text);
+    if (!contents_->files.empty()) return;
+    Imf::Header& header = contents_->parts.front().header;
+    header.erase(attribute);  // one of another type would be in the way
+    header.insert(attribute, Imf::StringAttribute(text));
 }
 
 }  // namespace ViewTint::Host

@@ -55,6 +55,9 @@ public:
     static MultiViewFile open(const std::filesystem::path& path,
                               const std::optional<std::set<std::string>>& channels = {});
 
+    /// Decodes every pixel of a file to its end and keeps none: no channel may be asked for. Throws as open does.
+    static MultiViewFile check(const std::filesystem::path& path);
+
     /// A file for each view, under its name; each holds one view. Throws FileError, also where they differ in size.
     struct ViewFile {
         std::string view;
@@ -85,8 +88,9 @@ public:
     /// Width and height of the display window.
     int width() const;
     int height() const;
-    /// What the pixels take in memory.
+    /// What the pixels take in memory, and what they would take if all were read.
     std::size_t bytes() const;
+    std::size_t allBytes() const;
     /// The data window of a view's channels (of several parts: their union).
     Box dataBox(const std::string& view) const;
 
@@ -107,6 +111,10 @@ public:
     /// Where the added channels come from; empty where there are none.
     const std::string& addedFrom() const;
 
+    /// A text attribute; empty where there is none. Of several parts the first has it, of several files each.
+    std::string text(const std::string& attribute) const;
+    void setText(const std::string& attribute, const std::string& text);
+
     /// Writes the picture with every attribute, channel, part, compression and pixel type that came in. Parts in
     /// which nothing was replaced are copied without decoding; in others a lossy compression works anew on every
     /// channel of the part. Written beside the target under a temporary name, synced and renamed: the target is
@@ -117,6 +125,8 @@ public:
 
 private:
     struct Contents;
+    template <class ReadPart>
+    static std::unique_ptr<Contents> readParts(const std::filesystem::path& path, int threads, ReadPart readPart);
     explicit MultiViewFile(std::unique_ptr<Contents> contents);
     MultiViewFile* fileOf(const std::string& view) const;
     std::unique_ptr<Contents> contents_;

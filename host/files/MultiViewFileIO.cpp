@@ -28,6 +28,7 @@
 #include "host/files/ExrStream.h"
 #include "host/files/MultiViewFile.h"
 #include "host/files/MultiViewFileContents.h"
+#include "host/files/ZipPart.h"
 
 namespace ViewTint::Host {
 
@@ -111,16 +112,17 @@ Imf::FrameBuffer frameBufferOf(const StoredPart& part) {
     return buffer;
 }
 
-void readTiles(Imf::MultiPartInputFile& file, int index, const StoredPart& part) {
+void readTiles(Imf::MultiPartInputFile& file, int index, const Imf::FrameBuffer& buffer) {
     Imf::TiledInputPart input(file, index);
-    input.setFrameBuffer(frameBufferOf(part));
+    input.setFrameBuffer(buffer);
     input.readTiles(0, input.numXTiles() - 1, 0, input.numYTiles() - 1);
 }
 
-void readScanLines(Imf::MultiPartInputFile& file, int index, const StoredPart& part) {
+void readScanLines(Imf::MultiPartInputFile& file, int index, const Imath::Box2i& window,
+                   const Imf::FrameBuffer& buffer) {
     Imf::InputPart input(file, index);
-    input.setFrameBuffer(frameBufferOf(part));
-    input.readPixels(part.window().min.y, part.window().max.y);
+    input.setFrameBuffer(buffer);
+    input.readPixels(window.min.y, window.max.y);
 }
 
 StoredPart readHeader(Imf::MultiPartInputFile& file, int index, const fs::path& path, std::uintmax_t fileSize) {
@@ -143,13 +145,33 @@ StoredPart readHeader(Imf::MultiPartInputFile& file, int index, const fs::path& 
 
 template <class Wanted>
 void readPixels(Imf::MultiPartInputFile& file, int index, StoredPart& part, Wanted wanted) {
-    bool any = false;
+    std::size_t wantedBytes = 0, allBytes = 0;  // of a pixel
     for (StoredChannel& channel : part.channels) {
+        allBytes += bytesOf(channel.type);
         if (!wanted(channel)) continue;
         channel.pixels.allocate(static_cast<std::size_t>(part.width() * part.height()) * bytesOf(channel.type));
-        any = true;
+        wantedBytes += bytesOf(channel.type);
     }
-    if (any) part.tiled() ? readTiles(file, index, part) : readScanLines(file, index, part);
+    if (wantedBytes == 0) return;
+    if (2 * wantedBytes <= allBytes && ZipPart::serves(part.header)) {
+        ZipPart(part).read(file, index);
+        return;
+    }
+    const Imf::FrameBuffer buffer = frameBufferOf(part);
+    part.tiled() ? readTiles(file, index, buffer) : readScanLines(file, index, part.window(), buffer);
+}
+
+/// Decodes a part into one row of one channel, over and over: a chunk is decompressed with all its channels, and its
+/// checksum tested, whichever of them is wanted.
+void decodePixels(Imf::MultiPartInputFile& file, int index, const StoredPart& part) {
+    if (ZipPart::serves(part.header)) return ZipPart(part).check(file, index);
+    const StoredChannel& any = part.channels.front();
+    const std::size_t pixelBytes = bytesOf(any.type);
+    std::vector<char> row(static_cast<std::size_t>(part.width()) * pixelBytes);
+    const auto left = static_cast<std::ptrdiff_t>(part.window().min.x) * static_cast<std::ptrdiff_t>(pixelBytes);
+    Imf::FrameBuffer buffer;
+    buffer.insert(any.fileName, Imf::Slice(any.type, row.data() - left, pixelBytes, 0));
+    part.tiled() ? readTiles(file, index, buffer) : readScanLines(file, index, part.window(), buffer);
 }
 
 /// Reading a one-part file adds a `type` attribute to its header in memory; true if the file itself has one.
@@ -219,22 +241,21 @@ void setFileThreads(int count) {
     Imf::setGlobalThreadCount(count);
 }
 
-MultiViewFile MultiViewFile::open(const fs::path& path, const std::optional<std::set<std::string>>& channels) {
-    const auto wanted = [&](const StoredChannel& channel) {
-        return !channels || channels->contains(channel.name) || channels->contains(channel.secondName);
-    };
+template <class ReadPart>
+std::unique_ptr<MultiViewFile::Contents> MultiViewFile::readParts(const fs::path& path, int threads,
+                                                                  ReadPart readPart) {
     checkReadable(path);
     auto contents = std::make_unique<Contents>();
     contents->path = path;
     try {
         contents->stamp = FileStamp::of(path);
-        Imf::MultiPartInputFile file(path.c_str(), Imf::globalThreadCount(), /*reconstructChunkOffsetTable=*/false);
+        Imf::MultiPartInputFile file(path.c_str(), threads, /*reconstructChunkOffsetTable=*/false);
         for (int index = 0; index < file.parts(); ++index) {
             contents->parts.push_back(readHeader(file, index, path, contents->stamp.size));
         }
         contents->nameChannels();
         for (int index = 0; index < file.parts(); ++index)
-            readPixels(file, index, contents->parts[static_cast<std::size_t>(index)], wanted);
+            readPart(file, index, contents->parts[static_cast<std::size_t>(index)]);
         if (!Imf::isMultiPart(file.version()) && !onePartHeaderHasType(path)) contents->parts[0].header.erase("type");
     } catch (const FileError&) {
         throw;
@@ -249,7 +270,20 @@ MultiViewFile MultiViewFile::open(const fs::path& path, const std::optional<std:
         throw incomplete(path, error.what());
     }
     contents->display = contents->parts.front().header.displayWindow();
-    return MultiViewFile(std::move(contents));
+    return contents;
+}
+
+MultiViewFile MultiViewFile::open(const fs::path& path, const std::optional<std::set<std::string>>& channels) {
+    const auto wanted = [&](const StoredChannel& channel) {
+        return !channels || channels->contains(channel.name) || channels->contains(channel.secondName);
+    };
+    return MultiViewFile(readParts(
+        path, Imf::globalThreadCount(),
+        [&](Imf::MultiPartInputFile& file, int index, StoredPart& part) { readPixels(file, index, part, wanted); }));
+}
+
+MultiViewFile MultiViewFile::check(const fs::path& path) {
+    return MultiViewFile(readParts(path, /*threads=*/0, decodePixels));
 }
 
 void MultiViewFile::save(const fs::path& path) const {

@@ -26,6 +26,15 @@ Picture readPicture(const std::filesystem::path& path, Colourspace colourspace);
 /// Reads a one-channel picture with its integer codes as they are (255 stays 255). Throws FileError.
 Picture readCodes(const std::filesystem::path& path);
 
+/// sRGB for a picture stored as integers, linear for one stored as floats, sRGB also for one that can't be opened.
+Colourspace usualColourspace(const std::filesystem::path& path);
+
+/// Interleaved RGB in another size, by a triangle filter.
+std::vector<float> resizeRgb(const std::vector<float>& pixels, int width, int height, int newWidth, int newHeight);
+
+/// How many threads the functions here may use, from the next call on.
+void setPictureThreads(int count);
+
 /// Writes 8-bit RGB, `pixels` top row first, interleaved. Temporary name and rename, as all files. Throws FileError.
 void writeRgb8(const std::filesystem::path& path, int width, int height, const std::vector<std::uint8_t>& pixels);
 

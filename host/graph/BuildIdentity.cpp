@@ -1,6 +1,7 @@
 #include "host/graph/BuildIdentity.h"
 
 #include <elf.h>
+#include <fmt/format.h>
 #include <link.h>
 
 #include <cstring>
@@ -60,6 +61,17 @@ std::string_view buildIdentity() {
         return search.identity.empty() ? std::string(__DATE__ " " __TIME__) : search.identity;
     }();
     return identity;
+}
+
+const std::string& programVersion() {
+    static const std::string version = [] {
+        constexpr std::size_t tellingBytes = 6;
+        std::string build;
+        for (const char byte : buildIdentity().substr(0, tellingBytes))
+            build += fmt::format("{:02x}", static_cast<unsigned char>(byte));
+        return fmt::format("{} (build {})", VIEWTINT_VERSION, build);
+    }();
+    return version;
 }
 
 }  // namespace ViewTint::Host

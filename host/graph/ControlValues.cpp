@@ -92,6 +92,13 @@ double parseValue(const KnobDeclaration& knob, const std::string& text) {
 
 }  // namespace
 
+std::string valueText(const KnobDeclaration& knob, double value) {
+    const auto number = static_cast<std::size_t>(value);
+    if (knob.kind == KnobKind::boolean) return value != 0 ? "on" : "off";
+    if (number < knob.choices.size()) return "\"" + knob.choices[number] + "\"";
+    return fmt::format("{}", static_cast<float>(value));
+}
+
 ControlValues::ControlValues(std::string className) : className_(std::move(className)) {
     const auto* description = Fresco::Image::Op::Description::find(className_);
     ENSURE(description, "no operator class {} is linked", className_);
@@ -123,6 +130,18 @@ void ControlValues::set(std::string_view name, const std::string& text) {
                                        knob.minimum, knob.maximum));
     }
     given_.push_back({&knob, value, ""});
+}
+
+std::string ControlValues::text() const {
+    std::string text;
+    for (const KnobDeclaration& knob : declarations()) {
+        if (!knob.holdsValue()) continue;
+        std::string value = knob.kind == KnobKind::view ? "" : valueText(knob, knob.defaultValue);
+        for (const Given& given : given_)
+            if (given.knob == &knob) value = given.view.empty() ? valueText(knob, given.number) : given.view;
+        if (!value.empty()) text += fmt::format("{}--{} {}", text.empty() ? "" : " ", knob.name, value);
+    }
+    return text;
 }
 
 std::vector<ControlValues::Value> ControlValues::resolve(std::span<const std::string> views) const {

@@ -10,6 +10,9 @@
 
 namespace ViewTint::Host {
 
+/// A control's value as it is typed: a number, on or off, or a label in quotes; of a view its number.
+std::string valueText(const Fresco::Image::KnobDeclaration& knob, double value);
+
 /// The controls of an operator class as the class itself declares them, and the values that a user gave to some.
 class ControlValues {
 public:
@@ -24,6 +27,10 @@ public:
     /// its number; a view's name or number. Throws SettingError: no such control (with the nearest names), not a
     /// value of its kind, out of range.
     void set(std::string_view name, const std::string& text);
+
+    /// Every control with its value, as options: `--blockSize 5 --matchingMode "Local Matching"`. Views are told as
+    /// they were given, if they were: without that they are the file's.
+    std::string text() const;
 
     struct Value {
         std::string name;

@@ -176,7 +176,11 @@ private:
 };
 
 RenderJob::RenderJob(FrameSource& frames, ControlValues controls, ChannelRoles roles, RenderServices services)
-    : frames_(frames), controls_(std::move(controls)), roles_(std::move(roles)), services_(std::move(services)) {}
+    : frames_(frames),
+      controls_(std::move(controls)),
+      roles_(std::move(roles)),
+      services_(std::move(services)),
+      record_(RenderRecord::of(controls_)) {}
 
 void RenderJob::throwIfAborted() const {
     if (services_.aborted()) throw RenderInterrupted();
@@ -199,6 +203,7 @@ std::shared_ptr<MultiViewFile> RenderJob::render(int frame) {
     } catch (const Cobalt::Base::Exception& failure) {
         throw RenderError(userMessage(failure));
     }
+    record_.writeTo(*picture);
     return picture;
 }
 

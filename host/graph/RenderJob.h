@@ -5,11 +5,13 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 #include "host/graph/ChannelRoles.h"
 #include "host/graph/ControlValues.h"
 #include "host/graph/FrameSource.h"
 #include "host/graph/OperatorNode.h"
+#include "host/graph/RenderRecord.h"
 
 namespace ViewTint::Host {
 
@@ -40,6 +42,11 @@ public:
     /// Connects a picture to the operator's second input: of its views the one asked for or else the first.
     void setMask(std::shared_ptr<const MultiViewFile> mask) { mask_ = std::move(mask); }
 
+    /// Other options that the pixels depend on, for the files' record.
+    void setOptionsText(std::string text) { record_.options = std::move(text); }
+    /// What the files of these renders tell of themselves.
+    const RenderRecord& record() const { return record_; }
+
     /// Renders a frame. Returns its picture with red, green, blue and, where it has one, alpha of the corrected view
     /// replaced. Throws RenderError, RenderInterrupted, SettingError, FileError.
     std::shared_ptr<MultiViewFile> render(int frame);
@@ -59,6 +66,7 @@ private:
     ChannelRoles roles_;
     RenderServices services_;
     std::shared_ptr<const MultiViewFile> mask_;
+    RenderRecord record_;
 };
 
 }  // namespace ViewTint::Host

@@ -3,11 +3,8 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
-#include <stdexcept>
 
-#include <OpenImageIO/imagebuf.h>
-#include <OpenImageIO/imagebufalgo.h>
-
+#include "host/files/Picture.h"
 #include "host/measures/ColourDifference.h"
 #include "host/measures/SmallFont.h"
 
@@ -33,14 +30,8 @@ RgbPicture shrink(const RgbPicture& picture, int width, int height) {
     std::vector<float> values(picture.pixels() * 3);
     for (std::size_t i = 0; i < values.size(); ++i)
         values[i] = picture.planes[i % 3][i / 3];
-    OIIO::ImageBuf source(OIIO::ImageSpec(picture.width, picture.height, 3, OIIO::TypeFloat));
-    source.set_pixels(OIIO::ROI::All(), OIIO::TypeFloat, values.data());
-    const OIIO::ROI target(0, width, 0, height, 0, 1, 0, 3);
-    const OIIO::ImageBuf resized = OIIO::ImageBufAlgo::resize(source, "triangle", 0.0f, target);
+    values = resizeRgb(values, picture.width, picture.height, width, height);
     RgbPicture result(width, height);
-    values.resize(result.pixels() * 3);
-    if (resized.has_error() || !resized.get_pixels(target, OIIO::TypeFloat, values.data()))
-        throw std::runtime_error("cannot shrink a picture for the contact sheet: " + resized.geterror());
     for (std::size_t i = 0; i < values.size(); ++i)
         result.planes[i % 3][i / 3] = values[i];
     return result;

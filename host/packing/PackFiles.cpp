@@ -5,7 +5,6 @@
 #include <string>
 #include <utility>
 
-#include <OpenImageIO/imageio.h>
 #include <fmt/format.h>
 
 #include "host/files/AtomicFile.h"
@@ -121,15 +120,6 @@ StereoPair readPair(const PackRequest& request) {
 }
 
 }  // namespace
-
-Colourspace usualColourspace(const fs::path& picture) {
-    const auto input = OIIO::ImageInput::open(picture.string());
-    if (!input) {
-        OIIO::geterror();          // taken, so that it isn't told twice
-        return Colourspace::sRGB;  // whoever reads the picture next says what is wrong with it
-    }
-    return input->spec().format.is_floating_point() ? Colourspace::linear : Colourspace::sRGB;
-}
 
 PackReport packFiles(const PackRequest& request, const RowCheckpoint& checkpoint) {
     checkWritable(request.output);

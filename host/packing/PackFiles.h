@@ -46,7 +46,4 @@ struct PackReport {
 /// Reads, packs and writes. Throws FileError for files that can't be read or written or don't fit together.
 PackReport packFiles(const PackRequest& request, const RowCheckpoint& checkpoint = {});
 
-/// sRGB for a picture stored as integers, linear for one stored as floats, sRGB also for one that can't be opened.
-Colourspace usualColourspace(const std::filesystem::path& picture);
-
 }  // namespace ViewTint::Host

@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cstdint>
+#include <cstdlib>
 #include <regex>
 #include <set>
 #include <stdexcept>
@@ -71,6 +73,10 @@ std::optional<FramePattern> FramePattern::parse(const std::string& text) {
     return pattern;
 }
 
+std::string FramePattern::canonicalText() const {
+    return (folder_ / (before_ + std::string(static_cast<std::size_t>(digits_), '#') + after_)).string();
+}
+
 fs::path FramePattern::path(int frame) const {
     const std::string number = frame < 0 ? fmt::format("-{:0{}}", -static_cast<long long>(frame), digits_)
                                          : fmt::format("{:0{}}", frame, digits_);
@@ -131,6 +137,24 @@ std::vector<int> parseFrames(std::string_view text) {
         begin = end + 1;
     }
     return frames;
+}
+
+std::string formatFrames(std::span<const int> frames) {
+    std::string text;
+    while (!frames.empty()) {
+        const auto step = [&](std::size_t i) { return std::int64_t{frames[i]} - frames[i - 1]; };
+        std::size_t count = 1;
+        while (count < frames.size() && step(count) == step(1))
+            ++count;
+        // Two that are not neighbours are told one by one.
+        if (count == 2 && std::abs(step(1)) != 1) count = 1;
+        if (!text.empty()) text += ',';
+        text += fmt::format("{}", frames.front());
+        if (count > 1) text += fmt::format("-{}", frames[count - 1]);
+        if (count > 1 && std::abs(step(1)) != 1) text += fmt::format("x{}", std::abs(step(1)));
+        frames = frames.subspan(count);
+    }
+    return text;
 }
 
 }  // namespace ViewTint::Host

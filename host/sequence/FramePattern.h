@@ -2,6 +2,7 @@
 
 #include <filesystem>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -17,6 +18,8 @@ public:
     static std::optional<FramePattern> parse(const std::string& text);
 
     const std::string& text() const { return text_; }
+    /// The same for all ways of writing the place: `shot.####.exr`.
+    std::string canonicalText() const;
     /// The file of a frame. Numbers with more digits than places keep them all.
     std::filesystem::path path(int frame) const;
     /// The frames whose files exist, in ascending order.
@@ -38,5 +41,8 @@ std::optional<std::string> nameForView(const std::string& text, const std::strin
 /// Frames as they are typed: `1001`, `1001-1240`, `1001-1240x2`, and several of these with commas. In the order of
 /// typing, each once. Throws std::invalid_argument with a sentence.
 std::vector<int> parseFrames(std::string_view text);
+
+/// The shortest text that parseFrames reads back: runs of equal steps. Empty for no frames.
+std::string formatFrames(std::span<const int> frames);
 
 }  // namespace ViewTint::Host

@@ -13,6 +13,7 @@
 
 #include "compute/StageStatistics.h"
 #include "host/files/AtomicFile.h"
+#include "host/sequence/FrameCheck.h"
 
 namespace ViewTint::Host {
 
@@ -37,25 +38,12 @@ struct InFlight {
 
     InFlight(const MultiViewFile& picture, int reach, std::size_t memory) {
         const std::size_t one = std::max<std::size_t>(picture.bytes(), 1);
-        const std::size_t plane =
-            static_cast<std::size_t>(picture.width()) * static_cast<std::size_t>(picture.height()) * sizeof(float);
-        const std::size_t needed = static_cast<std::size_t>(2 * reach + 1) * one + workingPlanes * plane;
+        const std::size_t needed = memoryForOneFrame(picture, reach);
         const auto spare = memory > needed ? static_cast<int>(std::min<std::size_t>((memory - needed) / one, 100)) : 0;
         behind = std::min(mostAhead, (spare + 1) / 2);
         ahead = std::min(mostAhead, spare - behind);
     }
 };
-
-bool isWhole(const fs::path& file) {
-    std::error_code ignored;
-    if (!fs::is_regular_file(file, ignored)) return false;
-    try {
-        MultiViewFile::open(file);
-        return true;
-    } catch (const FileError&) {
-        return false;
-    }
-}
 
 }  // namespace
 
@@ -132,24 +120,29 @@ private:
     std::thread thread_;
 };
 
-void SequenceRender::checkOutput() const {
-    for (const int frame : settings_.frames) {
+std::size_t memoryForOneFrame(const MultiViewFile& picture, int reach) {
+    const std::size_t plane =
+        static_cast<std::size_t>(picture.width()) * static_cast<std::size_t>(picture.height()) * sizeof(float);
+    return static_cast<std::size_t>(2 * reach + 1) * picture.allBytes() + workingPlanes * plane;
+}
+
+void checkOutput(const SequenceSource& source, const FramePattern& output, const std::vector<int>& frames) {
+    for (const int frame : frames) {
         std::error_code ignored;
-        const fs::path output = output_.path(frame);
-        for (const fs::path& input : source_.paths(frame))
-            if (fs::equivalent(output, input, ignored) ||
-                fs::weakly_canonical(output, ignored) == fs::weakly_canonical(input, ignored))
+        const fs::path target = output.path(frame);
+        for (const fs::path& input : source.paths(frame))
+            if (fs::equivalent(target, input, ignored) ||
+                fs::weakly_canonical(target, ignored) == fs::weakly_canonical(input, ignored))
                 throw FileError(fmt::format("Cannot write '{}': it is the picture that is read; give another name.",
-                                            output.string()));
+                                            target.string()));
     }
-    const fs::path first = output_.path(settings_.frames.front());
-    checkWritable(first);
-    removeAbandonedFiles(first.parent_path());
+    checkWritable(output.path(frames.front()));
 }
 
 void SequenceRender::run() {
     if (settings_.frames.empty()) return;
-    checkOutput();
+    checkOutput(source_, output_, settings_.frames);
+    removeAbandonedFiles(output_.path(settings_.frames.front()).parent_path());
     source_.plan(settings_.frames, settings_.neighbours, 0);
     int waiting = 1;
     try {
@@ -168,12 +161,20 @@ void SequenceRender::run() {
     }
 }
 
+bool SequenceRender::skips(int frame) const {
+    if (settings_.skip == SkipFrames::none) return false;
+    using State = FrameCheck::State;
+    const State state = checkFrame(frame, output_.path(frame), job_.record()).state;
+    return settings_.skip == SkipFrames::verified ? state == State::fine
+                                                  : state != State::missing && state != State::damaged;
+}
+
 void SequenceRender::renderFrame(std::size_t place, Writer& writer) {
     const int frame = settings_.frames[place];
     FrameResult result;
     result.frame = frame;
     result.file = output_.path(frame);
-    if (settings_.skipExisting && isWhole(result.file)) {
+    if (skips(frame)) {
         result.status = FrameResult::Status::skipped;
         writer.tell(result);
         return;

@@ -24,13 +24,27 @@ struct FrameResult {
     double seconds = 0;   ///< of the render; reading and writing go on beside it
 };
 
+/// Which frames are left out because their file is there.
+enum class SkipFrames {
+    none,
+    whole,     ///< those whose file can be read to its end
+    verified,  ///< of these, those that were made with the same controls by the same version
+};
+
 struct SequenceSettings {
     std::vector<int> frames;            ///< in the order of rendering
     NeighbourRequests neighbours = {};  ///< what a render looks at in other frames
-    bool skipExisting = false;
+    SkipFrames skip = SkipFrames::none;
     std::size_t memory = 0;      ///< bytes that frames in flight may take; at least one frame and its neighbours are
     std::string savedView = {};  ///< where each view has a file of its own: that of this view is written
 };
+
+/// What a frame and its neighbours take while it is rendered, about: bytes.
+std::size_t memoryForOneFrame(const MultiViewFile& picture, int reach);
+
+/// Throws FileError where the frames can't be put under these names: one is a picture that is read, or the folder takes
+/// no files.
+void checkOutput(const SequenceSource& source, const FramePattern& output, const std::vector<int>& frames);
 
 /// Renders the frames of a sequence: the next are read and the last are written while one is rendered.
 class SequenceRender {
@@ -51,7 +65,7 @@ public:
 private:
     class Writer;
 
-    void checkOutput() const;
+    bool skips(int frame) const;
     void renderFrame(std::size_t place, Writer& writer);
 
     SequenceSource& source_;

@@ -159,9 +159,14 @@ std::shared_ptr<MultiViewFile> SequenceSource::frame(int number) {
     return slot->picture;
 }
 
-std::vector<std::string> SequenceSource::views(int number) {
+std::unique_ptr<MultiViewFile> SequenceSource::headers(int number) const {
+    const auto file = standIn(number);
+    return file ? std::make_unique<MultiViewFile>(open(*file, std::set<std::string>())) : nullptr;
+}
+
+std::vector<std::string> SequenceSource::views(int number) const {
     try {
-        if (const auto picture = frame(number)) return picture->views();
+        if (const auto picture = headers(number)) return picture->views();
     } catch (const FileError&) {
         // The render of this frame says so.
     }

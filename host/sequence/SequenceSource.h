@@ -39,8 +39,10 @@ public:
     std::vector<std::filesystem::path> paths(int frame) const;
     /// The numbers of the files that exist, in ascending order.
     const std::vector<int>& files() const { return files_; }
+    /// A frame's picture without its pixels: no channel may be asked for. Null where there is none; throws FileError.
+    std::unique_ptr<MultiViewFile> headers(int number) const;
     /// The views of a frame; "left" and "right" where it can't be read, which is told when it is rendered.
-    std::vector<std::string> views(int frame);
+    std::vector<std::string> views(int frame) const;
     /// The frames that will be rendered, in order, and what each asks of others: of these no more is read than that.
     /// `readAhead` of the frames are read before they are asked for.
     void plan(std::vector<int> frames, NeighbourRequests neighbours, int readAhead);

@@ -41,6 +41,11 @@ Host::ParallaxSettings parallaxSettings(const std::string& disparity, const Host
     return settings;
 }
 
+/// As the command tells them in its files.
+std::string optionsText(const std::optional<std::string>& mask, const std::string& disparity) {
+    return Host::RenderRecord::optionsText({{"disparity", disparity, true}, {"mask", mask.value_or(""), true}});
+}
+
 void renderStill(const std::string& input, const std::string& output, Host::ControlValues controls,
                  const std::optional<std::string>& mask, const std::string& disparity) {
     constexpr int frame = 1;
@@ -50,6 +55,7 @@ void renderStill(const std::string& input, const std::string& output, Host::Cont
     Host::ParallaxSource source(still, Host::ChannelRoles(), parallaxSettings(disparity, controls, picture->views()),
                                 services);
     Host::RenderJob job(source, std::move(controls), Host::ChannelRoles());
+    job.setOptionsText(optionsText(mask, disparity));
     if (mask) job.setMask(openPicture(*mask));
     job.render(frame, output);
 }
@@ -64,7 +70,7 @@ std::vector<FrameResult> renderSequence(const FramePattern& input, const std::st
     Host::SequenceSource source(input, Host::SequenceSource::Outside::empty, Host::SequenceSource::Missing::fail);
     Host::SequenceSettings settings;
     settings.frames = frames ? Host::parseFrames(*frames) : source.files();
-    settings.skipExisting = skipExisting;
+    settings.skip = skipExisting ? Host::SkipFrames::whole : Host::SkipFrames::none;
     settings.memory = memoryForFrames;
     const std::vector<std::string> views = source.views(settings.frames.front());
     settings.neighbours = Host::neighbourRequests(controls, Host::ChannelRoles(), views);
@@ -73,6 +79,7 @@ std::vector<FrameResult> renderSequence(const FramePattern& input, const std::st
                                        services);
     withDisparity.addTo(settings.neighbours, settings.frames.front());
     Host::RenderJob job(withDisparity, std::move(controls), Host::ChannelRoles());
+    job.setOptionsText(optionsText(mask, disparity));
     if (mask && !masks) job.setMask(openPicture(*mask));
     std::vector<FrameResult> results;
     Host::SequenceRender render(source, job, *outputs, settings);

@@ -18,7 +18,9 @@ namespace {
 class DamagedFileTest : public FolderTest {
 protected:
     std::string openError() const {
-        return fileErrorOf([this] { MultiViewFile::open(file("in.exr")); });
+        const std::string error = fileErrorOf([this] { MultiViewFile::open(file("in.exr")); });
+        EXPECT_EQ(fileErrorOf([this] { MultiViewFile::check(file("in.exr")); }).empty(), error.empty()) << error;
+        return error;
     }
 
     /// Files of every structure: lines plain and packed, tiles, several parts.

@@ -17,6 +17,7 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <set>
 
 #include "tests/host/files/RawExr.h"
 
@@ -191,6 +192,23 @@ TEST_P(EveryLayout, changesOneChannelAndNothingElse) {
     }
 }
 
+TEST_P(EveryLayout, readsOneChannelAsItReadsAll) {
+    writeRaw(file("in.exr"), GetParam().parts);
+    EXPECT_NO_THROW(MultiViewFile::check(file("in.exr")));
+    const MultiViewFile all = MultiViewFile::open(file("in.exr"));
+    for (const std::string& view : all.views())
+        for (const std::string& channel : all.channels(view)) {
+            const Box box = all.dataBox(view);
+            std::vector<float> expected(static_cast<std::size_t>(box.pixels())), alone(expected.size(), -1.0f);
+            all.read(view, channel, box, expected.data(), box.width());
+            const auto few = MultiViewFile::open(file("in.exr"), std::set{channel});
+            few.read(view, channel, box, alone.data(), box.width());
+            EXPECT_EQ(alone, expected) << view << ' ' << channel;
+            EXPECT_LT(few.bytes(), all.bytes());
+            EXPECT_EQ(few.allBytes(), all.bytes());
+        }
+}
+
 INSTANTIATE_TEST_SUITE_P(MultiViewFile, EveryLayout, testing::ValuesIn(allLayouts()),
                          [](const auto& info) { return info.param.name; });
 
@@ -328,6 +346,17 @@ TEST_F(MultiViewFileTest, takesLayersFromTheNamesOfParts) {
         EXPECT_EQ(readAll(picture, "right", channel, {0, 0, 1, 1}).front(), value) << channel;
     }
     EXPECT_TRUE(picture.hasChannel("left", "Z"));
+}
+
+TEST_F(MultiViewFileTest, keepsTexts) {
+    MultiViewFile picture = written(severalParts(Imf::ZIP_COMPRESSION, false));
+    EXPECT_EQ(picture.text("shot"), "A017 take 3");
+    EXPECT_EQ(picture.text("pixelAspectRatio") + picture.text("none"), "");
+    picture.setText("shot", "B001");
+    picture.setText("tracker", "in place of another type");
+    picture.save(file("out.exr"));
+    const MultiViewFile again = MultiViewFile::check(file("out.exr"));
+    EXPECT_EQ(again.text("shot") + again.text("tracker"), "B001in place of another type");
 }
 
 TEST_F(MultiViewFileTest, namesWhatIsMissing) {

@@ -2,7 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <fstream>
+#include <numeric>
+#include <random>
 #include <stdexcept>
 
 namespace ViewTint::Host::Testing {
@@ -58,6 +61,23 @@ TEST(FramesTest, asTheyAreTyped) {
     EXPECT_EQ(parseFrames("9,5-7,6,9"), (Frames{9, 5, 6, 7}));
     for (const char* wrong : {"", "a", "1-", "1-2x0", "1-2x", "1,,2", "1 2", "99999999999", "1-2-3", "0-2000000"})
         EXPECT_THROW(parseFrames(wrong), std::invalid_argument) << wrong;
+}
+
+TEST(FramesTest, areToldShortlyAndReadBack) {
+    EXPECT_EQ(formatFrames(Frames{}), "");
+    EXPECT_EQ(formatFrames(Frames{7}), "7");
+    EXPECT_EQ(formatFrames(Frames{5, 6}), "5-6");
+    EXPECT_EQ(formatFrames(Frames{1, 4, 7, 8, 9, 20}), "1-7x3,8-9,20");
+    EXPECT_EQ(formatFrames(Frames{3, 1, -1, -2}), "3--1x2,-2");
+    std::mt19937 random(1);
+    for (int turn = 0; turn < 300; ++turn) {
+        Frames frames(20);
+        std::iota(frames.begin(), frames.end(), -8);
+        if (turn % 2) std::ranges::shuffle(frames, random);
+        std::erase_if(frames, [&](int) { return random() % 3 == 0; });
+        if (frames.empty()) continue;
+        EXPECT_EQ(parseFrames(formatFrames(frames)), frames);
+    }
 }
 
 }  // namespace

@@ -124,7 +124,7 @@ private:
 TEST_F(SequenceRenderTest, givesTheFramesThatSingleRendersGiveAndReadsEachFileOnce) {
     writeFrames(all);
     for (const std::size_t memory : {std::size_t{1}, plenty}) {
-        const auto results = run({.frames = all, .skipExisting = false, .memory = memory});
+        const auto results = run({.frames = all, .memory = memory});
         EXPECT_EQ(count(results, written), 8);
         EXPECT_EQ(filesRead, 8) << memory;
         PlainSource plain(input);
@@ -177,7 +177,7 @@ TEST_F(SequenceRenderTest, aFrameThatFailsDoesNotStopTheOthers) {
     fs::resize_file(input.path(2), 1000);
     fs::create_directory(output.path(7));
     stabilises = false;
-    const auto results = run({.frames = {1, 2, 3, 4, 5, 6, 7, 8, 20}, .skipExisting = false, .memory = plenty});
+    const auto results = run({.frames = {1, 2, 3, 4, 5, 6, 7, 8, 20}, .memory = plenty});
     EXPECT_EQ(results.size(), 9u);
     for (const int frame : {2, 5, 7, 20})
         EXPECT_EQ(results.at(frame).status, failed) << frame;
@@ -188,15 +188,15 @@ TEST_F(SequenceRenderTest, aFrameThatFailsDoesNotStopTheOthers) {
     EXPECT_EQ(count(results, written), 5);
     // A neighbour that can't be read fails every frame that looks at it, by its own name.
     stabilises = true;
-    const auto beside = run({.frames = {1, 3, 4, 8}, .skipExisting = false, .memory = plenty});
+    const auto beside = run({.frames = {1, 3, 4, 8}, .memory = plenty});
     EXPECT_EQ(count(beside, failed), 3);
     EXPECT_NE(beside.at(4).message.find("in.000"), std::string::npos);
 }
 
 TEST_F(SequenceRenderTest, missingFramesAreHeldWhenAsked) {
     writeFrames({1, 2, 3, 5, 6});
-    const auto results = run({.frames = {1, 2, 3, 4, 5, 6}, .skipExisting = false, .memory = plenty},
-                             Source::Outside::hold, Source::Missing::hold);
+    const auto results =
+        run({.frames = {1, 2, 3, 4, 5, 6}, .memory = plenty}, Source::Outside::hold, Source::Missing::hold);
     EXPECT_EQ(count(results, written), 6);
     EXPECT_EQ(results.at(4).message, "");
     const Plane third = red(output.path(3)), fourth = red(output.path(4));
@@ -208,14 +208,14 @@ TEST_F(SequenceRenderTest, missingFramesAreHeldWhenAsked) {
 
 TEST_F(SequenceRenderTest, whatIsWholeIsSkipped) {
     writeFrames(all);
-    run({.frames = {1, 2, 3}, .skipExisting = false, .memory = plenty});
+    run({.frames = {1, 2, 3}, .memory = plenty});
     fs::resize_file(output.path(2), fs::file_size(output.path(2)) / 2);
     const auto before = fs::last_write_time(output.path(1));
     const fs::path abandoned = file(".viewtint-1-1.partial"), current = file(".viewtint-1-2.partial");
     for (const fs::path& path : {abandoned, current})
         fs::copy_file(output.path(1), path);
     fs::last_write_time(abandoned, fs::file_time_type::clock::now() - std::chrono::hours(2));
-    const auto results = run({.frames = {1, 2, 3, 4}, .skipExisting = true, .memory = plenty});
+    const auto results = run({.frames = {1, 2, 3, 4}, .skip = SkipFrames::whole, .memory = plenty});
     EXPECT_FALSE(fs::exists(abandoned)) << "a killed run left it";
     EXPECT_TRUE(fs::exists(current)) << "somebody may be writing it";
     EXPECT_EQ(results.at(1).status, skipped);
@@ -231,7 +231,7 @@ TEST_F(SequenceRenderTest, anInterruptionKeepsWhatIsRenderedAndLeavesNothingElse
     begin = [&](int frame, std::size_t) {
         if (frame == 4) abort = true;
     };
-    EXPECT_THROW(run({.frames = all, .skipExisting = false, .memory = plenty}), RenderInterrupted);
+    EXPECT_THROW(run({.frames = all, .memory = plenty}), RenderInterrupted);
     for (const int frame : all)
         EXPECT_EQ(fs::exists(output.path(frame)), frame < 4) << frame;
     for (const auto& entry : fs::directory_iterator(output.path(1).parent_path()))
@@ -241,12 +241,12 @@ TEST_F(SequenceRenderTest, anInterruptionKeepsWhatIsRenderedAndLeavesNothingElse
 }
 
 TEST_F(SequenceRenderTest, callsThatCannotBeRight) {
-    EXPECT_THROW(run({.frames = all, .skipExisting = false, .memory = plenty}), FileError) << "no files";
+    EXPECT_THROW(run({.frames = all, .memory = plenty}), FileError) << "no files";
     writeFrames({1});
     output = input;
-    EXPECT_THROW(run({.frames = {1}, .skipExisting = false, .memory = plenty}), FileError);
+    EXPECT_THROW(run({.frames = {1}, .memory = plenty}), FileError);
     output = pattern("none/out.#.exr");
-    EXPECT_THROW(run({.frames = {1}, .skipExisting = false, .memory = plenty}), FileError);
+    EXPECT_THROW(run({.frames = {1}, .memory = plenty}), FileError);
 }
 
 }  // namespace ViewTint::Host::Testing
