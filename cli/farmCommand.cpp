@@ -132,6 +132,33 @@ void submitAll(Submission& submission, const std::vector<std::string>& chunks) {
     }
 }
 
+/// `added`: those that render, and last the one that verifies; none where nothing was to be done.
+void tellHandedIn(const Submission& submission, std::span<const Submission::Job> added, std::size_t chunks,
+                  std::size_t frames, bool json) {
+    std::vector<Json> numbers;
+    std::vector<std::string> texts;
+    for (const Submission::Job& job : added)
+        if (!job.chunks.empty()) {
+            numbers.push_back(Json::integer(job.id));
+            texts.push_back(std::to_string(job.id));
+        }
+    if (json) {
+        std::vector<std::pair<std::string, Json>> members{{"jobs", Json::array(numbers)}};
+        if (!added.empty()) members.emplace_back("verify_job", Json::integer(added.back().id));
+        members.emplace_back("chunks", Json::integer(static_cast<long long>(chunks)));
+        members.emplace_back("frames", Json::integer(static_cast<long long>(frames)));
+        members.emplace_back("logs", Json::text(submission.logFolder().string()));
+        fmt::print("{}\n", Json::object(members).str());
+    } else if (added.empty()) {
+        fmt::print("{}: nothing to retry\n", submission.output);
+    } else {
+        fmt::print(
+            "job{} {}: {} in {}; job {} verifies them\nlogs: {}\nTo see how far it is: viewtint farm status {}\n",
+            texts.size() == 1 ? "" : "s", fmt::join(texts, ", "), counted(frames, "frame"), counted(chunks, "task"),
+            added.back().id, submission.logFolder().string(), Host::shellWord(submission.output));
+    }
+}
+
 /// To be called with the submission locked.
 int handIn(Submission submission, const std::vector<std::string>& chunks, std::size_t frames,
            const FarmOptions& options) {
@@ -144,26 +171,7 @@ int handIn(Submission submission, const std::vector<std::string>& chunks, std::s
         if (!Submission::exists(submission.pattern())) std::filesystem::remove_all(submission.farmFolder(), ignored);
         throw;
     }
-    const std::span<const Submission::Job> added = std::span(submission.jobs).subspan(earlier);
-    std::vector<Json> ids;
-    std::vector<std::string> texts;
-    for (const Submission::Job& job : added.first(added.size() - 1)) {
-        ids.push_back(Json::integer(job.id));
-        texts.push_back(std::to_string(job.id));
-    }
-    if (options.json) {
-        fmt::print("{}\n", Json::object({{"jobs", Json::array(ids)},
-                                         {"verify_job", Json::integer(added.back().id)},
-                                         {"chunks", Json::integer(static_cast<long long>(chunks.size()))},
-                                         {"frames", Json::integer(static_cast<long long>(frames))},
-                                         {"logs", Json::text(submission.logFolder().string())}})
-                               .str());
-        return exitFine;
-    }
-    fmt::print("job{} {}: {} in {}; job {} verifies them\nlogs: {}\nTo see how far it is: viewtint farm status {}\n",
-               texts.size() == 1 ? "" : "s", fmt::join(texts, ", "), counted(frames, "frame"),
-               counted(chunks.size(), "task"), added.back().id, submission.logFolder().string(),
-               Host::shellWord(submission.output));
+    tellHandedIn(submission, std::span(submission.jobs).subspan(earlier), chunks.size(), frames, options.json);
     return exitFine;
 }
 
@@ -369,7 +377,7 @@ int retry(FarmOptions& options) {
         complain(fmt::format("{} in the queue still; left to the tasks there",
                              waitedFor == 1 ? "1 frame is" : fmt::format("{} frames are", waitedFor)));
     if (wanted.empty()) {
-        if (!options.json) fmt::print("{}: nothing to retry\n", submission.output);
+        tellHandedIn(submission, {}, 0, 0, options.json);
         return exitFine;
     }
     const auto chunks = Host::chunksOf(wanted, submission.chunk);

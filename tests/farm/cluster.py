@@ -13,6 +13,7 @@ import socket
 import subprocess
 import sys
 import time
+from datetime import datetime
 
 PROCESSORS = 2
 
@@ -184,10 +185,12 @@ PartitionName=all Nodes=ALL Default=YES MaxTime=INFINITE State=UP DefMemPerCPU={
         return [tuple(line.split("|")) for line in lines]
 
     def start_delayed(self):
-        """Requeued jobs wait two minutes for nothing here."""
-        waiting = self.run("squeue", "--noheader", "--array", "--states=PENDING", "--format=%i|%r")
-        for job, reason in (line.split("|") for line in waiting.splitlines()):
-            if reason == "BeginTime":
+        """Requeued jobs wait two minutes, so that nodes have forgotten their credentials. Some seconds do."""
+        waiting = self.run("squeue", "--noheader", "--array", "--states=PENDING", "--format=%i|%r|%S")
+        for job, reason, start in (line.split("|") for line in waiting.splitlines()):
+            if reason != "BeginTime" or start == "N/A":
+                continue
+            if (datetime.fromisoformat(start) - datetime.now()).total_seconds() < 117:
                 self.run("scontrol", "update", f"JobId={job}", "StartTime=now", check=False)
 
     def wait(self, seconds: float = 120):
