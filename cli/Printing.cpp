@@ -14,4 +14,8 @@ void complain(const std::string& sentence) {
     put(stderr, fmt::format("viewtint: {}{}\n", sentence, finished ? "" : "."));
 }
 
+void warn(const std::string& sentence) {
+    complain("warning: " + sentence);
+}
+
 }  // namespace ViewTint::Cli

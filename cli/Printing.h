@@ -11,4 +11,7 @@ void put(std::FILE* stream, const std::string& text);
 /// A sentence on the error stream, for the person at the keyboard.
 void complain(const std::string& sentence);
 
+/// The same for what went well and still wants a look.
+void warn(const std::string& sentence);
+
 }  // namespace ViewTint::Cli

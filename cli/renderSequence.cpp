@@ -99,6 +99,10 @@ int renderSequence(RenderOptions& options) {
         progress.show((static_cast<double>(place) + done) / count, fmt::format("frame {}", settings.frames[place]));
     };
     services.abort = &interruptFlag();
+    services.warn = [&](const std::string& sentence) {
+        progress.clear();
+        warn(sentence);
+    };
     settings.neighbours = Host::neighbourRequests(controls, rolesOf(options), shot.views);
     const auto cache = openCache(options);
     Host::ParallaxSource withDisparity(shot.source, rolesOf(options), shot.parallax, services);

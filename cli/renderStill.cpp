@@ -13,6 +13,7 @@
 #include "cli/CallError.h"
 #include "cli/CommandContext.h"
 #include "cli/Interruption.h"
+#include "cli/Printing.h"
 #include "cli/ProgressBar.h"
 #include "cli/StageFiles.h"
 #include "cli/StageTable.h"
@@ -70,6 +71,10 @@ int renderStill(RenderOptions& options) {
     Host::RenderServices services;
     services.progress = [&](double done, const std::string& stage) { progress.show(done, stage); };
     services.abort = &interruptFlag();
+    services.warn = [&](const std::string& sentence) {
+        progress.clear();
+        warn(sentence);
+    };
     std::optional<StageFiles> stageFiles;
     if (!options.stageFolder.empty()) {
         stageFiles.emplace(options.stageFolder);

@@ -18,6 +18,7 @@ struct RenderServices {
     std::function<void(double done, const std::string& message)> progress;  ///< `done` is 0 to 1
     const std::atomic<bool>* abort = nullptr;                               ///< true once the render is to end
     std::function<void(Fresco::Image::Op&)> operatorMade;                   ///< shown each operator before it is used
+    std::function<void(const std::string& sentence)> warn;  ///< told what the picture's maker should know of a frame
 
     bool aborted() const { return abort && abort->load(std::memory_order_relaxed); }
 };
