@@ -91,10 +91,6 @@ std::size_t bytesOf(Imf::PixelType type) {
     return type == Imf::HALF ? 2 : 4;
 }
 
-FileStamp FileStamp::of(const std::filesystem::path& path) {
-    return {std::filesystem::file_size(path), std::filesystem::last_write_time(path)};
-}
-
 void MultiViewFile::Contents::nameChannels() {
     for (const StoredPart& part : parts) {
         for (const std::string& view : viewsInHeader(part.header)) {
@@ -213,6 +209,15 @@ const std::filesystem::path& MultiViewFile::pathOf(const std::string& view) cons
     if (const auto own = contents_->viewPaths.find(view); own != contents_->viewPaths.end()) return own->second;
     const MultiViewFile* file = fileOf(view);
     return file ? file->path() : path();
+}
+
+std::string MultiViewFile::identity() const {
+    std::string text;
+    for (const FileIdentity& file : contents_->identities)
+        text += file.text() + "\n";
+    for (const auto& file : contents_->files)
+        text += file->identity();
+    return text;
 }
 
 void MultiViewFile::saveView(const std::string& view, const std::filesystem::path& path) const {
@@ -359,8 +364,10 @@ MultiViewFile MultiViewFile::make(std::span<const ViewFile> sources, int width, 
                                   std::span<const NewView> views, PixelStorage storage) {
     auto contents = std::make_unique<Contents>();
     contents->path = sources.front().path;
-    for (const ViewFile& source : sources)
+    for (const ViewFile& source : sources) {
         contents->viewPaths[source.view] = source.path;
+        contents->identities.push_back(source.identity);
+    }
     StoredPart part;
     part.header = Imf::Header(width, height);
     part.replaced = true;

@@ -8,7 +8,6 @@
 #include <ImfOutputFile.h>
 #include <ImfOutputPart.h>
 #include <ImfPartType.h>
-#include <ImfStdIO.h>
 #include <ImfTestFile.h>
 #include <ImfThreading.h>
 #include <ImfTiledInputPart.h>
@@ -16,7 +15,6 @@
 #include <ImfTiledOutputPart.h>
 #include <ImfVersion.h>
 #include <fmt/format.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -26,6 +24,7 @@
 
 #include "host/files/AtomicFile.h"
 #include "host/files/ExrStream.h"
+#include "host/files/InputFile.h"
 #include "host/files/MultiViewFile.h"
 #include "host/files/MultiViewFileContents.h"
 #include "host/files/ZipPart.h"
@@ -38,25 +37,14 @@ namespace {
 
 // ---- reading ---------------------------------------------------------------------------------------------------
 
-void checkReadable(const fs::path& path) {
-    std::error_code ignored;
-    const fs::file_status status = fs::status(path, ignored);
-    if (!fs::exists(status)) {
-        throw FileError(
-            fmt::format("Cannot read '{}': there is no such file; check its name and folder.", path.string()));
-    }
-    if (fs::is_directory(status)) {
-        throw FileError(fmt::format("Cannot read '{}': it is a folder; give the name of a picture.", path.string()));
-    }
-    if (::access(path.c_str(), R_OK) != 0) {
-        throw FileError(fmt::format("Cannot read '{}': no permission; change the file's mode.", path.string()));
-    }
-    if (!Imf::isOpenExrFile(path.c_str())) {
+void requireOpenExr(InputFile& file, const fs::path& path) {
+    const bool isOpenExr = Imf::isOpenExrFile(file);
+    file.seekg(0);
+    if (!isOpenExr)
         throw FileError(
             fmt::format("Cannot read '{}': it is not an OpenEXR picture; separate pictures can be packed "
                         "into one first.",
                         path.string()));
-    }
 }
 
 FileError incomplete(const fs::path& path, const std::string& detail) {
@@ -175,13 +163,13 @@ void decodePixels(Imf::MultiPartInputFile& file, int index, const StoredPart& pa
 }
 
 /// Reading a one-part file adds a `type` attribute to its header in memory; true if the file itself has one.
-bool onePartHeaderHasType(const fs::path& path) {
-    Imf::StdIFStream stream(path.c_str());
+bool onePartHeaderHasType(InputFile& file) {
+    file.seekg(0);
     char magicAndVersion[8];
-    stream.read(magicAndVersion, sizeof magicAndVersion);
+    file.read(magicAndVersion, sizeof magicAndVersion);
     int version = static_cast<unsigned char>(magicAndVersion[5]) << 8 | static_cast<unsigned char>(magicAndVersion[4]);
     Imf::Header header;
-    header.readFrom(stream, version);
+    header.readFrom(file, version);
     return header.hasType();
 }
 
@@ -244,25 +232,28 @@ void setFileThreads(int count) {
 template <class ReadPart>
 std::unique_ptr<MultiViewFile::Contents> MultiViewFile::readParts(const fs::path& path, int threads,
                                                                   ReadPart readPart) {
-    checkReadable(path);
+    InputFile input(path);
     auto contents = std::make_unique<Contents>();
     contents->path = path;
+    contents->identities.push_back(input.identity());
     try {
-        contents->stamp = FileStamp::of(path);
-        Imf::MultiPartInputFile file(path.c_str(), threads, /*reconstructChunkOffsetTable=*/false);
+        requireOpenExr(input, path);
+        Imf::MultiPartInputFile file(input, threads, /*reconstructChunkOffsetTable=*/false);
         for (int index = 0; index < file.parts(); ++index) {
-            contents->parts.push_back(readHeader(file, index, path, contents->stamp.size));
+            contents->parts.push_back(readHeader(file, index, path, input.size()));
         }
         contents->nameChannels();
         for (int index = 0; index < file.parts(); ++index)
             readPart(file, index, contents->parts[static_cast<std::size_t>(index)]);
-        if (!Imf::isMultiPart(file.version()) && !onePartHeaderHasType(path)) contents->parts[0].header.erase("type");
+        if (!Imf::isMultiPart(file.version()) && !onePartHeaderHasType(input)) contents->parts[0].header.erase("type");
+        input.requireUnchanged();
     } catch (const FileError&) {
         throw;
     } catch (const std::bad_alloc&) {
         throw FileError(
             fmt::format("Cannot read '{}': there is not enough memory for a picture of this size.", path.string()));
     } catch (const std::exception& error) {
+        input.requireUnchanged();
         if (tellsUnlikeSizes(error)) {
             throw FileError(fmt::format("Cannot read '{}': its parts differ in size; write all views with one size.",
                                         path.string()));
@@ -290,16 +281,23 @@ void MultiViewFile::save(const fs::path& path) const {
     AtomicFile target(path);
     ExrStream stream(target.temporaryPath(), path);
     try {
+        std::optional<InputFile> input;
         std::unique_ptr<Imf::MultiPartInputFile> source;
         std::vector<const StoredPart*> parts;
         for (const StoredPart& part : contents_->parts)
             if (part.saved) parts.push_back(&part);
         if (!std::ranges::all_of(parts, &StoredPart::replaced)) {
-            if (FileStamp::of(contents_->path) != contents_->stamp) {
+            try {
+                input.emplace(contents_->path);
+            } catch (const FileError&) {
+                throw FileError(fmt::format("Cannot write '{}': '{}' cannot be read again; run again.", path.string(),
+                                            contents_->path.string()));
+            }
+            if (input->identity() != contents_->identities.front()) {
                 throw FileError(fmt::format("Cannot write '{}': '{}' was changed meanwhile; run again.", path.string(),
                                             contents_->path.string()));
             }
-            source = std::make_unique<Imf::MultiPartInputFile>(contents_->path.c_str());
+            source = std::make_unique<Imf::MultiPartInputFile>(*input);
         }
         std::vector<Imf::Header> headers;
         for (const StoredPart* part : parts) {
@@ -313,9 +311,6 @@ void MultiViewFile::save(const fs::path& path) const {
         }
     } catch (const Iex::BaseExc& error) {
         throw FileError(fmt::format("Cannot write '{}': {}.", path.string(), error.what()));
-    } catch (const fs::filesystem_error& error) {
-        throw FileError(fmt::format("Cannot write '{}': '{}' cannot be read again ({}).", path.string(),
-                                    contents_->path.string(), error.code().message()));
     }
     stream.finish();
     target.commit();

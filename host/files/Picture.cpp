@@ -42,6 +42,17 @@ const PictureCodec& codec() {
     return *loaded;
 }
 
+/// The decoders open files by their names.
+template <class Read>
+Picture readUnchanged(const fs::path& path, const char* decoding, Read read) {
+    const FileIdentity before = FileIdentity::of(path);
+    Picture picture = read();
+    before.requireUnchanged(FileIdentity::of(path), path);
+    picture.identity = before;
+    picture.identity.decoding = decoding;
+    return picture;
+}
+
 }  // namespace
 
 void setPictureThreads(int count) {
@@ -49,11 +60,12 @@ void setPictureThreads(int count) {
 }
 
 Picture readPicture(const fs::path& path, Colourspace colourspace) {
-    return codec().readPicture(path, colourspace);
+    return readUnchanged(path, colourspace == Colourspace::sRGB ? "sRGB" : "linear",
+                         [&] { return codec().readPicture(path, colourspace); });
 }
 
 Picture readCodes(const fs::path& path) {
-    return codec().readCodes(path);
+    return readUnchanged(path, "codes", [&] { return codec().readCodes(path); });
 }
 
 Colourspace usualColourspace(const fs::path& path) {

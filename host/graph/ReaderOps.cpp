@@ -1,7 +1,6 @@
 #include "host/graph/ReaderOps.h"
 
 #include <algorithm>
-#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -78,10 +77,7 @@ void FileReadOp::readInto(ImagePlane& plane) const {
 }
 
 void FileReadOp::append(Fresco::Image::Hash& hash) {
-    std::error_code ignored;
-    hash.append(file_->pathOf(view_).native());
-    hash.append(std::filesystem::file_size(file_->pathOf(view_), ignored));
-    hash.append(std::filesystem::last_write_time(file_->pathOf(view_), ignored).time_since_epoch().count());
+    hash.append(std::string_view(file_->identity()));
     hash.append(view_);
     hash.append(std::string_view(file_->addedFrom()));
     for (const ChannelRoles::Role& role : roles_.all())

@@ -20,7 +20,8 @@ public:
     int minimum_inputs() const override { return 0; }
     /// A file that fails is told as Cobalt::Base::Exception with the FileError's sentence.
     void fetchPlane(Fresco::Image::ImagePlane& plane) override;
-    /// Adds what the pixels depend on: the file with its size and time, and the view.
+    /// Adds what the pixels depend on: the identities that all files of the picture had when they were read, with those
+    /// of other views' files, which estimates come from too; the view; where added channels come from; the roles.
     void append(Fresco::Image::Hash& hash) override;
 
 protected:
