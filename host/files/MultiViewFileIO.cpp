@@ -17,16 +17,21 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <climits>
 #include <cstdint>
+#include <mutex>
 #include <new>
+#include <optional>
 #include <string_view>
 #include <type_traits>
 
 #include "host/files/AtomicFile.h"
+#include "host/files/ExrScan.h"
 #include "host/files/ExrStream.h"
 #include "host/files/InputFile.h"
 #include "host/files/MultiViewFile.h"
 #include "host/files/MultiViewFileContents.h"
+#include "host/files/PictureLimits.h"
 #include "host/files/ZipPart.h"
 
 namespace ViewTint::Host {
@@ -47,39 +52,26 @@ void requireOpenExr(InputFile& file, const fs::path& path) {
                         path.string()));
 }
 
-FileError incomplete(const fs::path& path, const std::string& detail) {
-    return FileError(fmt::format("Cannot read '{}': it is truncated or damaged{}; write or copy it again.",
-                                 path.string(), detail.empty() ? "" : " (" + detail + ")"));
+/// A second lock: scanExr has refused such headers before.
+void limitLibrary() {
+    static std::once_flag once;
+    std::call_once(once, [] {
+        const int side = static_cast<int>(std::min<std::uint64_t>(PictureLimits::current().side, INT_MAX));
+        Imf::Header::setMaxImageSize(side, side);
+        Imf::Header::setMaxTileSize(side, side);
+    });
 }
 
 FileError unsupported(const fs::path& path, const std::string& what, const std::string& remedy) {
     return FileError(fmt::format("Cannot read '{}': it has {}; {}.", path.string(), what, remedy));
 }
 
-void checkSupported(const fs::path& path, const Imf::Header& header) {
-    if (header.hasType() && !Imf::isImage(header.type())) {
-        throw unsupported(path, "deep pixels", "flatten the picture first");
-    }
-    if (header.hasTileDescription() && header.tileDescription().mode != Imf::ONE_LEVEL) {
-        throw unsupported(path, "several resolution levels", "write it with one level");
-    }
-    for (auto channel = header.channels().begin(); channel != header.channels().end(); ++channel) {
-        if (channel.channel().xSampling != 1 || channel.channel().ySampling != 1) {
-            throw unsupported(path, fmt::format("the subsampled channel '{}'", channel.name()),
-                              "write it with a value for every pixel");
-        }
-    }
-}
-
-/// A damaged header may promise any size. The best compression packs an all-black picture 21000-fold.
-void checkPlausibleSize(const fs::path& path, std::int64_t pixels, const Imf::Header& header, std::uintmax_t fileSize) {
-    constexpr std::uint64_t alwaysAllowed = std::uint64_t{1} << 30;
-    constexpr std::uint64_t largestRatio = 50000;
-    std::uint64_t bytes = 0;
-    for (auto channel = header.channels().begin(); channel != header.channels().end(); ++channel) {
-        bytes += static_cast<std::uint64_t>(pixels) * bytesOf(channel.channel().type);
-    }
-    if (bytes > alwaysAllowed && bytes / largestRatio > fileSize) throw incomplete(path, "impossible size");
+void checkSupported(const fs::path& path, const ExrPart& part) {
+    if (part.deep) throw unsupported(path, "deep pixels", "flatten the picture first");
+    if (part.severalLevels) throw unsupported(path, "several resolution levels", "write it with one level");
+    if (!part.subsampledChannel.empty())
+        throw unsupported(path, fmt::format("the subsampled channel '{}'", part.subsampledChannel),
+                          "write it with a value for every pixel");
 }
 
 /// The library refuses parts of unlike display windows as it refuses damaged files; only its words differ.
@@ -113,13 +105,10 @@ void readScanLines(Imf::MultiPartInputFile& file, int index, const Imath::Box2i&
     input.readPixels(window.min.y, window.max.y);
 }
 
-StoredPart readHeader(Imf::MultiPartInputFile& file, int index, const fs::path& path, std::uintmax_t fileSize) {
+StoredPart readHeader(Imf::MultiPartInputFile& file, int index, const fs::path& path) {
     StoredPart part;
     part.header = file.header(index);
-    checkSupported(path, part.header);
-    const std::int64_t pixels = part.width() * part.height();
-    checkPlausibleSize(path, pixels, part.header, fileSize);
-    if (!file.partComplete(index)) throw incomplete(path, "");
+    if (!file.partComplete(index)) throw damagedFile(path, "");
 
     const Imf::ChannelList& list = part.header.channels();
     for (auto channel = list.begin(); channel != list.end(); ++channel) {
@@ -238,9 +227,12 @@ std::unique_ptr<MultiViewFile::Contents> MultiViewFile::readParts(const fs::path
     contents->identities.push_back(input.identity());
     try {
         requireOpenExr(input, path);
+        for (const ExrPart& part : scanExr(input, path))
+            checkSupported(path, part);
+        limitLibrary();
         Imf::MultiPartInputFile file(input, threads, /*reconstructChunkOffsetTable=*/false);
         for (int index = 0; index < file.parts(); ++index) {
-            contents->parts.push_back(readHeader(file, index, path, input.size()));
+            contents->parts.push_back(readHeader(file, index, path));
         }
         contents->nameChannels();
         for (int index = 0; index < file.parts(); ++index)
@@ -258,7 +250,7 @@ std::unique_ptr<MultiViewFile::Contents> MultiViewFile::readParts(const fs::path
             throw FileError(fmt::format("Cannot read '{}': its parts differ in size; write all views with one size.",
                                         path.string()));
         }
-        throw incomplete(path, error.what());
+        throw damagedFile(path, error.what());
     }
     contents->display = contents->parts.front().header.displayWindow();
     return contents;

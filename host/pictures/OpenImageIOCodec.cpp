@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <climits>
 #include <cmath>
 #include <fstream>
 #include <functional>
@@ -27,6 +28,18 @@ std::string firstLine(const std::string& text) {
     return text.substr(0, text.find('\n'));
 }
 
+PictureLimits limits;
+
+/// No decoder makes more of a file: DEFLATE, the densest of them, packs 1032-fold, and whatever lies within a tile or
+/// strip of one colour some times that.
+void requirePlausible(const fs::path& path, const OIIO::ImageSpec& spec) {
+    constexpr std::uint64_t alwaysAllowed = std::uint64_t{64} << 20, largestRatio = 50000;
+    std::error_code ignored;
+    const auto bytes = static_cast<std::uint64_t>(spec.image_bytes(/*native=*/true));
+    if (bytes > alwaysAllowed && bytes / largestRatio > fs::file_size(path, ignored))
+        throw cannotRead(path, "it is truncated or damaged (impossible size); write or copy it again");
+}
+
 std::unique_ptr<OIIO::ImageInput> openPicture(const fs::path& path) {
     std::error_code ignored;
     const fs::file_status status = fs::status(path, ignored);
@@ -39,7 +52,15 @@ std::unique_ptr<OIIO::ImageInput> openPicture(const fs::path& path) {
         throw cannotRead(
             path, "it is not a picture that can be read, or it is truncated (" + firstLine(OIIO::geterror()) + ")");
     }
-    if (input->spec().deep) throw cannotRead(path, "it has deep pixels; flatten the picture first");
+    const OIIO::ImageSpec& spec = input->spec();
+    if (spec.deep) throw cannotRead(path, "it has deep pixels; flatten the picture first");
+    if (spec.width < 1 || spec.height < 1 || spec.full_width < 1 || spec.full_height < 1 || spec.depth > 1)
+        throw cannotRead(path, "it is damaged (a window without pixels); write or copy it again");
+    limits.requireSize(path, "data window", spec.width, spec.height);
+    limits.requireSize(path, "display window", spec.full_width, spec.full_height);
+    const auto channels = static_cast<std::uint64_t>(spec.nchannels);
+    limits.require<&PictureLimits::channels>(path, channels, fmt::format("it has {} channels a view", channels));
+    requirePlausible(path, spec);
     return input;
 }
 
@@ -84,7 +105,7 @@ std::vector<Value> readPixels(OIIO::ImageInput& input, const fs::path& path, OII
     if (!isWhole(path, input.format_name())) {
         throw cannotRead(path, "it is truncated; write or copy it again");
     }
-    std::vector<Value> pixels(static_cast<std::size_t>(spec.image_pixels()) * spec.nchannels);
+    std::vector<Value> pixels(static_cast<std::size_t>(spec.image_pixels()) * static_cast<std::size_t>(spec.nchannels));
     // Some decoders note an error and call the picture read.
     if (!input.read_image(0, 0, 0, spec.nchannels, type, pixels.data()) || input.has_error()) {
         throw cannotRead(path,
@@ -148,6 +169,14 @@ std::vector<float> codesAsFloats(OIIO::ImageInput& input, const fs::path& path, 
 class OpenImageIOCodec : public PictureCodec {
 public:
     void setThreads(int count) const override { OIIO::attribute("threads", count); }
+
+    void setLimits(const PictureLimits& wanted) const override {
+        constexpr std::uint64_t floatsOfPixel = 4;
+        const std::uint64_t megabytes = (wanted.pixels >> 20) * floatsOfPixel * sizeof(float) + 1;
+        limits = wanted;
+        OIIO::attribute("limits:imagesize_MB", static_cast<int>(std::min<std::uint64_t>(megabytes, INT_MAX)));
+        OIIO::attribute("limits:channels", static_cast<int>(std::min<std::uint64_t>(limits.channels, INT_MAX)));
+    }
 
     Picture readPicture(const fs::path& path, Colourspace colourspace) const override {
         const auto input = openPicture(path);
