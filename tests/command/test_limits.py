@@ -132,8 +132,8 @@ def test_limits_that_set_nothing_are_a_wrong_call(pair, limits):
 
 def test_views_that_are_an_empty_list_are_none(tmp_path):
     header = exr(extra=attribute("multiView", "stringvector", b""), tail=b"")
-    lines = [struct.pack("<ii", y, 48) + bytes(48) for y in range(4)]
-    table = struct.pack("<4Q", *(len(header) + 32 + 56 * y for y in range(4)))
+    lines = [struct.pack("<ii", y, 24) + bytes(24) for y in range(4)]
+    table = struct.pack("<4Q", *(len(header) + 32 + 32 * y for y in range(4)))
     (tmp_path / "none.exr").write_bytes(header + table + b"".join(lines))
     done = viewtint("info", "none.exr", folder=tmp_path)
     assert done.returncode == 0 and "1 view" in done.stdout, done.stderr
