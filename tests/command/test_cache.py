@@ -3,11 +3,13 @@
 import os
 import pathlib
 import shutil
-import signal
 import stat
 import subprocess
+import zlib
 
 import numpy as np
+import OpenEXR
+import PIL.Image
 import pytest
 from pictures import COMMAND, in_file, read_exr, stereo_pair, viewtint, write_exr
 
@@ -72,7 +74,6 @@ def test_a_damaged_result_is_computed_anew(kept, damage):
 def test_a_whole_result_is_read_back(kept):
     """Else the other tests would tell nothing."""
     for file in results(kept):  # one block of pixels becomes 9.0, sealed as the program seals it
-        import zlib
         content = bytearray(file.read_bytes()[:-SEAL])
         content[8:12] = np.float32(9).tobytes()
         seal = bytearray(file.read_bytes()[-SEAL:])
@@ -122,3 +123,101 @@ def test_a_folder_that_vanishes_is_told_once_and_the_render_goes_on(tmp_path):
     assert program.returncode == 0, errors
     assert errors.count("'kept'") == 1 and len(errors.splitlines()) == 1, errors
     assert len(list(tmp_path.glob("out.*.exr"))) == frames
+
+
+# ---- what a key is made of
+
+
+def texture(seed, **changes):
+    """A stereo pair's channels; each seed has other colours and other occlusions."""
+    channels = stereo_pair(seed=seed) | changes
+    for view in ("left", "right"):
+        hidden = np.random.default_rng(seed + 50).random(channels["R"].shape) < 0.2
+        channels[in_file(view, "mask_occlusion.alpha")] = hidden.astype(np.float32)
+    return channels
+
+
+def masked(seed):
+    return {"A": np.random.default_rng(seed).random((48, 64), np.float32)}
+
+
+def of_view(view, channels):
+    return {name: channels[in_file(view, name)] for name in "RGBA"}
+
+
+def write_all(folder, seed):
+    """Every file that a case reads, its content by the seed; all seeds give files of one size, without compression."""
+    folder.mkdir(exist_ok=True)
+    plain = {"compression": OpenEXR.NO_COMPRESSION}
+    for frame in (1, 2, 3):
+        write_exr(folder / f"shot.{frame}.exr", texture(seed + frame), **plain)
+        for view in ("left", "right"):
+            write_exr(folder / f"{view}.{frame}.exr", of_view(view, texture(seed + frame)), multiView=[view], **plain)
+    write_exr(folder / "mask.exr", masked(seed), multiView=["left"], **plain)
+    vectors = {name: plane + seed % 7 for name, plane in texture(seed).items() if "disparity" in name}
+    write_exr(folder / "vectors.exr", vectors, **plain)
+    for view in ("left", "right"):
+        codes = np.random.default_rng([seed, view == "left"]).integers(0, 256, (48, 64, 3), np.uint8)
+        PIL.Image.fromarray(codes).save(folder / f"{view}.tif")
+
+
+def replace(path, other):
+    """Another file of the same size and the same time under the name."""
+    before = path.stat()
+    assert other.stat().st_size == before.st_size and other.read_bytes() != path.read_bytes()
+    os.utime(other, ns=(before.st_atime_ns, before.st_mtime_ns))
+    os.replace(other, path)
+
+
+LOCAL = ["--matchingMode", "Local Matching", "--blockSize", "8"]
+STABLE = [*LOCAL, "--stabiliseOcclusionsNumberOfFrames", "3"]
+NEIGHBOURS = ["shot.#.exr", "--frames", "2", *STABLE]
+PER_VIEW = ["%V.#.exr", "--frames", "2", *STABLE]
+PAIR = ["left.tif", "right.tif"]
+KEYS = {  # the words, and then the file that becomes another, or further words
+    "picture": (["shot.2.exr"], "shot.2.exr"),
+    "other view's file": (PER_VIEW, "right.2.exr"),
+    "neighbour": (NEIGHBOURS, "shot.1.exr"),
+    "neighbour's other view": (PER_VIEW, "right.1.exr"),
+    "mask": (["shot.2.exr", "--mask", "mask.exr", "--maskWith", "Mask Alpha"], "mask.exr"),
+    "disparity file": (["shot.2.exr", "--disparity", "vectors.exr"], "vectors.exr"),
+    "left of a pair": (PAIR, "left.tif"),
+    "right of a pair": (PAIR, "right.tif"),
+    "decoding": (PAIR, ["--input-colourspace", "linear"]),
+    "where disparity comes from": (["shot.2.exr"], ["--disparity", "estimate"]),
+    "roles": (["shot.2.exr"], ["--channel", "red=G"]),
+    "views": (["shot.2.exr"], ["--leftView", "right", "--rightView", "left"]),
+    "a control": (["shot.2.exr"], ["--colourTolerance", "0.9", *LOCAL]),
+}
+
+
+@pytest.mark.parametrize("words, change", KEYS.values(), ids=KEYS)
+def test_another_picture_never_gets_a_kept_result(tmp_path, words, change):
+    write_all(tmp_path, seed=1)
+    write_all(tmp_path / "other", seed=101)
+    output = "out.#.exr" if "#" in words[0] else "out.exr"
+
+    def rendered(*more, **options):
+        done = viewtint("render", *words, *more, "-o", output, folder=tmp_path, **options)
+        assert done.returncode == 0, done.stderr
+        return pixels(next(tmp_path.glob("out.*")))
+
+    first = rendered("--cache", "kept")
+    if isinstance(change, list):
+        more = change
+    else:
+        replace(tmp_path / change, tmp_path / "other" / change)
+        more = []
+    wanted = rendered(*more)
+    assert wanted != first, "else the case tells nothing"
+    assert rendered(*more, "--cache", "kept") == wanted
+
+
+def test_two_folders_have_files_of_one_name(tmp_path):
+    for folder, seed in (("a", 1), ("b", 101)):
+        write_all(tmp_path / folder, seed)
+        os.utime(tmp_path / folder / "shot.1.exr", ns=(10**18, 10**18))
+    a, b = (render(tmp_path / folder, picture="shot.1.exr", cache="../kept") for folder in "ab")
+    assert a.returncode == b.returncode == 0
+    assert render(tmp_path / "b", picture="shot.1.exr", output="right.exr", cache=None).returncode == 0
+    assert pixels(tmp_path / "b/out.exr") == pixels(tmp_path / "b/right.exr")
