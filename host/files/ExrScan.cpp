@@ -83,6 +83,22 @@ std::uint64_t linesOfChunk(int compression) {
     }
 }
 
+/// How much smaller a picture can get at most, with room to spare. A damaged header may promise any size.
+std::uint64_t largestRatioOf(int compression) {
+    switch (compression) {
+        case Imf::NO_COMPRESSION:
+            return 1;
+        case Imf::RLE_COMPRESSION:
+            return 100;  // two bytes for 128
+        case Imf::ZIP_COMPRESSION:
+        case Imf::ZIPS_COMPRESSION:
+        case Imf::PXR24_COMPRESSION:
+            return 2000;  // DEFLATE packs 1032-fold; PXR24 leaves out a byte of four before
+        default:
+            return 50000;  // DWA packs an all-black picture 21000-fold
+    }
+}
+
 std::uint64_t dividedUp(std::uint64_t number, std::uint64_t by) {
     return (number + by - 1) / by;
 }
@@ -228,12 +244,12 @@ private:
         checkWindow(header.display, "display window");
         checkWindow(header.data, "data window");
         if (header.channels == 0) fail("no channels");
-        // A damaged header may promise any size. The best compression packs an all-black picture 21000-fold.
-        constexpr std::uint64_t alwaysAllowed = std::uint64_t{64} << 20, largestRatio = 50000;
+        constexpr std::uint64_t alwaysAllowed = std::uint64_t{64} << 20;
         const auto pixels = static_cast<std::uint64_t>(header.data->width() * header.data->height());
         std::uint64_t bytes = 0;
         const bool tooMany = __builtin_mul_overflow(pixels, header.bytesOfPixel, &bytes);
-        if (tooMany || (bytes > alwaysAllowed && bytes / largestRatio > file_.size())) fail("impossible size");
+        if (tooMany || (bytes > alwaysAllowed && bytes / largestRatioOf(header.compression) > file_.size()))
+            fail("impossible size");
         if (!header.tiles) return;
         if (header.tiles->width == 0 || header.tiles->height == 0) fail("tiles without pixels");
         limits_.requireSize(path_, "size of tiles", header.tiles->width, header.tiles->height);

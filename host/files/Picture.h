@@ -28,7 +28,8 @@ Picture readPicture(const std::filesystem::path& path, Colourspace colourspace);
 /// Reads a one-channel picture with its integer codes as they are (255 stays 255). Throws FileError.
 Picture readCodes(const std::filesystem::path& path);
 
-/// sRGB for a picture stored as integers, linear for one stored as floats, sRGB also for one that can't be opened.
+/// sRGB for a picture stored as integers, linear for one stored as floats, sRGB also for one that can't be decoded.
+/// Throws FileError for one that is refused before that.
 Colourspace usualColourspace(const std::filesystem::path& path);
 
 /// Interleaved RGB in another size, by a triangle filter.

@@ -115,6 +115,16 @@ def test_so_is_another_picture(tmp_path, width, height, words):
     assert memory < 500 * MIB
 
 
+def test_disparity_of_longer_sides_than_the_estimator_counts_is_refused(tmp_path):
+    colours = {name: plane for name, plane in stereo_pair(4, 32767).items() if name[-1] in "RGB"}
+    write_exr(tmp_path / "high.exr", colours)
+    done = viewtint("parallax", "high.exr", "-o", "out.exr", folder=tmp_path)
+    assert done.returncode == 1 and "4 x 32767 pixels" in done.stderr and "--disparity FILE" in done.stderr
+    write_exr(tmp_path / "wide.exr", {name: plane.T.copy() for name, plane in stereo_pair(8, 4000).items()
+                                      if name[-1] in "RGB"})
+    assert viewtint("parallax", "wide.exr", "-o", "out.exr", folder=tmp_path).returncode == 0, "a strip"
+
+
 def test_a_limit_can_be_raised_and_lowered(pair):
     done = viewtint("info", "pair.exr", "--limits", "side=63,channels=2000", folder=pair)
     assert done.returncode == 1 and "--limits side=64" in done.stderr
