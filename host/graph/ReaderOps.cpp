@@ -31,8 +31,8 @@ void scatter(const std::vector<float>& pixels, ImagePlane& plane, int component)
 
 /// Operators that fetch report failures with attributes in their own words, and others in no words at all.
 [[noreturn]] void raiseForOperators(const FileError& error) {
-    Cobalt::Base::Exception failure("%%(Error)%%");
-    failure.set("Error", error.what());
+    Cobalt::Base::Exception failure;
+    failure.setPlainMessage(error.what());
     Cobalt::Base::raise(std::move(failure));
 }
 
