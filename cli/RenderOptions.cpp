@@ -26,6 +26,17 @@ const CLI::Validator existingPicture(
     },
     "");
 
+const CLI::Validator frameRanges(
+    [](std::string& text) {
+        try {
+            Host::parseFrames(text);
+            return std::string();
+        } catch (const std::invalid_argument& error) {
+            return std::string(error.what());
+        }
+    },
+    "");
+
 }  // namespace
 
 void addShotOptions(CLI::App& command, RenderOptions& options) {
@@ -55,6 +66,7 @@ void addShotOptions(CLI::App& command, RenderOptions& options) {
     command
         .add_option("--frames", options.frames,
                     "Which frames of a sequence, for example 1001-1240, 1001-1240x2 or 1001,1005 (default: all files)")
+        ->check(frameRanges)
         ->type_name("RANGE");
     command
         .add_option(
