@@ -184,6 +184,7 @@ Host::Submission FarmOptions::submission(Purpose purpose) {
         throw CallError(error.what());
     }
     checkMask(render);
+    checkRoles(render);
     Shot shot(render);
     submission.frames = shot.frames;
     std::ranges::sort(submission.frames);

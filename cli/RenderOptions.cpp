@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
+#include <algorithm>
 #include <stdexcept>
 
 #include "cli/CallError.h"
@@ -102,6 +103,27 @@ void checkMask(const RenderOptions& options) {
     if (options.mask && !options.controls.gives("maskWith"))
         throw CallError(
             "--mask: the file isn't used while maskWith is None; add for example --maskWith \"Mask Alpha\".");
+}
+
+void checkRoles(const RenderOptions& options) {
+    using Role = Host::ChannelRoles::Role;
+    const auto isWritten = [](const Role& role) { return role.channel <= Fresco::Image::alphaChannel; };
+    for (const auto& [channel, roles] : rolesOf(options).sharing()) {
+        std::vector<std::string> names;
+        for (const Role& role : roles)
+            names.push_back(role.name);
+        const std::string all = fmt::format("{}", fmt::join(names, ", "));
+        const auto written = std::ranges::count_if(roles, isWritten);
+        const bool grey = written == 3 && roles[2].channel == Fresco::Image::blueChannel;
+        if (written > 1 && !grey)
+            throw CallError(fmt::format(
+                "--channel: the results of {} can't all be written to '{}'; choose a channel for each.", all, channel));
+        if (written > 0 && options.disparity.save && !isWritten(roles.back()))
+            throw CallError(fmt::format(
+                "--channel: {} share the channel '{}', which --write-disparity would overwrite; leave one out.", all,
+                channel));
+        warn(fmt::format("--channel: {} are read from one channel, '{}'.", all, channel));
+    }
 }
 
 std::string recordedOptions(const RenderOptions& options) {

@@ -78,6 +78,7 @@ void addRenderCommand(CLI::App& app, CommandContext& context) {
             Vellum::Compute::Host::setThreads(context.threads);
             try {
                 checkMask(*options);
+                checkRoles(*options);
                 options->gpu.select();
                 return render(*options);
             } catch (const Host::SettingError& error) {

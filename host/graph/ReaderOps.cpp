@@ -38,8 +38,8 @@ void scatter(const std::vector<float>& pixels, ImagePlane& plane, int component)
 
 }  // namespace
 
-FileReadOp::FileReadOp(std::shared_ptr<const MultiViewFile> file, std::string view, const ChannelRoles& roles)
-    : Iop(nullptr), file_(std::move(file)), view_(std::move(view)), roles_(roles) {}
+FileReadOp::FileReadOp(std::shared_ptr<const MultiViewFile> file, std::string view, ChannelRoles roles)
+    : Iop(nullptr), file_(std::move(file)), view_(std::move(view)), roles_(std::move(roles)) {}
 
 void FileReadOp::_validate(bool) {
     info_ = {};
