@@ -206,6 +206,7 @@ Host::Submission FarmOptions::submission(Purpose purpose) {
     submission.words = wordsOf(*command_, render.input);
     submission.chunk = chunk_;
     submission.slurmOptions = slurmOptions();
+    Host::checkWords(submission);
     return submission;
 }
 

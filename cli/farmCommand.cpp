@@ -181,7 +181,7 @@ int submit(FarmOptions& options) {
     if (options.dryRun) return printScripts(submission, chunks);
     const Submission::Lock lock(submission.pattern());
     if (Submission::exists(submission.pattern())) {
-        Submission earlier = Submission::load(submission.pattern());
+        Submission earlier = Submission::load(submission.pattern(), Submission::Use::submit);
         keepQueued(earlier);
         for (const Submission::Job& job : earlier.jobs)
             if (!job.chunks.empty())
@@ -210,9 +210,10 @@ int printChunks(FarmOptions& options) {
 /// As it was submitted, or as the command line tells it.
 Submission submissionOf(FarmOptions& options, FarmOptions::Purpose purpose = FarmOptions::Purpose::look) {
     const Host::FramePattern frames = options.framesPattern();
-    if (!options.tellsShot()) return Submission::load(frames);
+    const auto use = purpose == FarmOptions::Purpose::render ? Submission::Use::submit : Submission::Use::look;
+    if (!options.tellsShot()) return Submission::load(frames, use);
     Submission submission = options.submission(purpose);
-    if (Submission::exists(frames)) submission.jobs = Submission::load(frames).jobs;
+    if (Submission::exists(frames)) submission.jobs = Submission::load(frames, use).jobs;
     return submission;
 }
 
@@ -361,7 +362,8 @@ int retry(FarmOptions& options) {
     options.replaceIn(submission);
     const auto checks = check(submission, options.json);
     const Submission::Lock lock(submission.pattern());
-    if (Submission::exists(submission.pattern())) submission.jobs = Submission::load(submission.pattern()).jobs;
+    if (Submission::exists(submission.pattern()))
+        submission.jobs = Submission::load(submission.pattern(), Submission::Use::submit).jobs;
     std::set<int> underWay;
     for (const TaskOfJob& one : tasksOf(submission))
         if (one.renders() && isInQueue(one))
