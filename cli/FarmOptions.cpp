@@ -111,6 +111,7 @@ void FarmOptions::addChunkTo(CLI::App& command) {
 
 void FarmOptions::addSlurmTo(CLI::App& command) {
     command.add_option("--partition", partition_, "Slurm's partition, or several with commas")
+        ->check(notEmpty)
         ->type_name("NAME")
         ->group(farmGroup);
     command.add_option("--cpus-per-task", cpusPerTask_, "Processors of each task; it renders with as many threads")
@@ -123,11 +124,13 @@ void FarmOptions::addSlurmTo(CLI::App& command) {
         ->type_name("SIZE")
         ->group(farmGroup);
     command.add_option("--time", time_, "How long a task may take, for example 30 (minutes) or 2:00:00")
+        ->check(notEmpty)
         ->type_name("TIME")
         ->group(farmGroup);
     command
         .add_option("--sbatch", otherOptions_,
                     "Another option for sbatch, for example --sbatch=--account=film; may be repeated")
+        ->check(notEmpty)
         ->type_name("OPTION")
         ->allow_extra_args(false)
         ->group(farmGroup);

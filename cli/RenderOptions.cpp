@@ -75,6 +75,7 @@ void addShotOptions(CLI::App& command, RenderOptions& options) {
             "The views whose names %V stands for (%v: their first letters), where each has a file of its own; of "
             "the output the corrected one's is written")
         ->delimiter(',')
+        ->check(notEmpty)
         ->type_name("NAME,NAME")
         ->default_str("left,right");
     command
@@ -86,6 +87,7 @@ void addShotOptions(CLI::App& command, RenderOptions& options) {
         .add_option("--cache", options.cacheFolder,
                     "Keeps results in a folder of this program's own: the same picture with the same controls is not "
                     "computed again")
+        ->check(notEmpty)
         ->type_name("DIR");
     command
         .add_option("--cache-size", options.cacheBytes,

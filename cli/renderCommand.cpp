@@ -68,6 +68,7 @@ void addRenderCommand(CLI::App& app, CommandContext& context) {
     command
         ->add_option("--write-stages", options->stageFolder,
                      "Writes the intermediate pictures of \"Local Matching\" into a folder, for a look into the render")
+        ->check(notEmpty)
         ->type_name("DIR");
     command->add_flag("--stats", options->stats,
                       "Prints for each stage the milliseconds, the kernel calls, the megabytes that they read and "

@@ -132,6 +132,13 @@ def test_a_record_that_others_could_have_written_makes_no_jobs(submitted, change
     assert not (submitted / "scripts").exists()
 
 
+def test_a_dry_retry_of_frames_that_nobody_submitted_needs_no_cluster_and_leaves_nothing(shot):
+    shutil.rmtree(shot / "bin")
+    done = farm(shot, "retry", "shot.####.exr", "-o", "out.####.exr", "--dry-run")
+    assert done.returncode == 0 and "#SBATCH" in done.stdout, done.stderr
+    assert not list(shot.glob("out.*"))
+
+
 def test_a_copied_record_does_not_render_into_the_original(submitted):
     shutil.copytree(submitted, submitted / "copy", ignore=shutil.ignore_patterns("copy"))
     done = farm(submitted, "retry", "copy/out.####.exr")
