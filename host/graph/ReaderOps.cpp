@@ -30,15 +30,15 @@ void scatter(const std::vector<float>& pixels, ImagePlane& plane, int component)
 
 /// Operators that fetch report failures with attributes in their own words, and others in no words at all.
 [[noreturn]] void raiseForOperators(const FileError& error) {
-    Cobalt::Base::Exception failure("%%(Error)%%");
-    failure.set("Error", error.what());
+    Cobalt::Base::Exception failure;
+    failure.setPlainMessage(error.what());
     Cobalt::Base::raise(std::move(failure));
 }
 
 }  // namespace
 
-FileReadOp::FileReadOp(std::shared_ptr<const MultiViewFile> file, std::string view, const ChannelRoles& roles)
-    : Iop(nullptr), file_(std::move(file)), view_(std::move(view)), roles_(roles) {}
+FileReadOp::FileReadOp(std::shared_ptr<const MultiViewFile> file, std::string view, ChannelRoles roles)
+    : Iop(nullptr), file_(std::move(file)), view_(std::move(view)), roles_(std::move(roles)) {}
 
 void FileReadOp::_validate(bool) {
     info_ = {};

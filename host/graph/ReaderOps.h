@@ -14,7 +14,7 @@ namespace ViewTint::Host {
 class FileReadOp : public Fresco::Image::Iop {
 public:
     /// The file must have the view; it must not be replaced while pixels are fetched.
-    FileReadOp(std::shared_ptr<const MultiViewFile> file, std::string view, const ChannelRoles& roles);
+    FileReadOp(std::shared_ptr<const MultiViewFile> file, std::string view, ChannelRoles roles);
 
     const char* Class() const override { return "Read"; }
     int minimum_inputs() const override { return 0; }
@@ -27,12 +27,12 @@ public:
 protected:
     void _validate(bool forReal) override;
 
+    const std::shared_ptr<const MultiViewFile> file_;
+    const std::string view_;
+    const ChannelRoles roles_;
+
 private:
     void readInto(Fresco::Image::ImagePlane& plane) const;
-
-    std::shared_ptr<const MultiViewFile> file_;
-    std::string view_;
-    ChannelRoles roles_;
 };
 
 /// A frame before or after all others: the box and channels of another operator, every pixel 0.
