@@ -391,23 +391,23 @@ struct donorFillKernel : WholePixel<In<"D">, In<"M">, In<"G">, In<"A">, In<"T", 
     /// The windows of a register of pixels, in pixels from the picture's corner.
     template <class V>
     struct Windows {
-        V x, radius;
+        V x, radius;  ///< radius -1 of a pixel that isn't filled
         float y;
         decltype(V() != V()) fills;
         float left, right;            ///< what any of them reaches
         float innerLeft, innerRight;  ///< what all of them reach
         float most, least;            ///< radius
 
-        VT_INLINE bool miss(const DonorCell& cell) const {
-            return cell.left > right || cell.right < left || cell.bottom > y + most || cell.top < y - most;
+        VT_INLINE bool miss(float fromX, float fromY, float toX, float toY) const {
+            return fromX > right || toX < left || fromY > y + most || toY < y - most;
         }
         VT_INLINE bool allHold(const DonorCell& cell) const {
             return cell.left >= innerLeft && cell.right <= innerRight && cell.bottom >= y - least &&
                    cell.top <= y + least;
         }
         VT_INLINE auto hold(const DonorCell& cell) const {
-            return fills & (V(cell.left) >= x - radius) & (V(cell.right) <= x + radius) &
-                   (V(y - cell.bottom) <= radius) & (V(cell.top - y) <= radius);
+            return (V(cell.left) >= x - radius) & (V(cell.right) <= x + radius) & (V(y - cell.bottom) <= radius) &
+                   (V(cell.top - y) <= radius);
         }
     };
 
@@ -427,6 +427,7 @@ struct donorFillKernel : WholePixel<In<"D">, In<"M">, In<"G">, In<"A">, In<"T", 
             findReach(windows);
             Rule::Fill<V> cellFill;
             cellFill.spatial = Rule::spatialOf(windows.radius);
+            windows.radius = select(windows.fills, windows.radius, V(-1.f));
             for (int c = 0; c < channels; ++c)
                 cellFill.guide[c] = G(c);
             LongSum<V> total, sum[channels];
@@ -440,7 +441,7 @@ struct donorFillKernel : WholePixel<In<"D">, In<"M">, In<"G">, In<"A">, In<"T", 
                 const int end = cellFrom(right + 1);
                 for (int number = cellFrom(left); number < end; ++number) {
                     const DonorCell& cell = *reinterpret_cast<const DonorCell*>(addressOf(C.image, 0, number));
-                    if (windows.miss(cell)) continue;
+                    if (windows.miss(cell.left, cell.bottom, cell.right, cell.top)) continue;
                     cellFill.total = V(0.f);
                     for (V& s : cellFill.sum)
                         s = V(0.f);
@@ -493,23 +494,25 @@ private:
             const V gap = select(below > V(0.f), below, select(above > V(0.f), above, V(0.f)));
             apart += gap * gap * V(p.k[c]);
         }
-        const auto unlike = windows.fills & (apart > V(-p.leastExponent)) & windows.hold(cell);
+        const auto unlike = (apart > V(-p.leastExponent)) & windows.hold(cell);
         if (any(windows.fills & !unlike)) {
-            const int count = clampTo(toInt(cell.count), 0, donorsPerCell);
-            for (const float* donor = donors; donor < donors + count * donorFloats; donor += donorFloats) {
-                const V dx = V(donor[0]) - windows.x;
-                const float dy = donor[1] - windows.y;
-                const V distance = dx * dx + V(dy * dy);
-                const Rule::Colours<V> guide{{V(donor[2]), V(donor[3]), V(donor[4])}};
-                const Rule::Colours<V> value{{V(donor[5]), V(donor[6]), V(donor[7])}};
-                if (whole) {
-                    fill.add(p, distance, true, guide, value);
-                    continue;
+            const float* end = donors + clampTo(toInt(cell.count), 0, donorsPerCell) * donorFloats;
+            const auto addDonors = [&](auto counts) VT_INLINE_LAMBDA {
+                for (const float* donor = donors; donor < end; donor += donorFloats) {
+                    if (!whole && windows.miss(donor[0], donor[1], donor[0], donor[1])) continue;
+                    const V dx = V(donor[0]) - windows.x;
+                    const float dy = donor[1] - windows.y;
+                    fill.add(p, dx * dx + V(dy * dy), counts(dx, dy), {{V(donor[2]), V(donor[3]), V(donor[4])}},
+                             {{V(donor[5]), V(donor[6]), V(donor[7])}});
                 }
-                const auto counts = windows.fills & (dx <= windows.radius) & (-dx <= windows.radius) &
-                                    (V(dy) <= windows.radius) & (V(-dy) <= windows.radius);
-                if (any(counts)) fill.add(p, distance, counts, guide, value);
-            }
+            };
+            if (whole)
+                addDonors([](V, float) VT_INLINE_LAMBDA { return true; });
+            else  // one comparison: masks joined in an inner loop are taken apart lane by lane
+                addDonors([&](V dx, float dy) VT_INLINE_LAMBDA {
+                    const V across = select(dx > -dx, dx, -dx), along(dy > -dy ? dy : -dy);
+                    return select(across > along, across, along) <= windows.radius;
+                });
         }
         fill.total = select(unlike, V(cell.count * p.weightFloor), fill.total);
         for (int c = 0; c < channels; ++c)
