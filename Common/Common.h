@@ -102,6 +102,18 @@ void labToRgb(const Image& source, Image& output, int flags = 1);
 void srgbToLinear(const Image& source, Image& output);
 void linearToSrgb(const Image& source, Image& output);
 
+// ---- pixels that are broken: with a component that is no value, which is NaN, infinite or beyond 1e12 in magnitude
+
+/// The number of pixels with such a component from `firstComponent` to `lastComponent`, as far as there are: in a
+/// picture its alpha doesn't matter.
+std::size_t countBroken(const Image& image, int firstComponent = 0, int lastComponent = 2);
+/// `output` of one component: 0 at those pixels, else 1.
+void wholePixels(const Image& image, Image& output, int firstComponent = 0, int lastComponent = 2);
+/// Each component that is no value becomes `replacement`.
+void replaceBroken(const Image& source, Image& output, float replacement);
+/// Colours of `replacement` in the place of those that are broken in `source`. Alpha is the source's.
+void mendPixels(const Image& source, const Image& replacement, Image& output);
+
 // ---- neighbourhoods: reads outside an image give its nearest pixel; a destination may not be a source
 
 /// The mean over 2 radius + 1 pixels along each axis. `temporary` has the source's box and pixel type. The output may
