@@ -95,7 +95,8 @@ inline constexpr std::array<float, 9> xyzToRgbMatrix{3.0802281f,  -1.5373085f,  
 void rgbToXyz(const Image& source, Image& output, int flags = 1);
 void xyzToRgb(const Image& source, Image& output, int flags = 1);
 /// Linear RGB to scaled Lab (L = 1.16 f(Y) - 0.16, a = 5 (f(X) - f(Y)), b = 2 (f(Y) - f(Z))): rgbToXyz and xyzToLab in
-/// one pass. Images of 3 or 4 components; a fourth one of the output stays.
+/// one pass, but that a and b are exactly 0 where R = G = B. Images of 3 or 4 components; a fourth one of the output
+/// stays.
 void rgbToLab(const Image& source, Image& output, int flags = 1);
 void labToRgb(const Image& source, Image& output, int flags = 1);
 /// The sRGB transfer curve on components 0 to 2; of the others the output takes what the source has, else 0.
