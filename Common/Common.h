@@ -132,8 +132,8 @@ void erode(const Image& source, Image& output, int radius, bool right = true, bo
 enum class Sides { left = 0, right = 1, leftAndRight = 2, down = 3, up = 4, upAndDown = 5 };
 /// 1 where the mask isn't 0 and a chosen neighbour is; else 0. Another value of `sides` does nothing.
 void maskEdges(const Image& source, Image& output, Sides sides);
-/// Widens a soft mask by `amount` pixels, or narrows it by -amount, fractions included, and blurs it with sigma `blur`; a
-/// blur of 0 leaves its edge as it is.
+/// Widens a soft mask by `amount` pixels, or narrows it by -amount, fractions included, and blurs it with sigma `blur`;
+/// a blur of 0 leaves its edge as it is.
 void growMask(const Image& mask, Image& work1, Image& work2, Image& output, float amount, float blur);
 
 // ---- statistics

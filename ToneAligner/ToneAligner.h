@@ -93,10 +93,10 @@ public:
     /// `sourceView` is the view to correct, `rebuiltView` the other view on its geometry (4 components each).
     /// `userMask` (1: selected), `occlusion` (1: not visible in the other view) and `disparityEdges` have one
     /// component. Writes `output`, 4 components. The pictures handed over come back unchanged.
-    /// The output is `sourceView` itself, bit for bit, where `userMask` is 0 and where `sourceView` has no colour: broken
-    /// pixels take no part. A broken pixel of `rebuiltView` counts as occluded, a broken value of `userMask` as 0, of
-    /// `occlusion` and `disparityEdges` as 1.
-    /// Throws Cobalt::Base::Exception; a failure of the device passes through.
+    /// The output is `sourceView` itself, bit for bit, where `userMask` is 0 and where `sourceView` has no colour:
+    /// broken pixels take no part. A broken pixel of `rebuiltView` counts as occluded, a broken value of `userMask` as
+    /// 0, of `occlusion` and `disparityEdges` as 1. Throws Cobalt::Base::Exception; a failure of the device passes
+    /// through.
     void process(const Image& sourceView, const Image& rebuiltView, const Image& userMask, const Image& occlusion,
                  const Image& disparityEdges, Image& output);
 
@@ -132,8 +132,8 @@ public:
     using StageObserver = std::function<void(const char* name, const Image& picture)>;
     void setStageObserver(StageObserver observer) { observer_ = std::move(observer); }
 
-    /// Several kernels are run as one pass. Off: the plain sequence of kernels, which gives the same bits in "Basic" and
-    /// the same to rounding in the local modes.
+    /// Several kernels are run as one pass. Off: the plain sequence of kernels, which gives the same bits in "Basic"
+    /// and the same to rounding in the local modes.
     void setFusedPasses(bool fused) { fusedPasses_ = fused; }
 
 private:

@@ -30,9 +30,7 @@ struct countBrokenKernel : WholePixelSum<In<"A">> {
     };
     static constexpr ScalarDeclarations scalars{2, {VT_SCALAR(firstComponent), VT_SCALAR(lastComponent)}};
     static constexpr ScalarDeclarations accumulators{1, {VT_RESULT(broken)}};
-    VT_FN void body(const Params& p, auto& sums, auto A) {
-        sums.broken += select(isWhole(p, A), A.lane(0), A.lane(1));
-    }
+    VT_FN void body(const Params& p, auto& sums, auto A) { sums.broken += select(isWhole(p, A), A.lane(0), A.lane(1)); }
 };
 
 /// O = 0 at those pixels, 1 at the others.

@@ -58,7 +58,8 @@ struct limitCorrectionKernel : WholePixel<In<"mean">, Out<"source">, Out<"correc
         const auto limited = softLimit(difference - average, p.limit, p.softness) + average;
         const auto change = (limited - difference) * (1 / lightnessOfCurve);
         putRgbOfCurves(p.xyzToRgb, from, source);
-        putRgbOfCurves(p.xyzToRgb, Triple<decltype(to.a + change)>{to.a + change, to.b + change, to.c + change}, corrected);
+        putRgbOfCurves(p.xyzToRgb, Triple<decltype(to.a + change)>{to.a + change, to.b + change, to.c + change},
+                       corrected);
     }
 };
 

@@ -1,5 +1,5 @@
-// How every mode ends: the match, mixed over the view to correct by the user's mask. Where the mask is 0 the view stays,
-// bit for bit; so where it has no colour, because there the mask is 0 too.
+// How every mode ends: the match, mixed over the view to correct by the user's mask. Where the mask is 0 the view
+// stays, bit for bit; so where it has no colour, because there the mask is 0 too.
 #pragma once
 
 #include "Common/kernels/colourMath.h"

@@ -1,7 +1,8 @@
 // The global match: one gain and one offset per Lab component. Compiled once per instruction set.
 //
-// The kernels countedPixelsKernel, labSumKernel, labDeviationKernel and applyGlobalMatchKernel run several steps of the plain sequence as one pass over the pictures, with the same arithmetic
-// in the same order, so that both ways give the same bits.
+// The kernels countedPixelsKernel, labSumKernel, labDeviationKernel and applyGlobalMatchKernel run several steps of the
+// plain sequence as one pass over the pictures, with the same arithmetic in the same order, so that both ways give the
+// same bits.
 #include "Common/kernels/colourMath.h"
 #include "ending.h"
 

@@ -277,11 +277,11 @@ void ToneAligner::LocalRun::finish(Image& output) {
     const Stage stage("finish");
     const bool maskToAlpha = settings_.outputOcclusionsToAlpha && !settings_.previewCorrection;
     if (maskToAlpha) Common::copyChannel(fillMask_.image(), output, 0, 3);
-    Compute::runKernel(localEndingSource,
-                       {&corrected_.image(), &sourceLab_.image(), &denoised_.image(), &views_.own(),
-                        &views_.mask.image(), &output},
-                       flags_, {}, Scalar{"preview", settings_.previewCorrection}, Scalar{"keepAlpha", maskToAlpha},
-                       Scalar{"matrix", Common::xyzToRgbMatrix});
+    Compute::runKernel(
+        localEndingSource,
+        {&corrected_.image(), &sourceLab_.image(), &denoised_.image(), &views_.own(), &views_.mask.image(), &output},
+        flags_, {}, Scalar{"preview", settings_.previewCorrection}, Scalar{"keepAlpha", maskToAlpha},
+        Scalar{"matrix", Common::xyzToRgbMatrix});
 }
 
 void ToneAligner::processLocal(const Views& views, Image& output) {

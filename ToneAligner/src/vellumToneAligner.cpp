@@ -98,8 +98,8 @@ void ToneAligner::processBasicFused(const Views& views, Image& output) {
         toLabWithStatistics(views.source.image(), counted.image(), sourceLab.image(), kernelFlags_);
     const auto rebuiltStatistics =
         toLabWithStatistics(views.rebuilt.image(), counted.image(), rebuiltLab.image(), kernelFlags_);
-    applyGlobalMatch(sourceLab.image(), views.own(), views.mask.image(),
-                     globalMap(sourceStatistics, rebuiltStatistics), output, kernelFlags_);
+    applyGlobalMatch(sourceLab.image(), views.own(), views.mask.image(), globalMap(sourceStatistics, rebuiltStatistics),
+                     output, kernelFlags_);
 }
 
 /// Outside the mask the view is as it came.

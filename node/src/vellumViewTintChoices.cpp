@@ -120,10 +120,11 @@ std::string brokenPixelsMessage(const std::vector<std::pair<std::string, std::si
     if (parts.empty()) return {};
     const std::string last = std::move(parts.back());
     parts.pop_back();
-    return fmt::format("{}{}{} {} or beyond 1e12; {} left out of the match, and the corrected view keeps its own values "
-                       "there.",
-                       fmt::join(parts, ", "), parts.empty() ? "" : " and ", last,
-                       total == 1 ? "is not a number" : "are not numbers", total == 1 ? "it is" : "they are");
+    return fmt::format(
+        "{}{}{} {} or beyond 1e12; {} left out of the match, and the corrected view keeps its own values "
+        "there.",
+        fmt::join(parts, ", "), parts.empty() ? "" : " and ", last, total == 1 ? "is not a number" : "are not numbers",
+        total == 1 ? "it is" : "they are");
 }
 
 }  // namespace Cobalt::Research

@@ -165,7 +165,8 @@ void ViewTintPlugin::tellBrokenPixels(std::size_t target, std::size_t other, std
     const bool left = matchWhat == 0;
     const auto viewName = [&](int offset) {
         Fresco::Image::OutputContext context;
-        return fmt::format("the view '{}'", Fresco::Image::OutputContext::view_name(inputContext(0, offset, context).view));
+        return fmt::format("the view '{}'",
+                           Fresco::Image::OutputContext::view_name(inputContext(0, offset, context).view));
     };
     const std::string occlusion = "mask_occlusion.alpha";
     const std::size_t own = brokenOcclusions_.empty() ? 0 : brokenOcclusions_.front();

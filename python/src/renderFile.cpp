@@ -112,8 +112,7 @@ std::vector<FrameResult> renderAny(const std::string& input, const std::string& 
     for (const auto& [name, text] : given)
         controls.set(name, text);
     if (const auto pattern = FramePattern::parse(input))
-        return renderSequence(*pattern, output, std::move(controls), mask, frames, skipExisting, disparity,
-                              services);
+        return renderSequence(*pattern, output, std::move(controls), mask, frames, skipExisting, disparity, services);
     renderStill(input, output, std::move(controls), mask, disparity, services);
     return {};
 }

@@ -94,18 +94,16 @@ TEST_F(CommonKernels, rgbToLabAndBack) {
 TEST_F(CommonKernels, greysHaveNoColour) {
     Pixels greys({0, 0, 256, 256}, 3);
     // The upper half of a float's bits: every exponent and sign.
-    greys.forEach([&](int x, int y, int c) { greys.at(x, y, c) = std::bit_cast<float>(((y * 256 + x) << 16) + 12345); });
+    greys.forEach(
+        [&](int x, int y, int c) { greys.at(x, y, c) = std::bit_cast<float>(((y * 256 + x) << 16) + 12345); });
     const TestImage source(greys, Arrangement::planar);
     TestImage lab(greys, Arrangement::planar), xyz(greys, Arrangement::planar);
     Vellum::Common::rgbToLab(source.image(), lab.image());
     Vellum::Common::rgbToXyz(source.image(), xyz.image());
     Vellum::Common::xyzToLab(xyz.image(), xyz.image());
-    greys.forEach([&](int x, int y, int c) {
-        if (!std::isfinite(xyz.pixels().at(x, y, 0))) return;
-        if (c == 0)
-            ASSERT_EQ(lab.pixels().at(x, y, 0), xyz.pixels().at(x, y, 0));
-        else
-            ASSERT_EQ(lab.pixels().at(x, y, c), 0) << greys.at(x, y, 0);
+    greys.forEach([&, exact = lab.pixels(), plain = xyz.pixels()](int x, int y, int c) {
+        if (!std::isfinite(plain.at(x, y, 0))) return;
+        ASSERT_EQ(exact.at(x, y, c), c == 0 ? plain.at(x, y, 0) : 0) << greys.at(x, y, 0);
     });
 }
 
@@ -125,9 +123,8 @@ TEST_F(CommonKernels, brokenPixels) {
                              broken += !whole(scene, x, y);
                      return std::map<std::string, std::vector<double>>{{"broken", {broken}}};
                  }});
-    checkKernel({.kernel = "wholePixelsKernel", .reference = [=](const Scene& scene, int x, int y) {
-                     return Pixel{whole(scene, x, y) ? 1.0 : 0.0};
-                 }});
+    checkKernel({.kernel = "wholePixelsKernel",
+                 .reference = [=](const Scene& scene, int x, int y) { return Pixel{whole(scene, x, y) ? 1.0 : 0.0}; }});
     checkKernel({.kernel = "replaceBrokenKernel",
                  .reference = eachComponent([](auto& v) { return std::abs(v[0]) <= 1e12f ? v[0] : 0.25; }),
                  .scalars = [](KernelExecutionContext& context) { context.set({"replacement"}, 0.25f); },

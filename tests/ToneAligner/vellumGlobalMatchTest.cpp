@@ -273,7 +273,8 @@ TEST(GlobalMatch, pixelsThatAreNoColoursComeBackAsTheyWere) {
         EXPECT_EQ(result.at(6, 5, 3), match.source.at(6, 5, 3));
         EXPECT_NE(result.at(6, 5, 0), match.source.at(6, 5, 0)) << "an alpha is no colour";
         result.forEach([&](int x, int y, int c) {
-            if (y != 5 && (x != 10 || y != 9)) EXPECT_NEAR(result.at(x, y, c), clean.at(x, y, c), 0.01) << way;
+            if (y == 5 || (x == 10 && y == 9)) return;
+            EXPECT_NEAR(result.at(x, y, c), clean.at(x, y, c), 0.01) << way;
         });
     }
 }

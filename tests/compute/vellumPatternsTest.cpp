@@ -232,7 +232,7 @@ TEST(KernelMath, specialValues) {
 TEST(KernelMath, halvesAreRoundedAwayFromZero) {
     const float inf = std::numeric_limits<float>::infinity();
     const float nan = std::numeric_limits<float>::quiet_NaN();
-    std::vector<float> values{0.49999997f, 8388607.5f, 4194303.75f, 8388609, 16777217, 1e-45f, 0, 3e38f, inf, nan};
+    std::vector<float> values{0.49999997f, 8388607.5f, 4194303.75f, 8388609, 1e-45f, 0, 3e38f, inf, nan};
     for (float half = 0.5f; half < 1e7f; half *= 3)
         for (const float v : {std::nextafter(half, 0.0f), half, std::nextafter(half, inf)})
             values.push_back(v);
