@@ -108,23 +108,26 @@ std::string missingChannelMessage(const std::string& name) {
     return fmt::format("Channel selected as {} is missing. Please connect the correct input.", name);
 }
 
-std::string brokenPixelsMessage(const std::vector<std::pair<std::string, std::size_t>>& counts) {
+std::string brokenPixelsMessage(const std::vector<std::pair<std::string, std::size_t>>& counts,
+                                const std::string& corrected) {
     std::vector<std::string> parts;
-    std::size_t total = 0;
+    std::size_t total = 0, kept = 0;
     for (const auto& [picture, count] : counts) {
         if (count == 0) continue;
         const char* const pixels = !parts.empty() ? "" : count == 1 ? " pixel" : " pixels";
         parts.push_back(fmt::format("{}{} of {}", count, pixels, picture));
         total += count;
+        if (picture == corrected) kept = count;
     }
     if (parts.empty()) return {};
     const std::string last = std::move(parts.back());
     parts.pop_back();
-    return fmt::format(
-        "{}{}{} {} or beyond 1e12; {} left out of the match, and the corrected view keeps its own values "
-        "there.",
-        fmt::join(parts, ", "), parts.empty() ? "" : " and ", last, total == 1 ? "is not a number" : "are not numbers",
-        total == 1 ? "it is" : "they are");
+    const std::string which = fmt::format("{}{}{}", fmt::join(parts, ", "), parts.empty() ? "" : " and ", last);
+    if (total == 1)
+        return fmt::format("{} is not a number or beyond 1e12; it takes no part in the match{}.", which,
+                           kept != 0 ? " and keeps its own values" : "");
+    return fmt::format("{} are not numbers or beyond 1e12; they take no part in the match{}.", which,
+                       kept != 0 ? fmt::format(", and those of {} keep their own values", corrected) : "");
 }
 
 }  // namespace Cobalt::Research

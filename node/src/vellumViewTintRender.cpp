@@ -176,7 +176,8 @@ void ViewTintPlugin::tellBrokenPixels(std::size_t target, std::size_t other, std
                                                      {"the disparity", vectors},
                                                      {occlusion, own},
                                                      {"the neighbouring frames' " + occlusion, all - own},
-                                                     {"the mask", mask}});
+                                                     {"the mask", mask}},
+                                                    viewName(left ? 1 : 2));
     if (!message.empty()) warning(message);
 }
 
