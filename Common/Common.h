@@ -106,7 +106,7 @@ void linearToSrgb(const Image& source, Image& output);
 // ---- pixels that are broken: with a component that is no value, which is NaN, infinite or beyond 1e12 in magnitude
 
 /// The number of pixels with such a component from `firstComponent` to `lastComponent`, as far as there are: in a
-/// picture its alpha doesn't matter.
+/// picture its alpha doesn't matter. From 2^24 on to the precision of a float.
 std::size_t countBroken(const Image& image, int firstComponent = 0, int lastComponent = 2);
 /// `output` of one component: 0 at those pixels, else 1.
 void wholePixels(const Image& image, Image& output, int firstComponent = 0, int lastComponent = 2);
