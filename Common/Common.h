@@ -95,12 +95,25 @@ inline constexpr std::array<float, 9> xyzToRgbMatrix{3.0802281f,  -1.5373085f,  
 void rgbToXyz(const Image& source, Image& output, int flags = 1);
 void xyzToRgb(const Image& source, Image& output, int flags = 1);
 /// Linear RGB to scaled Lab (L = 1.16 f(Y) - 0.16, a = 5 (f(X) - f(Y)), b = 2 (f(Y) - f(Z))): rgbToXyz and xyzToLab in
-/// one pass. Images of 3 or 4 components; a fourth one of the output stays.
+/// one pass, but that a and b are exactly 0 where R = G = B. Images of 3 or 4 components; a fourth one of the output
+/// stays.
 void rgbToLab(const Image& source, Image& output, int flags = 1);
 void labToRgb(const Image& source, Image& output, int flags = 1);
 /// The sRGB transfer curve on components 0 to 2; of the others the output takes what the source has, else 0.
 void srgbToLinear(const Image& source, Image& output);
 void linearToSrgb(const Image& source, Image& output);
+
+// ---- pixels that are broken: with a component that is no value, which is NaN, infinite or beyond 1e12 in magnitude
+
+/// The number of pixels with such a component from `firstComponent` to `lastComponent`, as far as there are: in a
+/// picture its alpha doesn't matter. From 2^24 on to the precision of a float.
+std::size_t countBroken(const Image& image, int firstComponent = 0, int lastComponent = 2);
+/// `output` of one component: 0 at those pixels, else 1.
+void wholePixels(const Image& image, Image& output, int firstComponent = 0, int lastComponent = 2);
+/// Each component that is no value becomes `replacement`.
+void replaceBroken(const Image& source, Image& output, float replacement);
+/// Colours of `replacement` in the place of those that are broken in `source`. Alpha is the source's.
+void mendPixels(const Image& source, const Image& replacement, Image& output);
 
 // ---- neighbourhoods: reads outside an image give its nearest pixel; a destination may not be a source
 
@@ -119,8 +132,8 @@ void erode(const Image& source, Image& output, int radius, bool right = true, bo
 enum class Sides { left = 0, right = 1, leftAndRight = 2, down = 3, up = 4, upAndDown = 5 };
 /// 1 where the mask isn't 0 and a chosen neighbour is; else 0. Another value of `sides` does nothing.
 void maskEdges(const Image& source, Image& output, Sides sides);
-/// Widens a soft mask by `amount` pixels, or narrows it by -amount, fractions included, and blurs it with sigma `blur`; a
-/// blur of 0 leaves its edge as it is.
+/// Widens a soft mask by `amount` pixels, or narrows it by -amount, fractions included, and blurs it with sigma `blur`;
+/// a blur of 0 leaves its edge as it is.
 void growMask(const Image& mask, Image& work1, Image& work2, Image& output, float amount, float blur);
 
 // ---- statistics

@@ -12,7 +12,8 @@ void registerKernels();
 
 /// Brings the other view onto the geometry of the view to correct: each pixel is sampled where the disparity points to.
 /// What the other view doesn't show is sampled through a disparity that is extended into the hole from its four sides,
-/// taking the background's. The alpha of the result tells which pixels can be trusted.
+/// taking the background's. The alpha of the result tells which pixels can be trusted; its colours are NaN where the
+/// filter reaches a pixel of the other view whose colour is none (see Common::countBroken).
 ///
 /// Disparities are in pixels, x to the right, y up, and lead from a pixel to its counterpart.
 class PictureBuilder {

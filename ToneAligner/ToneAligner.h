@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <functional>
 #include <utility>
 #include <vector>
@@ -18,6 +19,15 @@ class BlockKernels;
 /// the neighbours of a pixel, else 0. `scale` multiplies the disparity. Without `thin` the marks are as wide as the
 /// jumps.
 void detectDisparityEdges(const Vellum::Image::Image& disparity, Vellum::Image::Image& result, float scale, bool thin);
+
+/// How many pixels of each picture have a value that is NaN, infinite or beyond 1e12 in magnitude. An alpha doesn't
+/// matter.
+struct BrokenPixels {
+    std::size_t source = 0;
+    std::size_t rebuilt = 0;
+    std::size_t mask = 0;
+    std::size_t occlusion = 0;
+};
 
 /// Turns the fetched images of one render into the corrected view. Made for one render, on the stack.
 ///
@@ -83,9 +93,15 @@ public:
     /// `sourceView` is the view to correct, `rebuiltView` the other view on its geometry (4 components each).
     /// `userMask` (1: selected), `occlusion` (1: not visible in the other view) and `disparityEdges` have one
     /// component. Writes `output`, 4 components. The pictures handed over come back unchanged.
-    /// Throws Cobalt::Base::Exception; a failure of the device passes through.
+    /// The output is `sourceView` itself, bit for bit, where `userMask` is 0 and where `sourceView` has no colour:
+    /// broken pixels take no part. A broken pixel of `rebuiltView` counts as occluded, a broken value of `userMask` as
+    /// 0, of `occlusion` and `disparityEdges` as 1. Throws Cobalt::Base::Exception; a failure of the device passes
+    /// through.
     void process(const Image& sourceView, const Image& rebuiltView, const Image& userMask, const Image& occlusion,
                  const Image& disparityEdges, Image& output);
+
+    /// What the last process() found. Not with mode `idle`.
+    const BrokenPixels& brokenPixels() const { return broken_; }
 
     // ---- steps of the local modes, each usable by itself; all images on the manager's current device
 
@@ -117,8 +133,8 @@ public:
     using StageObserver = std::function<void(const char* name, const Image& picture)>;
     void setStageObserver(StageObserver observer) { observer_ = std::move(observer); }
 
-    /// Several kernels are run as one pass. Off: the plain sequence of kernels, which gives the same bits in "Basic" and
-    /// the same to rounding in the local modes.
+    /// Several kernels are run as one pass. Off: the plain sequence of kernels, which gives the same bits in "Basic"
+    /// and the same to rounding in the local modes.
     void setFusedPasses(bool fused) { fusedPasses_ = fused; }
 
 private:
@@ -135,6 +151,7 @@ private:
     int kernelFlags_;
     Image gaussianWindow_;
     Settings settings_;
+    BrokenPixels broken_;
     bool fusedPasses_ = true;
     std::function<void(float)> checkpoint_;
     StageObserver observer_;

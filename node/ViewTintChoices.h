@@ -1,6 +1,8 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "compute/Image.h"
@@ -36,8 +38,9 @@ Fresco::Image::ChannelSet disparityChannels();
 // ---- images
 
 /// The larger value of all frames at each pixel, in the box of the first frame. Frames elsewhere count for nothing.
-/// There is at least one frame.
-void combineOcclusionFrames(const std::vector<Vellum::Image::Image>& frames, Vellum::Image::Image& out);
+/// There is at least one frame. A broken value hides. Returns how many each frame has.
+std::vector<std::size_t> combineOcclusionFrames(const std::vector<Vellum::Image::Image>& frames,
+                                                Vellum::Image::Image& out);
 /// A one-component image with exactly this box: `source` itself where it fits, else its pixels at their own places
 /// and 0 elsewhere.
 Vellum::Image::Image fitImageToBox(const Vellum::Image::Image& source, const Vellum::Image::Box& box);
@@ -47,5 +50,10 @@ Vellum::Image::Image fitImageToBox(const Vellum::Image::Image& source, const Vel
 std::string missingInputMessage(const std::string& inputName, const std::string& what);
 std::string missingUpstreamMessage(const std::string& inputName, const std::string& what, const std::string& node);
 std::string missingChannelMessage(const std::string& name);
+
+/// Broken pixels of a render's pictures, by their names; `corrected` is that of the view to correct. Pictures without any
+/// are left out; empty where all are.
+std::string brokenPixelsMessage(const std::vector<std::pair<std::string, std::size_t>>& counts,
+                                const std::string& corrected);
 
 }  // namespace Cobalt::Research

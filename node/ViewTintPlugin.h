@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <functional>
 #include <memory>
 #include <vector>
@@ -114,12 +115,20 @@ private:
     void render(Fresco::Image::ImagePlane& plane, Steps& steps);
     std::array<int, 2> sourceFormat() const;
     static bool loadResult(Fresco::Image::ImagePlane& plane, const Fresco::Image::Hash& renderHash);
+    /// The first component of `disparity` that belongs to the view to correct.
+    int firstVectorComponent() const { return matchWhat == 0 ? 2 : 0; }
+    /// Occludes the pixels whose vector leads nowhere. Returns how many they are.
+    std::size_t hideBrokenVectors(const Image& disparity, Image& occlusion) const;
     void markDisparityEdges(const Image& disparity, Image& edges) const;
     /// The other view's colours on the geometry of the view to correct.
     void rebuildOtherView(Vellum::Utils::BufferManagement::BufferManager& bufferManager,
                           const std::array<int, 2>& fullSize, const Image& leftView, const Image& rightView,
                           const Image& disparity, const Image& occlusion, Image& projected) const;
+    /// Warns of broken pixels; the pictures' counts are those of this render.
+    void tellBrokenPixels(std::size_t target, std::size_t other, std::size_t vectors, std::size_t mask) const;
     void setUp(Vellum::Tone::ToneAligner& aligner, const std::array<int, 2>& fullSize, int width) const;
+
+    std::vector<std::size_t> brokenOcclusions_;  ///< of the frames of the latest fetch
 };
 
 }  // namespace Cobalt::Research

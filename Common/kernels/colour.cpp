@@ -47,15 +47,14 @@ struct labToXyzKernel : WholePixel<In<"A">, Out<"O">> {
     }
 };
 
-/// colourMatrixKernel and xyzToLabKernel in one pass, with the same arithmetic.
+/// colourMatrixKernel and xyzToLabKernel in one pass, with the same arithmetic; but R = G = B gives a = b = 0 exactly.
 struct rgbToLabKernel : WholePixel<In<"A">, Out<"O">> {
     struct Params {
         float matrix[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};
     };
     static constexpr ScalarDeclarations scalars{1, {VT_SCALAR(matrix)}};
     VT_FN void body(const Params& p, auto A, auto O) {
-        const auto xyz = multiplyMatrix(p.matrix, A(0), A(1), A(2));
-        const auto lab = labOfXyz(xyz.a, xyz.b, xyz.c, labKnee);
+        const auto lab = labOfRgb(p.matrix, A(0), A(1), A(2), labKnee);
         O.put(0, lab.a);
         O.put(1, lab.b);
         O.put(2, lab.c);

@@ -21,6 +21,12 @@ VT_FN Triple<V> multiplyMatrix(const float (&m)[9], V x, V y, V z) {
             ((x * m[6]) + (y * m[7])) + (z * m[8])};
 }
 
+/// Whether a value can take part in sums of squares: neither NaN nor infinite nor beyond the brightest light there is.
+template <class V>
+VT_FN auto isValue(V value) {
+    return abs(value) <= V(1e12f);
+}
+
 /// The lightness curve of CIE 1976 Lab: the cube root, and its tangent below knee^3. NaN and infinity stay themselves,
 /// which the tangent sees to.
 template <class V>
@@ -34,13 +40,32 @@ VT_FN V inverseLabCurve(V u, float knee) {
     return select(u > knee, u * u * u, (u + (-2 * knee) / 3) * 3.f * knee * knee);
 }
 
+/// Scaled Lab of the curves f(X), f(Y), f(Z).
+template <class V>
+VT_FN Triple<V> labOfCurves(const Triple<V>& f) {
+    return {f.b * 1.16f - 0.16f, (f.a - f.b) * 5.f, (f.b - f.c) + (f.b - f.c)};
+}
+
 /// Scaled Lab of XYZ with the white point divided out. Black gives exactly 0 in all three.
 template <class V>
 VT_FN Triple<V> labOfXyz(V x, V y, V z, float knee) {
-    const V fy = labCurve(y, knee);
-    const V fx = labCurve(x, knee);
-    const V fz = labCurve(z, knee);
-    return {fy * 1.16f - 0.16f, (fx - fy) * 5.f, (fy - fz) + (fy - fz)};
+    return labOfCurves(Triple<V>{labCurve(x, knee), labCurve(y, knee), labCurve(z, knee)});
+}
+
+/// The curves of X, Y and Z of a linear RGB pixel, on which Lab rests. R = G = B makes them equal, to the last bit: the
+/// matrix alone would leave rounding in a and b, and a pixel that isn't exactly neutral takes part in casts.
+template <class V>
+VT_FN Triple<V> curvesOfRgb(const float (&rgbToXyz)[9], V r, V g, V b, float knee) {
+    const auto xyz = multiplyMatrix(rgbToXyz, r, g, b);
+    const auto grey = (r == g) & (g == b);
+    const V fy = labCurve(xyz.b, knee);
+    return {select(grey, fy, labCurve(xyz.a, knee)), fy, select(grey, fy, labCurve(xyz.c, knee))};
+}
+
+/// Scaled Lab of linear RGB: multiplyMatrix and labOfXyz, but exactly neutral for R = G = B.
+template <class V>
+VT_FN Triple<V> labOfRgb(const float (&rgbToXyz)[9], V r, V g, V b, float knee) {
+    return labOfCurves(curvesOfRgb(rgbToXyz, r, g, b, knee));
 }
 
 template <class V>

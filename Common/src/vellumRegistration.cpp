@@ -4,6 +4,7 @@
 namespace Vellum::Kernels {
 extern const Family arithmetic;
 extern const Family blending;
+extern const Family brokenPixels;
 extern const Family colour;
 extern const Family copying;
 extern const Family morphology;
@@ -16,8 +17,8 @@ namespace Vellum::Common {
 
 void registerKernels() {
     using namespace Vellum::Kernels;
-    registerFamilies(
-        {&arithmetic, &blending, &colour, &copying, &morphology, &smoothing, &statistics, &transferCurves});
+    registerFamilies({&arithmetic, &blending, &brokenPixels, &colour, &copying, &morphology, &smoothing, &statistics,
+                      &transferCurves});
 }
 
 }  // namespace Vellum::Common

@@ -35,14 +35,14 @@ struct padKernelKernel : WholePixel<In<"K">, Out<"O", Pattern::random>> {
     }
 };
 
-/// O at (x, y) = component `channel` of A at (x, y) + the corner of A, or outside A component `channel` of `fill`.
+/// O at (x, y) = component `channel` of A at (x, y) + the corner of A, or outside A component `channel` of `fillValue`.
 struct padImageKernel : WholePixel<In<"A", Pattern::random, EdgeMethod::clamped>, Out<"O">> {
     struct Params {
         int channel = 0;
-        float fill[4] = {0, 0, 0, 0};
+        float fillValue[4] = {0, 0, 0, 0};
         int offset[2] = {0, 0};
     };
-    static constexpr ScalarDeclarations scalars{2, {VT_SCALAR(channel), VT_SCALAR(fill)}};
+    static constexpr ScalarDeclarations scalars{2, {VT_SCALAR(channel), VT_SCALAR(fillValue)}};
     static constexpr ScalarDeclarations derived{1, {VT_SCALAR(offset)}};
     static void derive(Params& p, const ImageArgument* images, ImageParameters*) {
         p.offset[0] = images[0].x0;
@@ -55,7 +55,7 @@ struct padImageKernel : WholePixel<In<"A", Pattern::random, EdgeMethod::clamped>
         const I x = O.column() + I(p.offset[0]);
         const I y(O.row() + p.offset[1]);
         const auto inside = (x >= I(A.left())) & (x < I(A.right())) & (y >= I(A.bottom())) & (y < I(A.top()));
-        O = select(inside, A.fetch(x, y, channel), V(p.fill[channel]));
+        O = select(inside, A.fetch(x, y, channel), V(p.fillValue[channel]));
     }
 
     template <class V, Counts T>
@@ -71,28 +71,28 @@ struct padImageKernel : WholePixel<In<"A", Pattern::random, EdgeMethod::clamped>
             const int begin = rowInside ? clampTo(a.x0 - from, 0, count) : count;
             const int end = rowInside ? clampTo(a.x1 - from, begin, count) : count;
             for (int i = 0; i < begin; ++i)
-                row[i] = p.fill[channel];
+                row[i] = p.fillValue[channel];
             if (end > begin)
                 __builtin_memcpy(row + begin, addressIn(a, from + begin, y + p.offset[1], channel),
                                  (end - begin) * sizeof(float));
             for (int i = end; i < count; ++i)
-                row[i] = p.fill[channel];
+                row[i] = p.fillValue[channel];
         }
     }
 };
 
 /// Component `channel` of O at (x, y) = scale times A at (x, y) - the lower left corner of `box`, or outside A
-/// component `channel` of `fill`.
+/// component `channel` of `fillValue`.
 struct cropKernel : WholePixel<In<"A", Pattern::random, EdgeMethod::clamped>, Out<"O">> {
     struct Params {
         int channel = 0;
         int box[4] = {0, 0, 0, 0};
         float scale = 1;
-        float fill[4] = {0, 0, 0, 0};
+        float fillValue[4] = {0, 0, 0, 0};
         int offset[2] = {0, 0};
     };
     static constexpr ScalarDeclarations scalars{
-        4, {VT_SCALAR(channel), VT_SCALAR(box), VT_SCALAR(scale), VT_SCALAR(fill)}};
+        4, {VT_SCALAR(channel), VT_SCALAR(box), VT_SCALAR(scale), VT_SCALAR(fillValue)}};
     static constexpr ScalarDeclarations derived{1, {VT_SCALAR(offset)}};
     static void derive(Params& p, const ImageArgument*, ImageParameters*) {
         p.offset[0] = -p.box[0];
@@ -105,7 +105,7 @@ struct cropKernel : WholePixel<In<"A", Pattern::random, EdgeMethod::clamped>, Ou
         const I x = O.column() + I(p.offset[0]);
         const I y(O.row() + p.offset[1]);
         const auto inside = (x >= I(A.left())) & (x < I(A.right())) & (y >= I(A.bottom())) & (y < I(A.top()));
-        O.put(channel, select(inside, A.fetch(x, y), V(p.fill[channel])) * p.scale);
+        O.put(channel, select(inside, A.fetch(x, y), V(p.fillValue[channel])) * p.scale);
     }
 
     template <class V, Counts T>
@@ -113,7 +113,7 @@ struct cropKernel : WholePixel<In<"A", Pattern::random, EdgeMethod::clamped>, Ou
         const auto& p = *static_cast<const Params*>(launch.parameters);
         const ImageArgument& a = launch.images[0];
         const int channel = clampTo(p.channel, 0, T.of[1] - 1);
-        const float filling = p.fill[channel] * p.scale;
+        const float filling = p.fillValue[channel] * p.scale;
         for (int y = launch.y0; y < launch.y1; ++y) {
             float* row = addressIn(launch.images[1], launch.x0, y, channel);
             const int from = launch.x0 + p.offset[0];

@@ -81,15 +81,10 @@ struct occlusionFromDisparityKernel
 /// E = 1 where the pixel that the disparity points to, (x, y) + D rounded, lies outside D's box; so for NaN and
 /// infinite disparities. Other pixels of E stay.
 struct outOfFrameKernel : WholePixel<In<"D">, Out<"E">> {
-    template <class V>
-    static VT_INLINE V roundedHalfAway(V v) {
-        const V size = floor(abs(v) + V(0.5f));
-        return select(v < V(0.f), -size, size);
-    }
     VT_FN void body(const Params&, auto D, auto E) {
         using V = decltype(D(0));
-        const V x = roundedHalfAway(toFloat(D.column()) + D(0));
-        const V y = roundedHalfAway(V(static_cast<float>(D.row())) + D(1));
+        const V x = roundHalfAway(toFloat(D.column()) + D(0));
+        const V y = roundHalfAway(V(static_cast<float>(D.row())) + D(1));
         const auto inside = (x >= V(static_cast<float>(D.left()))) & (x < V(static_cast<float>(D.right()))) &
                             (y >= V(static_cast<float>(D.bottom()))) & (y < V(static_cast<float>(D.top())));
         E = select(inside, E(), V(1.f));
@@ -113,20 +108,11 @@ struct pickDisparityKernel : WholePixel<In<"A">, In<"B">, Out<"O">> {
     }
 };
 
-/// O = A where that is finite, else 0.
-struct finiteOrZeroKernel : PerComponent<In<"A">, Out<"O">> {
-    VT_FN void body(const Params&, auto A, auto O) {
-        const auto a = A();
-        O = select(abs(a) < O.lane(infinity), a, O.lane(0));
-    }
-};
-
 #define VT_DISPARITY_TO_MARK(X, K) X(K, 2f_1f)
 #define VT_DISPARITIES(X, K) X(K, 2f_2f_2f)
 #define MARKS(K)                                          \
     K(occlusionFromDisparityKernel, VT_DISPARITY_TO_MARK) \
     K(outOfFrameKernel, VT_DISPARITY_TO_MARK)             \
-    K(finiteOrZeroKernel, VT_SAME_2)                      \
     K(pickDisparityKernel, VT_DISPARITIES)
 
 VT_FAMILY(marks, MARKS)

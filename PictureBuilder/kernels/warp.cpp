@@ -428,18 +428,21 @@ struct warpWhereWrapKernel : WarpWhere<WarpWhereWrapParams> {
     }
 };
 
-/// O = A, with `encode` its components 0 to 2 as sRGB codes, and 0 where that isn't finite: a filter would spread it.
+/// O = A, with `encode` its components 0 to 2 as sRGB codes. These are all NaN where one of them is no value, so that a
+/// filter marks every pixel that such a colour touches; an alpha that is none becomes 0.
 struct codedPictureKernel : WholePixel<In<"A">, Out<"O">> {
     struct Params {
         bool encode = true;
     };
     static constexpr ScalarDeclarations scalars{1, {VT_SCALAR(encode)}};
     VT_FN void body(const Params& p, auto A, auto O) {
-        for (int c = 0; c < O.count; ++c) {
-            const auto a = A(c);
-            const auto value = p.encode && c < 3 ? srgbOfLinear(a) : a;
-            O.put(c, select(abs(value) < A.lane(infinity), value, A.lane(0)));
-        }
+        constexpr int colours = O.count < 3 ? O.count : 3;
+        auto whole = isValue(A(0));
+        for (int c = 1; c < colours; ++c)
+            whole = whole & isValue(A(c));
+        for (int c = 0; c < colours; ++c)
+            O.put(c, select(whole, p.encode ? srgbOfLinear(A(c)) : A(c), O.lane(notANumber)));
+        if constexpr (O.count == 4) O.put(3, select(isValue(A(3)), A(3), O.lane(0)));
     }
     // The picture goes into another layout; the curve is worth the widest registers all the same.
     static bool hostFormTakes(const ImageArgument* images) { return images[0].strideX != 1 || images[1].strideX != 1; }

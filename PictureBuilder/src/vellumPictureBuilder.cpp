@@ -23,7 +23,6 @@ using Vellum::Image::Info;
 
 const ProgramSource occlusionFromDisparitySource(Kernels::marks, "occlusionFromDisparityKernel");
 const ProgramSource outOfFrameSource(Kernels::marks, "outOfFrameKernel");
-const ProgramSource finiteOrZeroSource(Kernels::marks, "finiteOrZeroKernel");
 const ProgramSource pickDisparitySource(Kernels::marks, "pickDisparityKernel");
 
 constexpr int rimsExtended = 3;
@@ -138,7 +137,7 @@ void PictureBuilder::extendFromRims(const Image& displacement, const Image& hole
     const BufferManagedImage fromSide(bufferManager_, extended.info());
     const BufferManagedImage finite(bufferManager_, displacement.info());
     // Not even a weight of 0 keeps NaN out of a mean.
-    runKernel(finiteOrZeroSource, {&displacement, &finite.image()}, kernelFlags_, {});
+    Common::replaceBroken(displacement, finite.image(), 0);
     PullPush::PullPush pullPush(bufferManager_, pullPushFlags);
     const bool background = direction_ == 1;
     bool isFirst = true;

@@ -9,12 +9,8 @@ inline namespace VIEWTINT_ISA {
 // only. So a change of L that leaves a and b is the same change of all three, and Lab itself needn't be computed.
 
 /// f(X), f(Y), f(Z) of a linear RGB pixel.
-VT_FN auto curvesOfRgb(const float (&rgbToXyz)[9], const auto& image) {
-    auto xyz = multiplyMatrix(rgbToXyz, image(0), image(1), image(2));
-    xyz.a = labCurve(xyz.a, labKnee);
-    xyz.b = labCurve(xyz.b, labKnee);
-    xyz.c = labCurve(xyz.c, labKnee);
-    return xyz;
+VT_FN auto curvesOf(const float (&rgbToXyz)[9], const auto& image) {
+    return curvesOfRgb(rgbToXyz, image(0), image(1), image(2), labKnee);
 }
 
 /// Writes components 0 to 2.
@@ -38,7 +34,7 @@ struct lightnessDifferenceKernel : WholePixel<In<"source">, In<"corrected">, Out
     };
     static constexpr ScalarDeclarations scalars{1, {VT_SCALAR(rgbToXyz)}};
     VT_FN void body(const Params& p, auto source, auto corrected, auto D) {
-        const auto d = (curvesOfRgb(p.rgbToXyz, corrected).b - curvesOfRgb(p.rgbToXyz, source).b) * lightnessOfCurve;
+        const auto d = (curvesOf(p.rgbToXyz, corrected).b - curvesOf(p.rgbToXyz, source).b) * lightnessOfCurve;
         D = select(abs(d) < D.lane(infinity), d, D.lane(0));
     }
 };
@@ -55,14 +51,15 @@ struct limitCorrectionKernel : WholePixel<In<"mean">, Out<"source">, Out<"correc
     static constexpr ScalarDeclarations scalars{
         4, {VT_SCALAR(limit), VT_SCALAR(softness), VT_SCALAR(rgbToXyz), VT_SCALAR(xyzToRgb)}};
     VT_FN void body(const Params& p, auto mean, auto source, auto corrected) {
-        const auto from = curvesOfRgb(p.rgbToXyz, source);
-        const auto to = curvesOfRgb(p.rgbToXyz, corrected);
+        const auto from = curvesOf(p.rgbToXyz, source);
+        const auto to = curvesOf(p.rgbToXyz, corrected);
         const auto difference = (to.b - from.b) * lightnessOfCurve;
         const auto average = mean();
         const auto limited = softLimit(difference - average, p.limit, p.softness) + average;
         const auto change = (limited - difference) * (1 / lightnessOfCurve);
         putRgbOfCurves(p.xyzToRgb, from, source);
-        putRgbOfCurves(p.xyzToRgb, Triple<decltype(to.a + change)>{to.a + change, to.b + change, to.c + change}, corrected);
+        putRgbOfCurves(p.xyzToRgb, Triple<decltype(to.a + change)>{to.a + change, to.b + change, to.c + change},
+                       corrected);
     }
 };
 

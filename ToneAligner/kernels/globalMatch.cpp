@@ -1,8 +1,10 @@
 // The global match: one gain and one offset per Lab component. Compiled once per instruction set.
 //
-// The last four kernels run several steps of the plain sequence as one pass over the pictures, with the same arithmetic
-// in the same order, so that both ways give the same bits.
+// The kernels countedPixelsKernel, labSumKernel, labDeviationKernel and applyGlobalMatchKernel run several steps of the
+// plain sequence as one pass over the pictures, with the same arithmetic in the same order, so that both ways give the
+// same bits.
 #include "Common/kernels/colourMath.h"
+#include "ending.h"
 
 namespace Vellum::Kernels {
 inline namespace VIEWTINT_ISA {
@@ -60,8 +62,7 @@ struct labSumKernel : LabSums<In<"A">, In<"M">, Out<"L">> {
     };
     static constexpr ScalarDeclarations scalars{1, {VT_SCALAR(matrix)}};
     VT_FN void body(const Params& p, auto& sums, auto A, auto M, auto L) {
-        const auto xyz = multiplyMatrix(p.matrix, A(0), A(1), A(2));
-        const auto lab = labOfXyz(xyz.a, xyz.b, xyz.c, labKnee);
+        const auto lab = labOfRgb(p.matrix, A(0), A(1), A(2), labKnee);
         L.put(0, lab.a);
         L.put(1, lab.b);
         L.put(2, lab.c);
@@ -89,6 +90,18 @@ struct labDeviationKernel : LabSums<In<"L">, In<"M">> {
     }
 };
 
+/// O = A where M is 0, and its alpha where that is no value; else O stays.
+struct keepUnselectedKernel : WholePixel<In<"A">, In<"M">, Out<"O">> {
+    VT_FN void body(const NoParams&, auto A, auto M, auto O) {
+        const auto unselected = M() == O.lane(0);
+        for (int c = 0; c < O.count; ++c) {
+            const auto own = A(c);
+            const auto keeps = c == 3 ? unselected | !isValue(own) : unselected;
+            O.put(c, select(keeps, own, O(c)));
+        }
+    }
+};
+
 /// The Lab picture L mapped as by linearMapKernel, back in RGB with the alpha of A, mixed over A by M.
 struct applyGlobalMatchKernel : WholePixel<In<"L">, In<"A">, In<"M">, Out<"O">> {
     struct Params {
@@ -104,20 +117,22 @@ struct applyGlobalMatchKernel : WholePixel<In<"L">, In<"A">, In<"M">, Out<"O">> 
         const auto xyz = xyzOfLab(lightness, a, b, labKnee);
         const auto rgb = multiplyMatrix(p.matrix, xyz.a, xyz.b, xyz.c);
         const auto m = M();
-        O.put(0, (1.f - m) * A(0) + m * rgb.a);
-        O.put(1, (1.f - m) * A(1) + m * rgb.b);
-        O.put(2, (1.f - m) * A(2) + m * rgb.c);
-        O.put(3, (1.f - m) * A(3) + m * A(3));
+        O.put(0, endedColour(m, rgb.a, A(0), A(0)));
+        O.put(1, endedColour(m, rgb.b, A(1), A(1)));
+        O.put(2, endedColour(m, rgb.c, A(2), A(2)));
+        O.put(3, endedAlpha(m, A(3), A(3)));
     }
 };
 
 #define VT_LAB_SUM(X, K) X(K, 3f_1f_3f) X(K, 4f_1f_3f)
 #define VT_LAB_DEVIATION(X, K) X(K, 3f_1f)
 #define VT_APPLY(X, K) X(K, 3f_4f_1f_4f)
+#define VT_KEEP(X, K) X(K, 4f_1f_4f)
 #define VT_ONE_COMPONENT(X, K) X(K, 1f_1f_1f)
 #define GLOBAL_MATCH(K)                      \
     K(linearMapKernel, VT_COLOUR_PAIRS)      \
     K(countedPixelsKernel, VT_ONE_COMPONENT) \
+    K(keepUnselectedKernel, VT_KEEP)         \
     K(labSumKernel, VT_LAB_SUM)              \
     K(labDeviationKernel, VT_LAB_DEVIATION)  \
     K(applyGlobalMatchKernel, VT_APPLY)

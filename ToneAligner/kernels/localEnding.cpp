@@ -1,5 +1,5 @@
 // The end of the local modes. Compiled once per instruction set.
-#include "Common/kernels/colourMath.h"
+#include "ending.h"
 
 namespace Vellum::Kernels {
 inline namespace VIEWTINT_ISA {
@@ -7,7 +7,7 @@ inline namespace VIEWTINT_ISA {
 /// With C the corrected and S the source picture in Lab, N the source without its noise and A the source in RGB:
 /// O = RGB of C + (A - N), the noise put back; with `preview` minus the RGB of S. Its alpha is that of A, 0 with
 /// `preview`, or with `keepAlpha` and without `preview` what O holds. All this mixed over the RGB of S, with the alpha
-/// of A, by M.
+/// of A, by M; where M is 0 A itself, and its alpha where that is no value.
 struct localEndingKernel : WholePixel<In<"C">, In<"S">, In<"N">, In<"A">, In<"M">, Out<"O">> {
     struct Params {
         bool preview = false;
@@ -26,14 +26,14 @@ struct localEndingKernel : WholePixel<In<"C">, In<"S">, In<"N">, In<"A">, In<"M"
         const auto put = [&](int c, auto match, auto view) {
             const auto noisy = match + (A(c) - N(c));
             const auto wanted = select(p.preview, noisy - view, noisy);
-            O.put(c, (1.f - m) * view + m * wanted);
+            O.put(c, endedColour(m, wanted, view, A(c)));
         };
         put(0, corrected.a, source.a);
         put(1, corrected.b, source.b);
         put(2, corrected.c, source.c);
         const auto alpha = A(3);
         const auto wanted = select(p.preview, alpha - alpha, select(p.keepAlpha, O(3), alpha));
-        O.put(3, (1.f - m) * alpha + m * wanted);
+        O.put(3, endedAlpha(m, wanted, alpha));
     }
 };
 

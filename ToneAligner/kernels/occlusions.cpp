@@ -84,7 +84,7 @@ struct disparityEdgeKernel : WholePixel<In<"D", Pattern::rectangle, EdgeMethod::
     /// |v| rounded, halves upward; 0 for NaN.
     VT_FN int halfWidth(float v) {
         const float size = abs(v);
-        return toInt(floor(clampTo(size == size ? size : 0.f, 0.f, 1e9f) + 0.5f));
+        return toInt(roundHalfAway(clampTo(size == size ? size : 0.f, 0.f, 1e9f)));
     }
     VT_FN void body(const Params& p, auto D, auto E) {
         using V = decltype(D(0));

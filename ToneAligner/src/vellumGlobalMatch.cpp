@@ -24,6 +24,7 @@ const ProgramSource linearMapSource(Kernels::globalMatch, "linearMapKernel");
 const ProgramSource countedPixelsSource(Kernels::globalMatch, "countedPixelsKernel");
 const ProgramSource labSumSource(Kernels::globalMatch, "labSumKernel");
 const ProgramSource labDeviationSource(Kernels::globalMatch, "labDeviationKernel");
+const ProgramSource keepUnselectedSource(Kernels::globalMatch, "keepUnselectedKernel");
 const ProgramSource applyGlobalMatchSource(Kernels::globalMatch, "applyGlobalMatchKernel");
 
 constexpr float flatVariance = 0.00001f;
@@ -69,6 +70,10 @@ void computeGlobalMatch(const Image& a, const Image& maskA, const Image& b, cons
     const GlobalMap map = globalMap(statisticsA, statisticsB);
     Compute::runKernel(linearMapSource, {&a, &result}, kernelFlags, {}, Scalar{"offsets", map.offsets},
                        Scalar{"gains", map.gains});
+}
+
+void keepUnselected(const Image& source, const Image& userMask, Image& output, int kernelFlags) {
+    Compute::runKernel(keepUnselectedSource, {&source, &userMask, &output}, kernelFlags, {});
 }
 
 void countedPixels(const Image& userMask, const Image& occlusion, Image& counted, int kernelFlags) {

@@ -33,6 +33,10 @@ LabStatistics labStatistics(const Vellum::Image::Image& mask, const Vellum::Imag
 void computeGlobalMatch(const Vellum::Image::Image& a, const Vellum::Image::Image& maskA, const Vellum::Image::Image& b,
                         const Vellum::Image::Image& maskB, Vellum::Image::Image& result, int kernelFlags);
 
+/// Gives back `source` where `userMask` is 0, and its alpha where that is no value.
+void keepUnselected(const Vellum::Image::Image& source, const Vellum::Image::Image& userMask,
+                    Vellum::Image::Image& output, int kernelFlags);
+
 // ---- the same arithmetic in fewer passes
 
 /// 1 where `userMask` selects and `occlusion` does not exclude, else 0.

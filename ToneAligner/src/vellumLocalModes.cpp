@@ -1,6 +1,5 @@
 // "Local Matching": a gain and an offset of its own for every pixel.
 #include <cmath>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -15,7 +14,6 @@
 #include "vellumViews.h"
 
 namespace Vellum::Kernels {
-extern const Family brokenPixels;
 extern const Family localEnding;
 }  // namespace Vellum::Kernels
 
@@ -32,8 +30,6 @@ using Vellum::Image::Image;
 using Vellum::Image::Info;
 using Settings = ToneAligner::Settings;
 
-const ProgramSource brokenPixelsSource(Kernels::brokenPixels, "brokenPixelsKernel");
-const ProgramSource wholePixelsSource(Kernels::brokenPixels, "wholePixelsKernel");
 const ProgramSource localEndingSource(Kernels::localEnding, "localEndingKernel");
 
 /// How much of a frame is done before and after the refill, which is the longest part where much is hidden.
@@ -129,12 +125,11 @@ private:
         if (aligner_.checkpoint_) aligner_.checkpoint_(done);
     }
 
-    /// The views in RGB, without pixels that are no colours.
-    const Image& source() const { return wholeSource_ ? wholeSource_->image() : views_.source.image(); }
-    const Image& rebuilt() const { return wholeRebuilt_ ? wholeRebuilt_->image() : views_.rebuilt.image(); }
+    /// The views in RGB.
+    const Image& source() const { return views_.source.image(); }
+    const Image& rebuilt() const { return views_.rebuilt.image(); }
 
     void match();
-    void leaveOutBrokenPixels(Image& valid);
     void separateNoise(Image& rebuilt);
     void matchOneSize(const BlockPictures& pictures);
     void matchSeveralSizes(const BlockPictures& pictures);
@@ -153,7 +148,6 @@ private:
     BufferManagedImage sourceLab_;  ///< the same in Lab; from limit() on the source view itself
     BufferManagedImage corrected_;  ///< in Lab from match() to fill(), in RGB to limit(), then in Lab
     BufferManagedImage fillMask_;
-    std::optional<BufferManagedImage> wholeSource_, wholeRebuilt_;
 };
 
 void ToneAligner::LocalRun::match() {
@@ -162,7 +156,6 @@ void ToneAligner::LocalRun::match() {
     {
         const Stage stage("valid pixels");
         validPixels(views_.mask.image(), views_.occlusion.image(), views_.edges.image(), valid.image(), flags_);
-        leaveOutBrokenPixels(valid.image());
         show("V", valid.image());
     }
     checkpoint(0.02f);
@@ -174,20 +167,6 @@ void ToneAligner::LocalRun::match() {
         matchSeveralSizes(pictures);
     else
         matchOneSize(pictures);
-}
-
-/// Means over windows, blocks and the whole picture would carry one NaN everywhere.
-void ToneAligner::LocalRun::leaveOutBrokenPixels(Image& valid) {
-    float broken = 0;
-    Compute::runKernelThen(brokenPixelsSource, {&views_.source.image(), &views_.rebuilt.image(), &valid}, flags_, {},
-                           [&](auto& context) { broken = context.template get<float>({"broken"}); });
-    if (broken == 0) return;
-    const auto whole = [&](std::optional<BufferManagedImage>& made, const BufferManagedImage& view) {
-        made.emplace(manager_, denoised_.image().info());
-        Compute::runKernel(wholePixelsSource, {&view.image(), &made->image()}, flags_, {});
-    };
-    whole(wholeSource_, views_.source);
-    whole(wholeRebuilt_, views_.rebuilt);
 }
 
 /// The refill takes the Lab picture of one block size for RGB and converts it once more.
@@ -302,15 +281,15 @@ void ToneAligner::LocalRun::finish(Image& output) {
     const Stage stage("finish");
     const bool maskToAlpha = settings_.outputOcclusionsToAlpha && !settings_.previewCorrection;
     if (maskToAlpha) Common::copyChannel(fillMask_.image(), output, 0, 3);
-    Compute::runKernel(localEndingSource,
-                       {&corrected_.image(), &sourceLab_.image(), &denoised_.image(), &views_.source.image(),
-                        &views_.mask.image(), &output},
-                       flags_, {}, Scalar{"preview", settings_.previewCorrection}, Scalar{"keepAlpha", maskToAlpha},
-                       Scalar{"matrix", Common::xyzToRgbMatrix});
+    Compute::runKernel(
+        localEndingSource,
+        {&corrected_.image(), &sourceLab_.image(), &denoised_.image(), &views_.own(), &views_.mask.image(), &output},
+        flags_, {}, Scalar{"preview", settings_.previewCorrection}, Scalar{"keepAlpha", maskToAlpha},
+        Scalar{"matrix", Common::xyzToRgbMatrix});
 }
 
 void ToneAligner::processLocal(const Views& views, Image& output) {
-    if (output.device() == bufferManager_.currentDevice() && !shareMemory(views.source.image(), output)) {
+    if (output.device() == bufferManager_.currentDevice() && !shareMemory(views.own(), output)) {
         LocalRun(*this, views, output).run(output);
         return;
     }

@@ -4,7 +4,6 @@
 namespace Vellum::Kernels {
 extern const Family blockPasses;
 extern const Family blocks;
-extern const Family brokenPixels;
 extern const Family correctionLimit;
 extern const Family globalMatch;
 extern const Family localEnding;
@@ -15,7 +14,7 @@ namespace Vellum::Tone {
 
 void registerKernels() {
     using namespace Vellum::Kernels;
-    registerFamilies({&blockPasses, &blocks, &brokenPixels, &correctionLimit, &globalMatch, &localEnding, &occlusions});
+    registerFamilies({&blockPasses, &blocks, &correctionLimit, &globalMatch, &localEnding, &occlusions});
 }
 
 }  // namespace Vellum::Tone

@@ -42,7 +42,11 @@ void ToneAligner::process(const Image& sourceView, const Image& rebuiltView, con
         process(sourceView, rebuiltView, fitted.image(), occlusion, disparityEdges, output);
         return;
     }
-    const Views views(bufferManager_, sourceView, rebuiltView, userMask, occlusion, disparityEdges);
+    Views views(bufferManager_, sourceView, rebuiltView, userMask, occlusion, disparityEdges);
+    {
+        const Compute::Stage stage("broken pixels");
+        broken_ = views.leaveOutBrokenPixels(bufferManager_, kernelFlags_);
+    }
     const bool here = bufferManager_.currentDevice() == output.device();
     if (settings_.mode != basic) {
         processLocal(views, output);
@@ -79,7 +83,7 @@ void ToneAligner::processBasic(const Views& views, const BufferManagedImage& out
     computeGlobalMatch(sourceLab.image(), countedPerComponent.image(), rebuiltLab.image(), countedPerComponent.image(),
                        rebuiltLab.image(), kernelFlags_);
     Common::labToRgb(rebuiltLab.image(), output.image(), kernelFlags_);
-    Common::copyChannel(views.source.image(), output.image(), 3, 3);
+    Common::copyChannel(views.own(), output.image(), 3, 3);
     blendByMask(views, output.image());
 }
 
@@ -94,13 +98,14 @@ void ToneAligner::processBasicFused(const Views& views, Image& output) {
         toLabWithStatistics(views.source.image(), counted.image(), sourceLab.image(), kernelFlags_);
     const auto rebuiltStatistics =
         toLabWithStatistics(views.rebuilt.image(), counted.image(), rebuiltLab.image(), kernelFlags_);
-    applyGlobalMatch(sourceLab.image(), views.source.image(), views.mask.image(),
-                     globalMap(sourceStatistics, rebuiltStatistics), output, kernelFlags_);
+    applyGlobalMatch(sourceLab.image(), views.own(), views.mask.image(), globalMap(sourceStatistics, rebuiltStatistics),
+                     output, kernelFlags_);
 }
 
-/// Every mode ends here: outside the mask the view is as it came.
+/// Outside the mask the view is as it came.
 void ToneAligner::blendByMask(const Views& views, Image& output) {
     Common::maskMix(output, views.source.image(), views.mask.image(), output, kernelFlags_);
+    keepUnselected(views.own(), views.mask.image(), output, kernelFlags_);
 }
 
 }  // namespace Vellum::Tone

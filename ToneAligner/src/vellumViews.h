@@ -1,10 +1,12 @@
 #pragma once
 
+#include <optional>
+
 #include "ToneAligner/ToneAligner.h"
 
 namespace Vellum::Tone {
 
-/// The pictures of one call, as the manager holds them.
+/// The pictures of one call, as the manager holds them. From leaveOutBrokenPixels() on everything in them is a value.
 struct ToneAligner::Views {
     using Managed = Utils::BufferManagement::BufferManagedImage;
 
@@ -16,11 +18,19 @@ struct ToneAligner::Views {
           occlusion(manager, occlusionMask),
           edges(manager, disparityEdges) {}
 
+    /// Broken pixels of the view to correct are left out of the mask, those of the rebuilt view are occluded, and both
+    /// get the colours of their surroundings, because windows see them all the same. A broken mask selects nothing,
+    /// broken occlusion hides.
+    BrokenPixels leaveOutBrokenPixels(BufferManager& manager, int kernelFlags);
+    /// The view to correct as it came.
+    const Image& own() const { return cameAs ? cameAs->image() : source.image(); }
+
     Managed source;
     Managed rebuilt;
     Managed mask;
     Managed occlusion;
     Managed edges;
+    std::optional<Managed> cameAs;  ///< the view to correct where it has broken pixels
 };
 
 }  // namespace Vellum::Tone

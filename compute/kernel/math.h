@@ -33,6 +33,16 @@ VT_FN F floor(F x) {
     return select(fractional, select(toward == x, x, below), x);
 }
 
+/// The nearest whole number, halves away from zero. Exact, also just below a half; NaN and infinities stay themselves.
+template <class F>
+VT_FN F roundHalfAway(F x) {
+    const F size = abs(x);
+    const F below = floor(size);
+    // size + 0.5 would itself be rounded.
+    const F whole = select(size - below >= F(0.5f), below + F(1.f), below);
+    return fromBits(bitsOf(whole) | (bitsOf(x) & IntOf<F>(static_cast<int>(0x80000000))));
+}
+
 /// e^x, 1 ulp. Infinity above 88.376 (just below the largest float), 0 below -87.337 (no denormals), NaN for NaN.
 /// Reduced to |r| <= ln(2) / 2, then the Cephes library's polynomial for single precision.
 template <class F>

@@ -54,8 +54,12 @@ void loadRow(const char* row, std::int64_t count, float* destination) {
 template <class Stored, class Convert>
 void storeRow(const float* source, std::int64_t count, char* row, Convert convert) {
     Stored* values = reinterpret_cast<Stored*>(row);
-    for (std::int64_t i = 0; i < count; ++i)
+    for (std::int64_t i = 0; i < count; ++i) {
+        // A float can't tell large whole numbers apart: what hasn't changed stays.
+        if constexpr (std::is_integral_v<Stored>)
+            if (static_cast<float>(values[i]) == source[i]) continue;
         values[i] = convert(source[i]);
+    }
 }
 
 void loadRow(Imf::PixelType type, const char* row, std::int64_t count, float* destination) {

@@ -162,6 +162,10 @@ void OperatorNode::error(const std::string& text) {
     errors_.push_back(text);
 }
 
+void OperatorNode::warning(const std::string& text) {
+    if (services_.warn) services_.warn(text);
+}
+
 void OperatorNode::progressMessage(const char* text) {
     const std::lock_guard holding(mutex_);
     message_ = text;

@@ -20,6 +20,7 @@ public:
 
     int viewcount() const override { return static_cast<int>(names_.size()) + 1; }
     int lookup_view(std::string_view name) const override;
+    std::string view_name(int view) const override { return name(view) ? *name(view) : std::string(); }
 
     const std::vector<std::string>& names() const { return names_; }
     /// The name of a view's number, or null.

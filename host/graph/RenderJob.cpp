@@ -103,10 +103,11 @@ public:
           frame_(frame),
           picture_(std::move(picture)),
           views_(picture_->views()),
+          services_(ofPicture(job.services_, *picture_)),
           node_(
               job.controls_.className(),
               [this](int input, const OutputContext& context) { return input == 0 ? source(context) : mask(context); },
-              job.services_) {
+              services_) {
         for (const ControlValues::Value& value : job.controls_.resolve(views_.names())) {
             node_.setControl(value.name, value.number);
         }
@@ -133,6 +134,15 @@ public:
     }
 
 private:
+    /// What the operator warns of is told with the picture's name.
+    static RenderServices ofPicture(RenderServices services, const MultiViewFile& picture) {
+        if (services.warn)
+            services.warn = [warn = services.warn, path = picture.path().string()](const std::string& sentence) {
+                warn(fmt::format("'{}': {}", path, sentence));
+            };
+        return services;
+    }
+
     Op* source(const OutputContext& context) {
         const int frame = static_cast<int>(std::lround(context.frame));
         const std::string* view = views_.name(context.view);
@@ -225,6 +235,7 @@ private:
     std::map<std::pair<int, std::string>, std::unique_ptr<Fresco::Image::Iop>> readers_;
     std::unique_ptr<MaskReadOp> maskReader_;
     std::set<std::string> usedViews_;  ///< those that the node asks for at the frame itself
+    RenderServices services_;
     OperatorNode node_;
 };
 

@@ -11,8 +11,8 @@ constexpr int nowhere = -1;
 /// The pixel that a known pixel's vector leads to, or false where that lies outside the picture.
 bool findMatch(const DisparityMap& map, int x, int y, std::size_t& match) {
     const std::size_t i = map.index(x, y);
-    const double atX = std::floor(double(x) + map.vectorX(i) + 0.5);
-    const double atY = std::floor(double(y) + map.vertical[i] + 0.5);
+    const double atX = std::round(double(x) + map.vectorX(i));
+    const double atY = std::round(double(y) + map.vertical[i]);
     if (!(atX >= 0.0 && atX < map.width && atY >= 0.0 && atY < map.height)) return false;
     match = map.index(int(atX), int(atY));
     return true;

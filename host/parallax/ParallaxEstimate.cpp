@@ -54,7 +54,7 @@ cv::Mat structureOf(const RgbPicture& picture) {
             for (std::size_t c = 0; c < 3; ++c) {
                 const float value = picture.planes[c][i];
                 // Codes rather than light: dark parts count as much as bright ones.
-                sum += weights[c] * std::sqrt(std::isfinite(value) ? std::clamp(value, 0.0f, 1e4f) : 0.0f);
+                sum += weights[c] * std::sqrt(std::abs(value) <= 1e12f ? std::clamp(value, 0.0f, 1e4f) : 0.0f);
             }
             light.at<float>(y, x) = sum;
         }

@@ -14,6 +14,8 @@ public:
     virtual int viewcount() const = 0;
     /// The number of the view of that name, or -1.
     virtual int lookup_view(std::string_view name) const = 0;
+    /// The name of a view's number; empty for a number that is none.
+    virtual std::string view_name(int view) const = 0;
 
     /// The project of this process. Null until a host sets one.
     static Project* current() { return slot().load(); }
@@ -36,6 +38,10 @@ struct OutputContext {
     static int viewcount() {
         const Project* project = Project::current();
         return project ? project->viewcount() : 2;
+    }
+    static std::string view_name(int view) {
+        const Project* project = Project::current();
+        return project ? project->view_name(view) : std::string();
     }
     static int lookup_view(std::string_view name) {
         const Project* project = Project::current();

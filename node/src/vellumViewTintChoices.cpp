@@ -4,6 +4,7 @@
 #include <atomic>
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include "Common/Common.h"
 #include "ToneAligner/ToneAligner.h"
@@ -68,13 +69,22 @@ ChannelSet disparityChannels() {
     return ChannelSet::fromMask(Fresco::Image::disparityMask);
 }
 
-void combineOcclusionFrames(const std::vector<Image>& frames, Image& out) {
+std::vector<std::size_t> combineOcclusionFrames(const std::vector<Image>& frames, Image& out) {
+    constexpr float hidden = 1.0f;
     out = frames.front().makeLike(*frames.front().device());
-    out.copyFrom(frames.front());
+    Vellum::Common::replaceBroken(frames.front(), out, hidden);
+    std::vector<std::size_t> broken{Vellum::Common::countBroken(frames.front())};
     for (std::size_t i = 1; i < frames.size(); ++i) {
-        const Box common = intersect(out.box(), frames[i].box());
-        if (!common.empty()) Vellum::Common::max(frames[i], out, out, common);
+        Image frame = frames[i];
+        broken.push_back(Vellum::Common::countBroken(frame));
+        if (broken.back() != 0) {
+            frame = frame.makeLike(*frame.device());
+            Vellum::Common::replaceBroken(frames[i], frame, hidden);
+        }
+        const Box common = intersect(out.box(), frame.box());
+        if (!common.empty()) Vellum::Common::max(frame, out, out, common);
     }
+    return broken;
 }
 
 Image fitImageToBox(const Image& source, const Box& box) {
@@ -96,6 +106,28 @@ std::string missingUpstreamMessage(const std::string& inputName, const std::stri
 
 std::string missingChannelMessage(const std::string& name) {
     return fmt::format("Channel selected as {} is missing. Please connect the correct input.", name);
+}
+
+std::string brokenPixelsMessage(const std::vector<std::pair<std::string, std::size_t>>& counts,
+                                const std::string& corrected) {
+    std::vector<std::string> parts;
+    std::size_t total = 0, kept = 0;
+    for (const auto& [picture, count] : counts) {
+        if (count == 0) continue;
+        const char* const pixels = !parts.empty() ? "" : count == 1 ? " pixel" : " pixels";
+        parts.push_back(fmt::format("{}{} of {}", count, pixels, picture));
+        total += count;
+        if (picture == corrected) kept = count;
+    }
+    if (parts.empty()) return {};
+    const std::string last = std::move(parts.back());
+    parts.pop_back();
+    const std::string which = fmt::format("{}{}{}", fmt::join(parts, ", "), parts.empty() ? "" : " and ", last);
+    if (total == 1)
+        return fmt::format("{} is not a number or beyond 1e12; it takes no part in the match{}.", which,
+                           kept != 0 ? " and keeps its own values" : "");
+    return fmt::format("{} are not numbers or beyond 1e12; they take no part in the match{}.", which,
+                       kept != 0 ? fmt::format(", and those of {} keep their own values", corrected) : "");
 }
 
 }  // namespace Cobalt::Research

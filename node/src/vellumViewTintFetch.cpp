@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <limits>
 
 #include "Common/Common.h"
 #include "node/ViewTintChoices.h"
@@ -56,7 +57,7 @@ bool ViewTintPlugin::fetchOcclusionMask(Image& occlusion) {
         Cobalt::Sextant::abortCheck(*this);
         return false;
     }
-    combineOcclusionFrames(frames, occlusion);
+    brokenOcclusions_ = combineOcclusionFrames(frames, occlusion);
     return true;
 }
 
@@ -85,6 +86,12 @@ bool ViewTintPlugin::fetchMask(Image& mask, const Image& reference) {
     if (!report(fetch(fetched, inputIndex, inputIndex == 0 ? matchInputOffset : 0, channels, channels),
                 missingChannelMessage("Mask")))
         return false;
+    // What is broken stays so on its way through sum and inversion, until the match takes it for unselected.
+    if (maskIsLuminance(maskWith) && Vellum::Common::countBroken(fetched) != 0) {
+        Image spoilt = fetched.makeLike(*fetched.device());
+        Vellum::Common::replaceBroken(fetched, spoilt, std::numeric_limits<float>::quiet_NaN());
+        fetched = spoilt;
+    }
     if (maskIsLuminance(maskWith))
         fetched = Vellum::Common::weightedComponentSum(fetched, {0.299f, 0.587f, 0.114f, 0.0f}, false);
     mask = fitImageToBox(fetched, reference.box());

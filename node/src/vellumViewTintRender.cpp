@@ -1,3 +1,7 @@
+#include <fmt/format.h>
+
+#include <numeric>
+
 #include "Common/Common.h"
 #include "PictureBuilder/PictureBuilder.h"
 #include "ToneAligner/ToneAligner.h"
@@ -81,6 +85,8 @@ void ViewTintPlugin::render(Fresco::Image::ImagePlane& plane, Steps& steps) {
     Image leftView, rightView, disparity;
     if (!fetchSourceViews(leftView, rightView) || !fetchDisparity(disparity)) return;
 
+    const std::size_t brokenVectors = hideBrokenVectors(disparity, occlusion);
+    const std::size_t brokenOther = Vellum::Common::countBroken(matchWhat == 0 ? rightView : leftView);
     Image projected;
     Image edgeMask;
     {
@@ -124,6 +130,7 @@ void ViewTintPlugin::render(Fresco::Image::ImagePlane& plane, Steps& steps) {
         process();
     }
 
+    tellBrokenPixels(aligner.brokenPixels().source, brokenOther, brokenVectors, aligner.brokenPixels().mask);
     abortCheck(*this);
     steps.report();
     writeImageToPlane(plane, corrected, colourChannels());
@@ -148,6 +155,37 @@ std::array<int, 2> ViewTintPlugin::sourceFormat() const {
     return {source->info().format.width, source->info().format.height};
 }
 
+std::size_t ViewTintPlugin::hideBrokenVectors(const Image& disparity, Image& occlusion) const {
+    const int first = firstVectorComponent();
+    const std::size_t broken = Vellum::Common::countBroken(disparity, first, first + 1);
+    if (broken == 0) return 0;
+    Image whole({disparity.box(), 1, float32}, *disparity.device());
+    Vellum::Common::wholePixels(disparity, whole, first, first + 1);
+    Vellum::Common::fillWhereMask(occlusion, whole, {1.0f}, true);
+    return broken;
+}
+
+void ViewTintPlugin::tellBrokenPixels(std::size_t target, std::size_t other, std::size_t vectors,
+                                      std::size_t mask) const {
+    const bool left = matchWhat == 0;
+    const auto viewName = [&](int offset) {
+        Fresco::Image::OutputContext context;
+        return fmt::format("the view '{}'",
+                           Fresco::Image::OutputContext::view_name(inputContext(0, offset, context).view));
+    };
+    const std::string occlusion = "mask_occlusion.alpha";
+    const std::size_t own = brokenOcclusions_.empty() ? 0 : brokenOcclusions_.front();
+    const std::size_t all = std::accumulate(brokenOcclusions_.begin(), brokenOcclusions_.end(), std::size_t{0});
+    const std::string message = brokenPixelsMessage({{viewName(1), left ? target : other},
+                                                     {viewName(2), left ? other : target},
+                                                     {"the disparity", vectors},
+                                                     {occlusion, own},
+                                                     {"the neighbouring frames' " + occlusion, all - own},
+                                                     {"the mask", mask}},
+                                                    viewName(left ? 1 : 2));
+    if (!message.empty()) warning(message);
+}
+
 /// Edges of the vectors that belong to the view to correct.
 void ViewTintPlugin::markDisparityEdges(const Image& disparity, Image& edges) const {
     constexpr int occlusionsAndEdges = 1;
@@ -156,7 +194,7 @@ void ViewTintPlugin::markDisparityEdges(const Image& disparity, Image& edges) co
         return;
     }
     Image vectors({disparity.box(), 2, float32}, *disparity.device());
-    const int first = matchWhat == 0 ? 2 : 0;
+    const int first = firstVectorComponent();
     Vellum::Common::copyChannel(disparity, vectors, first, 0);
     Vellum::Common::copyChannel(disparity, vectors, first + 1, 1);
     Vellum::Tone::detectDisparityEdges(vectors, edges, 1.0f, true);

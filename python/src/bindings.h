@@ -4,6 +4,7 @@
 #include <string>
 #include <type_traits>
 #include <utility>
+#include <vector>
 
 #include <nanobind/nanobind.h>
 
@@ -49,6 +50,13 @@ inline std::string textOf(const nb::object& object) {
 [[noreturn]] inline void raise(const char* errorClass, const std::string& message) {
     PyErr_SetString(packageClass("viewtint.errors", errorClass).ptr(), message.c_str());
     throw nb::python_error();
+}
+
+/// Gives the caller of the package's own function a UserWarning for each sentence.
+inline void warnOfEach(const std::vector<std::string>& sentences) {
+    constexpr int caller = 2;
+    for (const std::string& sentence : sentences)
+        if (PyErr_WarnEx(PyExc_UserWarning, sentence.c_str(), caller) != 0) throw nb::python_error();
 }
 
 /// Raises a ValueError. Needs no lock.

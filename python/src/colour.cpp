@@ -53,9 +53,10 @@ void bindColour(nb::module_& module) {
     module.def("rgbToXyz", colourOf<Common::rgbToXyz>, "image"_a,
                "Linear RGB of 3 or 4 components to XYZ with the white point (1, 1, 1). A fourth component stays.");
     module.def("xyzToRgb", colourOf<Common::xyzToRgb>, "image"_a, "The inverse of rgbToXyz.");
-    module.def("rgbToLab", colourOf<Common::rgbToLab>, "image"_a,
-               R"(Linear RGB of 3 or 4 components to scaled Lab: L in 0 .. 1, a and b a hundredth of the usual values.
-A fourth component stays.)");
+    module.def(
+        "rgbToLab", colourOf<Common::rgbToLab>, "image"_a,
+        R"(Linear RGB of 3 or 4 components to scaled Lab: L in 0 .. 1, a and b a hundredth of the usual values, and
+0 exactly where R = G = B. A fourth component stays.)");
     module.def("labToRgb", colourOf<Common::labToRgb>, "image"_a, "The inverse of rgbToLab.");
     module.def("srgbToLinear", ofOne<Common::srgbToLinear>, "image"_a,
                "Takes the sRGB curve off components 0 to 2. A fourth component stays.");

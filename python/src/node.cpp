@@ -71,10 +71,14 @@ public:
             requireComponents("occlusions", occlusion, 1);
             requireSameBox("occlusions", occlusion, "left", left);
         }
-        return unlocked([&] {
-            auto result = Host::NodeRender::render(values_, {left, right, disparity, occlusions, mask});
-            return std::make_tuple(std::move(result.picture), std::move(result.messages));
+        std::vector<std::string> warnings;
+        Host::RenderServices services;
+        services.warn = [&](const std::string& sentence) { warnings.push_back(sentence); };
+        auto result = unlocked([&] {
+            return Host::NodeRender::render(values_, {left, right, disparity, occlusions, mask}, services);
         });
+        warnOfEach(warnings);
+        return {std::move(result.picture), std::move(result.messages)};
     }
 
 private:

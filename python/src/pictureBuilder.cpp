@@ -96,7 +96,8 @@ Disparities are in pixels, x to the right, y up, from a pixel to its counterpart
 2 and 3. wrapSize: width and height of the format; both at least 1 make columns close round the width, as in a
 panorama; otherwise columns are clamped. Rows always are.)")
         .def("build", &PictureBuilder::build, "viewA"_a, "viewB"_a, "disparity"_a, "occlusion"_a,
-             R"(The rebuilt view, 4 components over the disparity's box; its alpha is 0 where occlusion is above 0.
+             R"(The rebuilt view, 4 components over the disparity's box; its alpha is 0 where occlusion is above 0, its
+colours are NaN where the filter reaches a pixel that is NaN, infinite or beyond 1e12.
 
 viewA, viewB: 4 components, linear light. disparity: 4. occlusion: 1, in the disparity's box. Else ValueError.)")
         .def(

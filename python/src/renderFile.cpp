@@ -26,6 +26,20 @@ using Host::FramePattern;
 using Host::FrameResult;
 using Host::MultiViewFile;
 
+/// What a render warns of, for Python once it is held again.
+class Warnings {
+public:
+    Host::RenderServices services() {
+        Host::RenderServices services;
+        services.warn = [this](const std::string& sentence) { sentences_.push_back(sentence); };
+        return services;
+    }
+    void tell() const { warnOfEach(sentences_); }
+
+private:
+    std::vector<std::string> sentences_;
+};
+
 constexpr std::size_t memoryForFrames = std::size_t{4} << 30;
 
 std::shared_ptr<const MultiViewFile> openPicture(const std::string& path) {
@@ -47,14 +61,14 @@ std::string optionsText(const std::optional<std::string>& mask, const std::strin
 }
 
 void renderStill(const std::string& input, const std::string& output, Host::ControlValues controls,
-                 const std::optional<std::string>& mask, const std::string& disparity) {
+                 const std::optional<std::string>& mask, const std::string& disparity,
+                 const Host::RenderServices& services) {
     constexpr int frame = 1;
     const auto picture = std::make_shared<MultiViewFile>(MultiViewFile::open(input));
     Host::StillSource still(picture, frame);
-    const Host::RenderServices services;
     Host::ParallaxSource source(still, Host::ChannelRoles(), parallaxSettings(disparity, controls, picture->views()),
                                 services);
-    Host::RenderJob job(source, std::move(controls), Host::ChannelRoles());
+    Host::RenderJob job(source, std::move(controls), Host::ChannelRoles(), services);
     job.setOptionsText(optionsText(mask, disparity));
     if (mask) job.setMask(openPicture(*mask));
     job.render(frame, output);
@@ -63,7 +77,7 @@ void renderStill(const std::string& input, const std::string& output, Host::Cont
 std::vector<FrameResult> renderSequence(const FramePattern& input, const std::string& output,
                                         Host::ControlValues controls, const std::optional<std::string>& mask,
                                         const std::optional<std::string>& frames, bool skipExisting,
-                                        const std::string& disparity) {
+                                        const std::string& disparity, const Host::RenderServices& services) {
     const auto outputs = FramePattern::parse(output);
     if (!outputs) throw std::invalid_argument("'" + output + "' has no place for the frame number.");
     const auto masks = mask ? FramePattern::parse(*mask) : std::nullopt;
@@ -74,11 +88,10 @@ std::vector<FrameResult> renderSequence(const FramePattern& input, const std::st
     settings.memory = memoryForFrames;
     const std::vector<std::string> views = source.views(settings.frames.front());
     settings.neighbours = Host::neighbourRequests(controls, Host::ChannelRoles(), views);
-    const Host::RenderServices services;
     Host::ParallaxSource withDisparity(source, Host::ChannelRoles(), parallaxSettings(disparity, controls, views),
                                        services);
     withDisparity.addTo(settings.neighbours, settings.frames.front());
-    Host::RenderJob job(withDisparity, std::move(controls), Host::ChannelRoles());
+    Host::RenderJob job(withDisparity, std::move(controls), Host::ChannelRoles(), services);
     job.setOptionsText(optionsText(mask, disparity));
     if (mask && !masks) job.setMask(openPicture(*mask));
     std::vector<FrameResult> results;
@@ -93,13 +106,14 @@ std::vector<FrameResult> renderSequence(const FramePattern& input, const std::st
 
 std::vector<FrameResult> renderAny(const std::string& input, const std::string& output, const Settings& given,
                                    const std::optional<std::string>& mask, const std::optional<std::string>& frames,
-                                   bool skipExisting, const std::string& disparity) {
+                                   bool skipExisting, const std::string& disparity,
+                                   const Host::RenderServices& services) {
     Host::ControlValues controls(Host::viewTintClass);
     for (const auto& [name, text] : given)
         controls.set(name, text);
     if (const auto pattern = FramePattern::parse(input))
-        return renderSequence(*pattern, output, std::move(controls), mask, frames, skipExisting, disparity);
-    renderStill(input, output, std::move(controls), mask, disparity);
+        return renderSequence(*pattern, output, std::move(controls), mask, frames, skipExisting, disparity, services);
+    renderStill(input, output, std::move(controls), mask, disparity, services);
     return {};
 }
 
@@ -107,8 +121,11 @@ nb::list renderFile(const std::string& input, const std::string& output, const S
                     const std::optional<std::string>& mask, const std::optional<std::string>& frames, bool skipExisting,
                     const std::string& disparity) {
     std::vector<FrameResult> results;
+    Warnings warnings;
     try {
-        results = unlocked([&] { return renderAny(input, output, given, mask, frames, skipExisting, disparity); });
+        results = unlocked([&] {
+            return renderAny(input, output, given, mask, frames, skipExisting, disparity, warnings.services());
+        });
     } catch (const Host::SettingError& error) {
         raiseValue(error.what());
     } catch (const std::invalid_argument& error) {
@@ -118,6 +135,7 @@ nb::list renderFile(const std::string& input, const std::string& output, const S
     } catch (const Host::RenderError& error) {
         raise("Error", input + ": " + error.what());
     }
+    warnings.tell();
     nb::list list;
     for (const FrameResult& result : results) {
         nb::dict frame;

@@ -60,6 +60,7 @@ public:
                     kept.emplace_back(name, copy);
                 });
             Image result({source.box(), 4}, hostDevice());
+            if (settings.mode == Aligner::idle) Vellum::Common::clear(result);  // which nothing else writes
             aligner.process(source, rebuilt, mask, occlusion, edges, result);
             return result;
         });
@@ -156,7 +157,7 @@ void bindSwitch(nb::class_<ToneAligner>& aligner, const char* name, const char* 
 void bindAlignerSettings(nb::class_<ToneAligner>& aligner) {
     using S = Aligner::Settings;
     bindNumber<&S::mode>(aligner, "mode", 0, 3,
-                         "0 one map for the whole picture, 2 one block size, 3 several; 1 does nothing.");
+                         "0 one map for the whole picture, 2 one block size, 3 several; 1 gives 0.");
     bindNumber<&S::blockSize>(aligner, "blockSize", 2, 4096, "Edge of a block in pixels; the smallest of several.");
     bindNumber<&S::maxBlockSize>(aligner, "maxBlockSize", 2, 4096, "The largest of several block sizes.");
     bindNumber<&S::samples>(aligner, "samples", 1, 1000, "How many block sizes.");
@@ -207,7 +208,9 @@ The settings are attributes, named and preset as in the C++ class. Colours are m
 
 source: the view to correct, rebuilt: the other view on its geometry (4 components of linear RGB and alpha in one box).
 mask: 1 where the picture may change, of any box. occlusion: 1 where the other view doesn't show the pixel. edges: 1 on
-edges of the disparity, see detectDisparityEdges. One component each. Else ValueError.)")
+edges of the disparity, see detectDisparityEdges. One component each. Else ValueError.
+Where the mask is 0, and where source isn't a number or beyond 1e12, the result is source, bit for bit. Such a pixel of
+rebuilt counts as occluded, such a value of mask as 0, of occlusion and edges as 1.)")
         .def_prop_ro(
             "stages", &ToneAligner::stages,
             R"(The pictures of the last process() with keepStages set, by name, in the order in which they came.

@@ -88,7 +88,7 @@ class Node:
         components: x and y to the left view, x and y to the right one, in pixels, y up. occlusions: an Image of one
         component, 1 where the other view doesn't show the pixel, or a sequence of them: of this frame, then of the
         frames -1, +1, -2, +2. All over one box. mask: the input Mask, 1 component (alpha), 3 or 4, of any box.
-        Raises Error where the node refuses; `messages` then holds all that it said.
+        Raises Error where the node refuses; `messages` then holds all that it said. Warns of pixels that are no numbers.
         """
         single = isinstance(occlusions, _viewtint.Image)
         picture, messages = self._node.render(left, right, disparity, [occlusions] if single else list(occlusions), mask)
@@ -104,7 +104,7 @@ def render_file(input, output, mask=None, frames=None, skip_existing=False, disp
     input, output: files, or names with a place for the frame number such as shot.####.exr. mask: a file, or for a
     sequence also a name with such a place. frames: a range such as "1001-1240x2"; all files without it. disparity:
     "estimate", "file" or another file that has the channels; without it the file's, estimated where it has none.
-    Controls by their names. Returns for each frame of a sequence a dict of frame, file, status ("written", "skipped" or "failed"), message
+    Controls by their names. What a picture's maker should know of it is a UserWarning. Returns for each frame of a sequence a dict of frame, file, status ("written", "skipped" or "failed"), message
     and seconds, in the order of ending; nothing for one picture. Raises Error where a picture or the output fails,
     ValueError for a value out of range. What is written is whole.
     """

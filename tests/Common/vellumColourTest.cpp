@@ -1,3 +1,4 @@
+#include <bit>
 #include <cmath>
 
 #include "tests/Common/CommonTest.h"
@@ -61,7 +62,7 @@ TEST_F(CommonKernels, colour) {
                  .tolerance = 3e-6});
 }
 
-/// One pass gives the bits of two.
+/// One pass gives the bits of two, greys apart.
 TEST_F(CommonKernels, rgbToLabAndBack) {
     const auto matrix = [](const std::array<float, 9>& m) {
         return [=](KernelExecutionContext& context) { context.set({"matrix"}, m); };
@@ -87,6 +88,56 @@ TEST_F(CommonKernels, rgbToLabAndBack) {
         if (!tame || c == 3) return;
         EXPECT_NEAR(once.pixels().at(x, y, c), v, 1e-5);
     });
+}
+
+/// Of all sizes, which two passes through the matrix and the curve leave to rounding.
+TEST_F(CommonKernels, greysHaveNoColour) {
+    Pixels greys({0, 0, 256, 256}, 3);
+    // The upper half of a float's bits: every exponent and sign.
+    greys.forEach(
+        [&](int x, int y, int c) { greys.at(x, y, c) = std::bit_cast<float>(((y * 256 + x) << 16) + 12345); });
+    const TestImage source(greys, Arrangement::planar);
+    TestImage lab(greys, Arrangement::planar), xyz(greys, Arrangement::planar);
+    Vellum::Common::rgbToLab(source.image(), lab.image());
+    Vellum::Common::rgbToXyz(source.image(), xyz.image());
+    Vellum::Common::xyzToLab(xyz.image(), xyz.image());
+    greys.forEach([&, exact = lab.pixels(), plain = xyz.pixels()](int x, int y, int c) {
+        if (!std::isfinite(plain.at(x, y, 0))) return;
+        ASSERT_EQ(exact.at(x, y, c), c == 0 ? plain.at(x, y, 0) : 0) << greys.at(x, y, 0);
+    });
+}
+
+/// Each has its own definition; alpha and what a mask or a disparity lacks are no matter.
+TEST_F(CommonKernels, brokenPixels) {
+    const auto whole = [](const Scene& scene, int x, int y) {
+        bool values = true;
+        for (int c = 0; c < std::min(scene.count(0), 3); ++c)
+            values = values && std::abs(scene.at(0, x, y, c)) <= 1e12f;
+        return values;
+    };
+    checkKernel({.kernel = "countBrokenKernel", .sums = [=](const Scene& scene) {
+                     double broken = 0;
+                     const Box& box = scene.box(0);
+                     for (int y = box.y0; y < box.y1; ++y)
+                         for (int x = box.x0; x < box.x1; ++x)
+                             broken += !whole(scene, x, y);
+                     return std::map<std::string, std::vector<double>>{{"broken", {broken}}};
+                 }});
+    checkKernel({.kernel = "wholePixelsKernel",
+                 .reference = [=](const Scene& scene, int x, int y) { return Pixel{whole(scene, x, y) ? 1.0 : 0.0}; }});
+    checkKernel({.kernel = "replaceBrokenKernel",
+                 .reference = eachComponent([](auto& v) { return std::abs(v[0]) <= 1e12f ? v[0] : 0.25; }),
+                 .scalars = [](KernelExecutionContext& context) { context.set({"replacement"}, 0.25f); },
+                 .tolerance = 0});
+    checkKernel({.kernel = "mendPixelsKernel",
+                 .reference =
+                     [=](const Scene& scene, int x, int y) {
+                         Pixel pixel{};
+                         for (int c = 0; c < scene.count(0); ++c)
+                             pixel[c] = scene.at(c == 3 || whole(scene, x, y) ? 0 : 1, x, y, c);
+                         return pixel;
+                     },
+                 .tolerance = 0});
 }
 
 TEST_F(CommonKernels, transferCurves) {

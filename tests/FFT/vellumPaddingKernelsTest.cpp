@@ -82,7 +82,7 @@ TEST_F(PaddingKernels, picturesAreFilledUp) {
                      .scalars =
                          [](KernelExecutionContext& context) {
                              context.set({"channel"}, 2);
-                             context.set({"fill"}, filling);
+                             context.set({"fillValue"}, filling);
                          },
                      .tolerance = 0,
                      .boxOf =
@@ -112,7 +112,7 @@ TEST_F(PaddingKernels, resultsAreCutAndScaled) {
                              context.set({"channel"}, 1);
                              context.set({"box"}, std::array<int, 4>{left, bottom, 100, 100});
                              context.set({"scale"}, 0.25f);
-                             context.set({"fill"}, filling);
+                             context.set({"fillValue"}, filling);
                          },
                      .boxOf =
                          [=](int index, const Box& box) {

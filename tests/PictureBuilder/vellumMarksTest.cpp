@@ -137,9 +137,6 @@ TEST_F(MarksKernels, pointingOutOfTheFrame) {
 }
 
 TEST_F(MarksKernels, theDisparityOfTheBackground) {
-    checkKernel({.kernel = "finiteOrZeroKernel",
-                 .reference = eachComponent([](auto& v) { return std::isfinite(v[0]) ? v[0] : 0; }),
-                 .tolerance = 0});
     for (const bool background : {true, false})
         checkKernel({.kernel = "pickDisparityKernel",
                      .reference =

@@ -345,32 +345,4 @@ TEST_F(BlockKernels, statisticsOfSegmentsInEveryForm) {
                  }});
 }
 
-TEST_F(BlockKernels, pixelsThatAreNoColoursAreFound) {
-    const auto whole = [](const Scene& scene, int image, int x, int y) {
-        bool colours = true;
-        for (int c = 0; c < 3; ++c)
-            colours = colours && std::abs(scene.at(image, x, y, c)) <= 1e12;
-        return colours;
-    };
-    checkKernel({.kernel = "brokenPixelsKernel",
-                 .reference =
-                     [=](const Scene& scene, int x, int y) {
-                         const bool both = whole(scene, 0, x, y) && whole(scene, 1, x, y);
-                         return Pixel{both ? scene.at(2, x, y, 0) : 0};
-                     },
-                 .sums =
-                     [=](const Scene& scene) {
-                         double broken = 0;
-                         const Box& box = scene.box(2);
-                         for (int y = box.y0; y < box.y1; ++y)
-                             for (int x = box.x0; x < box.x1; ++x)
-                                 broken += !whole(scene, 0, x, y) || !whole(scene, 1, x, y);
-                         return std::map<std::string, std::vector<double>>{{"broken", {broken}}};
-                     }});
-    checkKernel({.kernel = "wholePixelsKernel", .reference = [=](const Scene& scene, int x, int y) {
-                     if (!whole(scene, 0, x, y)) return Pixel{};
-                     return Pixel{scene.at(0, x, y, 0), scene.at(0, x, y, 1), scene.at(0, x, y, 2)};
-                 }});
-}
-
 }  // namespace ViewTint::Tests

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <bit>
+
 #include "Common/Common.h"
 #include "ToneAligner/ToneAligner.h"
 #include "tests/harness/KernelHarness.h"
@@ -249,18 +251,32 @@ TEST(GlobalMatch, aMaskOfAnotherSizeIsZeroOutside) {
     }
 }
 
-TEST(GlobalMatch, nanAndInfinityStayInTheirPixels) {
+/// As do unselected ones; the plain sequence and a device of its own memory know no other rule.
+TEST(GlobalMatch, pixelsThatAreNoColoursComeBackAsTheyWere) {
     Match match;
     const Pixels clean = match.run();
     match.source.at(5, 5, 1) = std::numeric_limits<float>::quiet_NaN();
+    match.source.at(6, 5, 3) = std::numeric_limits<float>::infinity();
+    match.source.at(7, 5, 2) = -1e13f;
+    match.source.at(8, 5, 0) = 3e38f;
     match.rebuilt.at(9, 9, 0) = std::numeric_limits<float>::infinity();
-    match.occlusion.at(5, 5, 0) = match.occlusion.at(9, 9, 0) = 1;  // such pixels must not count
-    const Pixels result = match.run();
-    result.forEach([&](int x, int y, int c) {
-        const bool spoilt = x == 5 && y == 5;
-        EXPECT_TRUE(spoilt || std::isfinite(result.at(x, y, c))) << x << ", " << y << ", " << c;
-    });
-    EXPECT_NEAR(result.at(20, 20, 0), clean.at(20, 20, 0), 0.01);
+    match.mask.at(8, 5, 0) = 0;
+    match.mask.at(10, 9, 0) = std::numeric_limits<float>::infinity();
+    match.occlusion.at(11, 9, 0) = std::numeric_limits<float>::quiet_NaN();
+    const SoftwareContext gpu;
+    for (const int way : {0, 1, 2}) {
+        match.fused = way != 1;
+        const Pixels result = way == 2 ? match.run(gpu.device()) : match.run();
+        for (const auto& [x, y] : {std::pair{5, 5}, {7, 5}, {8, 5}, {10, 9}})
+            for (int c = 0; c < 4; ++c)
+                EXPECT_EQ(std::bit_cast<int>(result.at(x, y, c)), std::bit_cast<int>(match.source.at(x, y, c))) << x;
+        EXPECT_EQ(result.at(6, 5, 3), match.source.at(6, 5, 3));
+        EXPECT_NE(result.at(6, 5, 0), match.source.at(6, 5, 0)) << "an alpha is no colour";
+        result.forEach([&](int x, int y, int c) {
+            if (y == 5 || (x == 10 && y == 9)) return;
+            EXPECT_NEAR(result.at(x, y, c), clean.at(x, y, c), 0.01) << way;
+        });
+    }
 }
 
 TEST(GlobalMatch, theIdleModeWritesNothing) {

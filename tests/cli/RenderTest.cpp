@@ -1,7 +1,6 @@
 #include <cmath>
 #include <cstring>
 #include <functional>
-#include <limits>
 #include <random>
 
 #include "CommandTest.h"
@@ -309,37 +308,6 @@ TEST_F(Render, ChannelsOfOtherNamesAreReadAndCorrected) {
     const Words beauty = {"--channel", "red=beauty.R", "--channel", "G=beauty.G", "--channel", "blue=beauty.B"};
     ASSERT_EQ(render(beauty).exitCode, 0);
     EXPECT_EQ(changed(), (Words{"beauty.R", "beauty.G", "beauty.B"}));
-}
-
-TEST_F(Render, BrokenPixelsStayInTheirPlaces) {
-    std::vector<NewView> views = pair();
-    plane(views[0], "R")[100] = std::numeric_limits<float>::quiet_NaN();
-    plane(views[0], "G")[200] = std::numeric_limits<float>::infinity();
-    plane(views[1], "B")[300] = -std::numeric_limits<float>::infinity();
-    plane(views[1], "G")[400] = std::numeric_limits<float>::quiet_NaN();
-    // Colours that count are added up, so those of broken pixels must not.
-    for (const std::size_t place : {100, 200, 300, 400})
-        plane(views[0], "mask_occlusion.alpha")[place] = 1.0f;
-    write("in.exr", views);
-    ASSERT_EQ(render().exitCode, 0);
-    EXPECT_EQ(changed(), colours);
-    for (const std::string& channel : colours) {
-        const Plane corrected = values("out.exr", "left", channel);
-        for (std::size_t i = 0; i < corrected.size(); ++i)
-            ASSERT_EQ(std::isfinite(corrected[i]), i != 100 && i != 200) << channel << ' ' << i;
-    }
-    EXPECT_LT(betweenViews("out.exr"), 0.1 * betweenViews("in.exr"));
-
-    // "Local Matching" changes each component by itself at the end, and finds such pixels without being told.
-    for (const std::size_t place : {100, 200, 300, 400})
-        plane(views[0], "mask_occlusion.alpha")[place] = 0.0f;
-    write("in.exr", views);
-    ASSERT_EQ(run({"render", "in.exr", "-o", "out.exr"}).exitCode, 0);
-    const Plane red = values("out.exr", "left", "R"), green = values("out.exr", "left", "G");
-    for (std::size_t i = 0; i < red.size(); ++i) {
-        ASSERT_EQ(std::isfinite(red[i]), i != 100) << i;
-        ASSERT_EQ(std::isfinite(green[i]), i != 200) << i;
-    }
 }
 
 TEST_F(Render, AnInterruptionLeavesNothing) {

@@ -229,9 +229,23 @@ TEST(KernelMath, specialValues) {
     expect(7, {0.25f, 0.25f, 0.75f, 0.25f, nan, 0.25f, 0.75f, 0.25f});
 }
 
+TEST(KernelMath, halvesAreRoundedAwayFromZero) {
+    const float inf = std::numeric_limits<float>::infinity();
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    std::vector<float> values{0.49999997f, 8388607.5f, 4194303.75f, 8388609, 1e-45f, 0, 3e38f, inf, nan};
+    for (float half = 0.5f; half < 1e7f; half *= 3)
+        for (const float v : {std::nextafter(half, 0.0f), half, std::nextafter(half, inf)})
+            values.push_back(v);
+    for (std::size_t i = values.size(); i-- > 0;)
+        values.push_back(-values[i]);
+    const auto results = evaluate(12, 1, values);
+    for (std::size_t i = 0; i < values.size(); ++i)
+        EXPECT_TRUE(sameBits(std::round(values[i]), results[i])) << values[i] << ": " << results[i];
+}
+
 /// Every function on every instruction set and in its one-pixel form.
 TEST(KernelMath, sameBitsOnEveryInstructionSet) {
-    for (int function = 0; function <= 11; ++function)
+    for (int function = 0; function <= 12; ++function)
         checkKernel({.kernel = "testMathKernel", .scalars = [=](KernelExecutionContext& context) {
                          context.set({"function"}, function);
                          context.set({"exponent"}, 2.4f);

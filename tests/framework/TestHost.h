@@ -129,6 +129,7 @@ public:
 
     bool aborted() const override { return abortWanted; }
     void error(const std::string& text) override { errors.push_back(text); }
+    void warning(const std::string& text) override { warnings.push_back(text); }
     void progressMessage(const char* text) override { note(text); }
     void progressFraction(double done, int level) override { note(fmt::format("{:.3f}:{}", done, level)); }
     void progressDismiss() override { note("dismissed"); }
@@ -146,6 +147,7 @@ public:
     std::map<std::string, std::unique_ptr<TestKnob>> knobs;
     std::atomic<bool> abortWanted{false};
     std::vector<std::string> errors;
+    std::vector<std::string> warnings;
     std::vector<std::string> progress;
     /// Called with every report.
     std::function<void(const std::string&)> onReport;
@@ -171,6 +173,9 @@ public:
         for (std::size_t i = 0; i < views_.size(); ++i)
             if (views_[i] == name) return static_cast<int>(i) + 1;
         return -1;
+    }
+    std::string view_name(int view) const override {
+        return view >= 1 && view < viewcount() ? views_[static_cast<std::size_t>(view) - 1] : std::string();
     }
 
 private:

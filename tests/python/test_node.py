@@ -77,6 +77,30 @@ def test_masks_select(scene):
     np.testing.assert_allclose(inverted, result, atol=1e-6)
 
 
+def test_broken_pixels_are_warned_of(scene, tmp_path):
+    left, right, disparity, occlusion = (values.copy() for values in scene)
+    clean = viewtint.Node().render(*map(viewtint.Image, scene)).array
+    left[20, 40, 0] = np.nan
+    occlusion[3, 3:5] = -np.inf
+    with pytest.warns(UserWarning, match="1 pixel of the view 'left' and 2 of mask_occlusion.alpha") as told:
+        picture = viewtint.Node().render(*map(viewtint.Image, (left, right, disparity, occlusion))).array
+    assert told[0].filename == __file__ and len(told) == 1
+    np.testing.assert_array_equal(picture[20, 40], left[20, 40])
+    picture[20, 40] = clean[20, 40]
+    assert np.abs(picture - clean).max() < 0.05
+
+    OpenEXR = pytest.importorskip("OpenEXR")
+    names = {f"{eye}{c}": view[::-1, :, i].copy() for eye, view in (("", left), ("right.", right)) for i, c in enumerate("RGBA")}
+    for i, layer in enumerate(("disparityL", "disparityR")):
+        for j, axis in enumerate("xy"):
+            names[f"{layer}.{axis}"] = disparity[::-1, :, 2 * i + j].copy()
+    with OpenEXR.File({"type": OpenEXR.scanlineimage, "multiView": ["left", "right"]}, names) as file:
+        file.write(str(tmp_path / "in.exr"))
+    with pytest.warns(UserWarning, match="in.exr': 1 pixel of the view 'left' is not a number") as told:
+        viewtint.render_file(tmp_path / "in.exr", tmp_path / "out.exr", matchingMode="Basic")
+    assert told[0].filename == __file__
+
+
 def test_threads_may_render_and_look_at_controls(scene):
     images = [viewtint.Image(values) for values in scene]
     nodes = [viewtint.Node(matchingMode="Basic", matchWhat=i % 2) for i in range(4)]

@@ -150,6 +150,15 @@ def test_wild_disparities_give_black_marks_and_no_harm():
         assert np.isfinite(filled).all()
 
 
+@pytest.mark.parametrize("x, outside", [(-0.49999997, 0), (-0.5, 1), (-0.50000006, 1), (-0.25, 0), (np.nan, 1), (8, 1)])
+def test_halves_round_away_from_zero_at_the_frame(x, outside):
+    displacement = np.zeros((8, 8, 2), np.float32)
+    displacement[:, 0, 0] = x
+    displacement[0, :, 1] = x
+    marks = viewtint.PictureBuilder(1).markOcclusion(viewtint.Image(displacement)).array[..., 0]
+    assert (marks[4:6, 0] == outside).all() and (marks[0, 4:6] == outside).all()
+
+
 def test_errors_name_what_is_wrong():
     view, wrong = viewtint.Image(picture(8, 8)), viewtint.Image(np.zeros((8, 8, 3), np.float32))
     two = viewtint.Image(np.zeros((8, 8, 2), np.float32))

@@ -283,3 +283,14 @@ def test_calls_that_cannot_be_right(scene):
     with pytest.raises(ValueError, match="blockSize must lie in 2"):
         lab = viewtint.Image(scene[0][..., :3])
         a.matchBlocks(lab, lab, images[2], 1)
+
+
+def test_what_nothing_writes_is_zero():
+    """Memory of images that are gone serves again."""
+    picture, plane = np.full((48, 64, 4), 7, np.float32), np.full((48, 64), 7, np.float32)
+    for _ in range(3):
+        viewtint.copy(viewtint.Image(picture))
+    a = viewtint.ToneAligner()
+    a.mode = 1
+    view, mask = viewtint.Image(picture), viewtint.Image(plane)
+    assert not a.process(view, view, mask, mask, mask).array.any()

@@ -47,6 +47,9 @@ struct testMathKernel : PerComponent<In<"A">, Out<"O">> {
             case 11:
                 O = exp2OfModerate(a);
                 break;
+            case 12:
+                O = roundHalfAway(a);
+                break;
             default:
                 O = sqrt(a);
                 break;
