@@ -17,6 +17,7 @@
 #include "cli/Printing.h"
 #include "cli/Shot.h"
 #include "host/farm/JobScript.h"
+#include "host/files/PictureLimits.h"
 #include "host/graph/NeighbourRequests.h"
 #include "host/sequence/SequenceRender.h"
 
@@ -207,6 +208,8 @@ Host::Submission FarmOptions::submission(Purpose purpose) {
     submission.folder = fs::current_path();
     submission.output = absolute(render.output);
     submission.words = wordsOf(*command_, render.input);
+    if (const std::string limits = Host::PictureLimits::current().text(); limits != Host::PictureLimits().text())
+        submission.words.insert(submission.words.end(), {"--limits", limits});
     submission.chunk = chunk_;
     submission.slurmOptions = slurmOptions();
     Host::checkWords(submission);

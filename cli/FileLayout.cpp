@@ -62,7 +62,7 @@ std::map<std::string, std::vector<std::string>> channelTypes(const Imf::MultiPar
     for (int part = 0; part < file.parts(); ++part) {
         const Imf::Header& header = file.header(part);
         const std::string partView = header.hasView() ? header.view() : defaultView;
-        const bool severalViews = !header.hasView() && Imf::hasMultiView(header);
+        const bool severalViews = !header.hasView() && Imf::hasMultiView(header) && !Imf::multiView(header).empty();
         for (auto channel = header.channels().begin(); channel != header.channels().end(); ++channel) {
             const std::string view =
                 severalViews ? Host::splitViewName(channel.name(), Imf::multiView(header)).view : partView;

@@ -167,9 +167,12 @@ void warnOfOddSettings(const Host::ControlPanel& panel) {
             "--occlusionCorrection None.");
 }
 
-std::unique_ptr<Host::ImageCacheDirectory> openCache(const RenderOptions& options) {
+std::unique_ptr<Host::ImageCacheDirectory> openCache(const RenderOptions& options,
+                                                     const Host::RenderServices& services) {
     if (options.cacheFolder.empty()) return nullptr;
-    return std::make_unique<Host::ImageCacheDirectory>(options.cacheFolder, options.cacheBytes);
+    auto cache = std::make_unique<Host::ImageCacheDirectory>(options.cacheFolder, options.cacheBytes);
+    cache->warn = services.warn;
+    return cache;
 }
 
 double secondsSince(std::chrono::steady_clock::time_point start) {

@@ -161,9 +161,7 @@ void ParallaxSource::takeFrom(const std::filesystem::path& path, MultiViewFile& 
                                     path.string(), other.width(), other.height(), picture.path().string(),
                                     picture.width(), picture.height()));
     const Box box{0, 0, other.width(), other.height()};
-    std::error_code ignored;
-    const std::string origin = fmt::format("{}:{}:{}", path.string(), std::filesystem::file_size(path, ignored),
-                                           std::filesystem::last_write_time(path, ignored).time_since_epoch().count());
+    const std::string origin = other.identity();
     int taken = 0;
     for (const std::string& view : {settings_.views.first, settings_.views.second})
         for (const ChannelRoles::Role& role : roles_.all()) {
