@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cmath>
+#include <cstdint>
 
 #include <fmt/format.h>
 
@@ -22,6 +24,30 @@ const CLI::Validator existingFile(
 const CLI::Validator notEmpty(
     [](std::string& text) {
         return text.empty() ? std::string("the value is empty; leave the option out instead") : "";
+    },
+    "");
+
+const CLI::Validator sizeInBytes(
+    [](std::string& text) {
+        constexpr std::uint64_t largest = std::uint64_t{1} << 60;
+        const std::string wrong = fmt::format("'{}' is no size; write for example 8GB", text);
+        if (text.find('-') != text.npos) return wrong;
+        std::uint64_t bytes = 0;
+        try {
+            CLI::AsSizeValue(false)(text);
+        } catch (const CLI::ValidationError&) {
+            return wrong;
+        }
+        return CLI::detail::lexical_cast(text, bytes) && bytes <= largest ? std::string() : wrong;
+    },
+    "");
+
+const CLI::Validator finiteNumber(
+    [](std::string& text) {
+        double number = 0;
+        return CLI::detail::lexical_cast(text, number) && std::isfinite(number)
+                   ? std::string()
+                   : fmt::format("'{}' is no number", text);
     },
     "");
 

@@ -22,6 +22,12 @@ extern const CLI::Validator existingFile;
 /// Something that was left empty, as by a shell's variable without a value, would be taken for not given.
 extern const CLI::Validator notEmpty;
 
+/// Bytes with or without a unit, `500MB`; it puts the number in place of the text.
+extern const CLI::Validator sizeInBytes;
+
+/// A number that is neither infinite nor none at all.
+extern const CLI::Validator finiteNumber;
+
 /// Throws CallError when `output` is the same file as one of `inputs`, or hasn't the ending `.ending`.
 void requireOutput(const char* option, const std::filesystem::path& output, const char* ending,
                    std::initializer_list<std::optional<std::filesystem::path>> inputs);

@@ -92,7 +92,7 @@ void addShotOptions(CLI::App& command, RenderOptions& options) {
     command
         .add_option("--cache-size", options.cacheBytes,
                     "How much that folder may hold, for example 500MB or 20GB; what was not used for longest goes")
-        ->transform(CLI::AsSizeValue(false))
+        ->transform(sizeInBytes)
         ->type_name("SIZE")
         ->default_str("10GB")
         ->needs("--cache");

@@ -38,7 +38,12 @@ struct PackOptions {
 };
 
 void addCastOption(CLI::App& command, const char* name, std::vector<double>& values, const char* help) {
-    command.add_option(name, values, help)->delimiter(',')->expected(3)->type_name("R,G,B")->needs("--cast-view");
+    command.add_option(name, values, help)
+        ->delimiter(',')
+        ->expected(3)
+        ->check(finiteNumber)
+        ->type_name("R,G,B")
+        ->needs("--cast-view");
 }
 
 void addOptions(CLI::App& command, PackOptions& options) {
@@ -63,6 +68,7 @@ void addOptions(CLI::App& command, PackOptions& options) {
         ->type_name("FILE");
     command.add_option("--disparity-scale", options.disparityScale, "Pixels = value / scale")
         ->capture_default_str()
+        ->check(finiteNumber)
         ->check(CLI::PositiveNumber)
         ->type_name("S");
     command

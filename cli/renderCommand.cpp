@@ -61,7 +61,7 @@ void addRenderCommand(CLI::App& app, CommandContext& context) {
     command
         ->add_option("--memory", options->memoryBytes,
                      "How much memory frames of a sequence may take, for example 8GB (default: half of the machine's)")
-        ->transform(CLI::AsSizeValue(false))
+        ->transform(sizeInBytes)
         ->type_name("SIZE");
     command->add_flag("--json", options->json, "Tells of each frame of a sequence as a line of JSON");
     command->add_flag("--quiet", options->quiet, "No progress and no closing line");
