@@ -1,5 +1,6 @@
 #pragma once
 
+#include <exception>
 #include <filesystem>
 #include <initializer_list>
 #include <optional>
@@ -15,6 +16,9 @@ class CallError : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
 };
+
+/// What went wrong, as a sentence.
+std::string reasonOf(const std::exception& error);
 
 /// A file on the command line that must be there.
 extern const CLI::Validator existingFile;

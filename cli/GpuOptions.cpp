@@ -80,10 +80,10 @@ void printDevices(bool json) {
         fmt::print("no {}GPU: {}\n", gpus.empty() ? "" : "further ", problem);
 }
 
-void printMostGpuMemory() {
-    if (const auto gpu = VellumLibrary::GetCurrentGPUContext(cuda))
-        put(stdout,
-            fmt::format("{}: at most {} MiB in use\n", gpuOf(gpu).name(), gpuOf(gpu).pool().mostBytesInUse() / mib));
+std::optional<GpuMemory> mostGpuMemory() {
+    const auto gpu = VellumLibrary::GetCurrentGPUContext(cuda);
+    if (!gpu) return std::nullopt;
+    return GpuMemory{gpuOf(gpu).name(), gpuOf(gpu).pool().mostBytesInUse() / mib};
 }
 
 }  // namespace ViewTint::Cli

@@ -58,6 +58,19 @@ Json Json::join(char open, char close, const std::vector<std::string>& items) {
     return Json(result + close);
 }
 
+std::string Json::line() const {
+    std::string line;
+    for (std::size_t i = 0; i < text_.size(); ++i) {  // texts hold no line breaks, they are written as \\u000a
+        if (text_[i] != '\n') {
+            line += text_[i];
+            continue;
+        }
+        if (line.back() == ',') line += ' ';
+        i = text_.find_first_not_of(' ', i + 1) - 1;
+    }
+    return line;
+}
+
 Json Json::array(const std::vector<Json>& items) {
     std::vector<std::string> texts;
     for (const Json& item : items)

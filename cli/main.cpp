@@ -1,5 +1,4 @@
 #include <exception>
-#include <new>
 #include <optional>
 #include <string>
 #include <vector>
@@ -119,10 +118,8 @@ int run(int argc, char** argv) {
     } catch (const CallError& error) {
         complain(error.what());
         return exitWrongCall;
-    } catch (const std::bad_alloc&) {
-        complain("there is not enough memory for these pictures.");
     } catch (const std::exception& error) {
-        complain(error.what());
+        complain(reasonOf(error));
     }
     return exitFailed;
 }

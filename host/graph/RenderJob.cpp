@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cmath>
 #include <map>
+#include <optional>
 #include <set>
 #include <system_error>
 #include <utility>
@@ -13,6 +14,7 @@
 #include "base/Exception.h"
 #include "compute/StageStatistics.h"
 #include "host/files/AtomicFile.h"
+#include "host/graph/MatchCheck.h"
 #include "host/graph/ProjectViews.h"
 #include "host/graph/ReaderOps.h"
 #include "host/graph/SettingError.h"
@@ -76,15 +78,23 @@ public:
 
     int viewCount() const { return views_.viewcount() - 1; }
 
-    /// Renders a view if the node changes it, into the picture. True if it does.
+    /// Renders a view if the node changes it, into the picture. False where that can't be matched.
     bool render(int view) {
         usedViews_.clear();
         const bool accepted = node_.enter({static_cast<double>(frame_), view});
         const bool changes = accepted && !node_.op().outChannels().empty();
-        if (accepted && !changes) return false;
+        if (accepted && !changes) return true;
         checkViews();
         if (!accepted) fail(view);
         checkChosenChannels();
+        if (const auto shared = tooLittleShared()) {
+            const std::string& name = *views_.name(view);
+            const auto* occlusion = job_.roles_.find(Fresco::Image::getChannel("mask_occlusion.alpha", true));
+            if (job_.services_.warn)
+                job_.services_.warn(fmt::format("'{}': {}", picture_->pathOf(name).string(),
+                                                shared->complaint(name, occlusion->fileChannel)));
+            return false;
+        }
         Fresco::Image::ImagePlane plane(node_.op().info().box, false, node_.op().outChannels());
         node_.op().fetchPlane(plane);
         job_.throwIfAborted();
@@ -144,6 +154,10 @@ private:
         }
     }
 
+    std::optional<SharedPicture> tooLittleShared() const {
+        return job_.controls_.className() == viewTintClass ? Host::tooLittleShared(node_) : std::nullopt;
+    }
+
     /// Of several errors the first tells the cause.
     [[noreturn]] void fail(int view) const {
         const std::vector<std::string> errors = node_.errors();
@@ -186,7 +200,7 @@ void RenderJob::throwIfAborted() const {
     if (services_.aborted()) throw RenderInterrupted();
 }
 
-std::shared_ptr<MultiViewFile> RenderJob::render(int frame) {
+RenderedFrame RenderJob::render(int frame) {
     throwIfAborted();
     auto picture = frames_.frame(frame);
     if (!picture) throw RenderError(fmt::format("There is no picture for frame {}.", frame));
@@ -194,20 +208,21 @@ std::shared_ptr<MultiViewFile> RenderJob::render(int frame) {
         throw RenderError(fmt::format("'{}' has only one view, '{}'; a left and a right view are needed.",
                                       picture->path().string(), picture->views().front()));
     }
+    bool matched = true;
     try {
         Graph graph(*this, frame, picture);
         for (int view = 1; view <= graph.viewCount(); ++view)
-            graph.render(view);
+            if (!graph.render(view)) matched = false;
     } catch (const Cobalt::Base::InterruptedException&) {
         throw RenderInterrupted();
     } catch (const Cobalt::Base::Exception& failure) {
         throw RenderError(userMessage(failure));
     }
     record_.writeTo(*picture);
-    return picture;
+    return {picture, matched};
 }
 
-void RenderJob::render(int frame, const fs::path& output, const std::string& savedView) {
+bool RenderJob::render(int frame, const fs::path& output, const std::string& savedView) {
     const auto picture = frames_.frame(frame);
     if (picture && isSameFile(savedView.empty() ? picture->path() : picture->pathOf(savedView), output)) {
         throw FileError(
@@ -217,7 +232,8 @@ void RenderJob::render(int frame, const fs::path& output, const std::string& sav
     const auto corrected = render(frame);
     throwIfAborted();
     const Vellum::Compute::Stage stage("write");
-    savedView.empty() ? corrected->save(output) : corrected->saveView(savedView, output);
+    savedView.empty() ? corrected.picture->save(output) : corrected.picture->saveView(savedView, output);
+    return corrected.matched;
 }
 
 }  // namespace ViewTint::Host
