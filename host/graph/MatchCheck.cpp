@@ -8,7 +8,9 @@
 #include <list>
 #include <vector>
 
+#include "compute/Image.h"
 #include "host/graph/OperatorNode.h"
+#include "node/ViewTintPlugin.h"
 
 namespace ViewTint::Host {
 
@@ -21,9 +23,9 @@ using Fresco::Image::ImagePlane;
 using Fresco::Image::Iop;
 
 constexpr double leastShare = 0.01;
-/// The node counts a pixel as visible up to this occlusion.
-constexpr float mostOcclusion = 0.0001f;
-/// Numbers beyond this are no measurements; in an occlusion they count as hidden.
+/// How far the node lets an occlusion be from 0 and a mask from 1 in the pixels that it measures.
+constexpr float tolerance = 0.0001f;
+/// Numbers beyond this are no measurements: hidden in an occlusion, not selected in a mask.
 constexpr float largestValue = 1e12f;
 /// So few rows at a time that a usual picture has shown its one per cent after one or two turns.
 constexpr int rowsAtATime = 16;
@@ -43,15 +45,42 @@ private:
     ImagePlane plane_;
 };
 
+struct Counts {
+    std::int64_t visible = 0, hidden = 0, outside = 0;
+};
+
+/// The artist's mask.
+class Selection {
+public:
+    explicit Selection(const Vellum::Image::Image& mask) : mask_(mask) {
+        const Box& box = mask.box();
+        for (int y = box.y0; y < box.y1; ++y)
+            for (int x = box.x0; x < box.x1; ++x)
+                pixels_ += selects(x, y) ? 1 : 0;
+    }
+    bool selects(int x, int y) const { return at(x, y) > 0 && at(x, y) <= largestValue; }
+    /// Only such pixels are measured.
+    bool selectsFully(int x, int y) const { return selects(x, y) && 1 - at(x, y) <= tolerance; }
+    std::int64_t pixels() const { return pixels_; }
+
+private:
+    float at(int x, int y) const {
+        const auto& layout = mask_.tile().layout;
+        return mask_.data()[(x - mask_.box().x0) * layout.x.elements + (y - mask_.box().y0) * layout.y.elements];
+    }
+
+    Vellum::Image::Image mask_;
+    std::int64_t pixels_ = 0;
+};
+
 /// What the node reads to see which pixels have a match.
 class Inputs {
 public:
-    explicit Inputs(const OperatorNode& node)
+    Inputs(const OperatorNode& node, int corrected)
         : occlusion_(Fresco::Image::getChannel("mask_occlusion.alpha", true)),
-          corrected_(node.knob("matchWhat")->get_value() == 0 ? 0 : 1),
-          view_(at(node, firstView + corrected_)),
-          other_(at(node, firstView + 1 - corrected_)) {
-        const Channel first = Fresco::Image::firstDisparityChannel + (corrected_ == 0 ? 2 : 0);
+          view_(at(node, firstView + corrected)),
+          other_(at(node, firstView + 1 - corrected)) {
+        const Channel first = Fresco::Image::firstDisparityChannel + (corrected == 0 ? 2 : 0);
         vectors_ = {first, first + 1};
         for (int offset = firstNeighbour; offset < node.op().split_input(0); ++offset)
             frames_.push_back(at(node, offset));
@@ -67,10 +96,8 @@ public:
     }
     const Box& box() const { return view_->info().box; }
 
-    struct Counts {
-        std::int64_t visible = 0, hidden = 0, outside = 0;
-    };
-    void count(const Box& rows, Counts& counts) const {
+    /// Adds what some rows show, of the whole view and of what a mask selects.
+    void count(const Box& rows, const Selection* mask, Counts& whole, Counts& selected) const {
         std::list<Rows> occlusions;
         occlusions.emplace_back(*view_, rows, ChannelSet{occlusion_});
         for (Iop* frame : frames_)
@@ -82,9 +109,11 @@ public:
                 const bool hidden = std::ranges::any_of(occlusions, [&](const Rows& frame) {
                     return contains(frame.box(), x, y) && isHidden(frame.at(x, y, 0));
                 });
-                ++(hidden                                                                         ? counts.hidden
-                   : isInside(x, y, vectors.at(x, y, 0), vectors.at(x, y, 1), other_->info().box) ? counts.visible
-                                                                                                  : counts.outside);
+                const bool inside = isInside(x, y, vectors.at(x, y, 0), vectors.at(x, y, 1), other_->info().box);
+                const auto kind = hidden ? &Counts::hidden : inside ? &Counts::visible : &Counts::outside;
+                ++(whole.*kind);
+                if (mask && mask->selects(x, y) && (kind != &Counts::visible || mask->selectsFully(x, y)))
+                    ++(selected.*kind);
             }
     }
 
@@ -95,7 +124,7 @@ private:
     static bool contains(const Box& box, int x, int y) {
         return x >= box.x0 && x < box.x1 && y >= box.y0 && y < box.y1;
     }
-    static bool isHidden(float occlusion) { return !(occlusion <= mostOcclusion && occlusion >= -largestValue); }
+    static bool isHidden(float occlusion) { return !(occlusion <= tolerance && occlusion >= -largestValue); }
     /// False for vectors that are no numbers.
     static bool isInside(int x, int y, float dx, float dy, const Box& box) {
         const float u = static_cast<float>(x) + dx + 0.5f, v = static_cast<float>(y) + dy + 0.5f;
@@ -104,7 +133,6 @@ private:
     }
 
     Channel occlusion_;
-    int corrected_;
     Iop* view_;
     Iop* other_;
     ChannelSet vectors_;
@@ -115,25 +143,38 @@ private:
 
 std::string SharedPicture::complaint(const std::string& view, const std::string& occlusion) const {
     return fmt::format(
-        "only {:.2f}% of the view '{}' can be seen in both views, too little to match their colours, so it stays as it "
-        "is: '{}' hides {:.1f}%, the disparity leads out of the other view from {:.1f}%. Check that '{}' holds 1 "
+        "only {:.2f}% of {}the view '{}' can be seen in both views, too little to match their colours, so it stays as "
+        "it is: '{}' hides {:.1f}%, the disparity leads out of the other view from {:.1f}%. Check {}that '{}' holds 1 "
         "where a pixel is hidden and 0 elsewhere, that the disparity is in pixels, and that these are two views of one "
         "scene.",
-        100 * visible, view, occlusion, 100 * hidden, 100 * outside, occlusion);
+        100 * visible, masked ? "what the mask selects in " : "", view, occlusion, 100 * hidden, 100 * outside,
+        masked ? "that the mask reaches 1 in the right place, " : "", occlusion);
 }
 
 std::optional<SharedPicture> tooLittleShared(const OperatorNode& node) {
-    const Inputs inputs(node);
+    auto* op = dynamic_cast<Cobalt::Research::ViewTintPlugin*>(&node.op());
+    if (!op) return std::nullopt;
+    const Inputs inputs(node, op->matchWhat == 0 ? 0 : 1);
     if (!inputs.complete()) return std::nullopt;
     const Box& box = inputs.box();
-    const auto all = static_cast<double>(box.pixels());
-    Inputs::Counts counts;
+    std::optional<Selection> mask;
+    if (const auto selected = op->selection(box)) mask.emplace(*selected);
+    if (!node.errors().empty()) return std::nullopt;
+    const std::int64_t pixels = box.pixels(), selectedPixels = mask ? mask->pixels() : 0;
+    const auto enough = [](const Counts& counts, std::int64_t all) {
+        return static_cast<double>(counts.visible) >= leastShare * static_cast<double>(all);
+    };
+    Counts whole, selected;
     for (int y = box.y0; y < box.y1; y += rowsAtATime) {
-        inputs.count({box.x0, y, box.x1, std::min(y + rowsAtATime, box.y1)}, counts);
-        if (static_cast<double>(counts.visible) >= leastShare * all) return std::nullopt;
+        inputs.count({box.x0, y, box.x1, std::min(y + rowsAtATime, box.y1)}, mask ? &*mask : nullptr, whole, selected);
+        if (enough(whole, pixels) && enough(selected, selectedPixels)) return std::nullopt;
     }
-    const auto share = [&](std::int64_t count) { return static_cast<double>(count) / all; };
-    return SharedPicture{share(counts.visible), share(counts.hidden), share(counts.outside)};
+    const bool masked = enough(whole, pixels);
+    const Counts& counts = masked ? selected : whole;
+    const auto share = [&](std::int64_t count) {
+        return static_cast<double>(count) / static_cast<double>(masked ? selectedPixels : pixels);
+    };
+    return SharedPicture{share(counts.visible), share(counts.hidden), share(counts.outside), masked};
 }
 
 }  // namespace ViewTint::Host

@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cmath>
 #include <map>
-#include <optional>
 #include <set>
 #include <system_error>
 #include <utility>
@@ -87,7 +86,7 @@ public:
         checkViews();
         if (!accepted) fail(view);
         checkChosenChannels();
-        if (const auto shared = tooLittleShared()) {
+        if (const auto shared = tooLittleShared(node_)) {
             const std::string& name = *views_.name(view);
             const auto* occlusion = job_.roles_.find(Fresco::Image::getChannel("mask_occlusion.alpha", true));
             if (job_.services_.warn)
@@ -152,10 +151,6 @@ private:
                                 fmt::join(picture_->channels(*usedViews_.begin()), ", ")));
             }
         }
-    }
-
-    std::optional<SharedPicture> tooLittleShared() const {
-        return job_.controls_.className() == viewTintClass ? Host::tooLittleShared(node_) : std::nullopt;
     }
 
     /// Of several errors the first tells the cause.
