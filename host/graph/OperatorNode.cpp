@@ -141,6 +141,11 @@ void OperatorNode::error(const std::string& text) {
     errors_.push_back(text);
 }
 
+bool OperatorNode::warning(const std::string& text) {
+    if (services_.warn) services_.warn(text);
+    return static_cast<bool>(services_.warn);
+}
+
 void OperatorNode::progressMessage(const char* text) {
     const std::lock_guard holding(mutex_);
     message_ = text;

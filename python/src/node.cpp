@@ -58,10 +58,10 @@ public:
         return unlocked([&] { return panel().help(); });
     }
 
-    std::tuple<std::optional<Image>, std::vector<std::string>> render(const Image& left, const Image& right,
-                                                                      const Image& disparity,
-                                                                      const std::vector<Image>& occlusions,
-                                                                      const std::optional<Image>& mask) const {
+    /// The picture, the node's messages, warnings, and whether the views were matched.
+    std::tuple<std::optional<Image>, std::vector<std::string>, std::vector<std::string>, bool> render(
+        const Image& left, const Image& right, const Image& disparity, const std::vector<Image>& occlusions,
+        const std::optional<Image>& mask) const {
         requireComponents("left", left, 4);
         requireComponents("right", right, 4);
         requireComponents("disparity", disparity, 4);
@@ -72,8 +72,12 @@ public:
             requireSameBox("occlusions", occlusion, "left", left);
         }
         return unlocked([&] {
-            auto result = Host::NodeRender::render(values_, {left, right, disparity, occlusions, mask});
-            return std::make_tuple(std::move(result.picture), std::move(result.messages));
+            std::vector<std::string> warnings;
+            Host::RenderServices services;
+            services.warn = [&](const std::string& sentence) { warnings.push_back(sentence); };
+            auto result = Host::NodeRender::render(values_, {left, right, disparity, occlusions, mask}, services);
+            return std::make_tuple(std::move(result.picture), std::move(result.messages), std::move(warnings),
+                                   result.matched);
         });
     }
 

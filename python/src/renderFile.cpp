@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "host/files/AtomicFile.h"
 #include "host/graph/ControlPanel.h"
 #include "host/graph/RenderJob.h"
 #include "host/graph/SettingError.h"
@@ -47,14 +48,15 @@ std::string optionsText(const std::optional<std::string>& mask, const std::strin
 }
 
 void renderStill(const std::string& input, const std::string& output, Host::ControlValues controls,
-                 const std::optional<std::string>& mask, const std::string& disparity) {
+                 const std::optional<std::string>& mask, const std::string& disparity,
+                 const Host::RenderServices& services) {
+    Host::checkWritable(output);
     constexpr int frame = 1;
     const auto picture = std::make_shared<MultiViewFile>(MultiViewFile::open(input));
     Host::StillSource still(picture, frame);
-    const Host::RenderServices services;
     Host::ParallaxSource source(still, Host::ChannelRoles(), parallaxSettings(disparity, controls, picture->views()),
                                 services);
-    Host::RenderJob job(source, std::move(controls), Host::ChannelRoles());
+    Host::RenderJob job(source, std::move(controls), Host::ChannelRoles(), services);
     job.setOptionsText(optionsText(mask, disparity));
     if (mask) job.setMask(openPicture(*mask));
     job.render(frame, output);
@@ -63,7 +65,7 @@ void renderStill(const std::string& input, const std::string& output, Host::Cont
 std::vector<FrameResult> renderSequence(const FramePattern& input, const std::string& output,
                                         Host::ControlValues controls, const std::optional<std::string>& mask,
                                         const std::optional<std::string>& frames, bool skipExisting,
-                                        const std::string& disparity) {
+                                        const std::string& disparity, const Host::RenderServices& services) {
     const auto outputs = FramePattern::parse(output);
     if (!outputs) throw std::invalid_argument("'" + output + "' has no place for the frame number.");
     const auto masks = mask ? FramePattern::parse(*mask) : std::nullopt;
@@ -74,11 +76,10 @@ std::vector<FrameResult> renderSequence(const FramePattern& input, const std::st
     settings.memory = memoryForFrames;
     const std::vector<std::string> views = source.views(settings.frames.front());
     settings.neighbours = Host::neighbourRequests(controls, Host::ChannelRoles(), views);
-    const Host::RenderServices services;
     Host::ParallaxSource withDisparity(source, Host::ChannelRoles(), parallaxSettings(disparity, controls, views),
                                        services);
     withDisparity.addTo(settings.neighbours, settings.frames.front());
-    Host::RenderJob job(withDisparity, std::move(controls), Host::ChannelRoles());
+    Host::RenderJob job(withDisparity, std::move(controls), Host::ChannelRoles(), services);
     job.setOptionsText(optionsText(mask, disparity));
     if (mask && !masks) job.setMask(openPicture(*mask));
     std::vector<FrameResult> results;
@@ -93,22 +94,29 @@ std::vector<FrameResult> renderSequence(const FramePattern& input, const std::st
 
 std::vector<FrameResult> renderAny(const std::string& input, const std::string& output, const Settings& given,
                                    const std::optional<std::string>& mask, const std::optional<std::string>& frames,
-                                   bool skipExisting, const std::string& disparity) {
+                                   bool skipExisting, const std::string& disparity,
+                                   const Host::RenderServices& services) {
     Host::ControlValues controls(Host::viewTintClass);
     for (const auto& [name, text] : given)
         controls.set(name, text);
     if (const auto pattern = FramePattern::parse(input))
-        return renderSequence(*pattern, output, std::move(controls), mask, frames, skipExisting, disparity);
-    renderStill(input, output, std::move(controls), mask, disparity);
+        return renderSequence(*pattern, output, std::move(controls), mask, frames, skipExisting, disparity, services);
+    renderStill(input, output, std::move(controls), mask, disparity, services);
     return {};
 }
 
-nb::list renderFile(const std::string& input, const std::string& output, const Settings& given,
-                    const std::optional<std::string>& mask, const std::optional<std::string>& frames, bool skipExisting,
-                    const std::string& disparity) {
+/// The frames of a sequence, and warnings.
+std::pair<nb::list, std::vector<std::string>> renderFile(const std::string& input, const std::string& output,
+                                                         const Settings& given, const std::optional<std::string>& mask,
+                                                         const std::optional<std::string>& frames, bool skipExisting,
+                                                         const std::string& disparity) {
     std::vector<FrameResult> results;
+    std::vector<std::string> warnings;
+    Host::RenderServices services;
+    services.warn = [&](const std::string& sentence) { warnings.push_back(sentence); };
     try {
-        results = unlocked([&] { return renderAny(input, output, given, mask, frames, skipExisting, disparity); });
+        results =
+            unlocked([&] { return renderAny(input, output, given, mask, frames, skipExisting, disparity, services); });
     } catch (const Host::SettingError& error) {
         raiseValue(error.what());
     } catch (const std::invalid_argument& error) {
@@ -128,7 +136,7 @@ nb::list renderFile(const std::string& input, const std::string& output, const S
         frame["seconds"] = result.seconds;
         list.append(frame);
     }
-    return list;
+    return {list, warnings};
 }
 
 }  // namespace
