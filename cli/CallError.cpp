@@ -2,18 +2,12 @@
 
 #include <algorithm>
 #include <cctype>
-#include <new>
 
 #include <fmt/format.h>
 
 namespace ViewTint::Cli {
 
 namespace fs = std::filesystem;
-
-std::string reasonOf(const std::exception& error) {
-    const bool noMemory = dynamic_cast<const std::bad_alloc*>(&error) != nullptr;
-    return noMemory ? "there is not enough memory for these pictures." : error.what();
-}
 
 const CLI::Validator existingFile(
     [](std::string& name) {

@@ -1,11 +1,9 @@
 #pragma once
 
-#include <exception>
 #include <filesystem>
 #include <initializer_list>
 #include <optional>
 #include <stdexcept>
-#include <string>
 
 #include <CLI/CLI.hpp>
 
@@ -16,9 +14,6 @@ class CallError : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
 };
-
-/// What went wrong, as a sentence.
-std::string reasonOf(const std::exception& error);
 
 /// A file on the command line that must be there.
 extern const CLI::Validator existingFile;

@@ -3,6 +3,7 @@
 #include <cmath>
 
 #include <fmt/format.h>
+#include <boost/locale/utf.hpp>
 
 namespace ViewTint::Cli {
 
@@ -20,14 +21,19 @@ std::string indented(const std::string& text) {
 }  // namespace
 
 Json Json::text(std::string_view value) {
+    using Utf8 = boost::locale::utf::utf_traits<char>;
     std::string quoted = "\"";
-    for (char letter : value) {
-        if (letter == '"' || letter == '\\')
-            quoted += {'\\', letter};
-        else if (static_cast<unsigned char>(letter) < 0x20)
-            quoted += fmt::format("\\u{:04x}", int(letter));
+    for (auto at = value.begin(); at != value.end();) {
+        const auto begin = at;
+        const auto letter = Utf8::decode(at, value.end());
+        if (letter == boost::locale::utf::illegal || letter == boost::locale::utf::incomplete)
+            quoted += "\\ufffd";  // names of files may be any bytes
+        else if (letter == '"' || letter == '\\')
+            quoted += {'\\', static_cast<char>(letter)};
+        else if (letter < 0x20)
+            quoted += fmt::format("\\u{:04x}", static_cast<unsigned>(letter));
         else
-            quoted += letter;
+            quoted.append(begin, at);
     }
     return Json(quoted + '"');
 }

@@ -1,5 +1,7 @@
 #include <exception>
+#include <new>
 #include <optional>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -65,7 +67,10 @@ std::optional<int> parse(CLI::App& app, int argc, char** argv) {
         app.parse(argc, argv);
         return std::nullopt;
     } catch (const CLI::Success& wanted) {  // --help, --version
-        return app.exit(wanted);
+        std::ostringstream text;
+        const int code = app.exit(wanted, text);
+        put(stdout, text.str());
+        return code;
     } catch (const CLI::ParseError& error) {
         complain(fmt::format("{}; see 'viewtint{} --help'.", explain(app, error), ChosenCommand(app).name));
         return exitWrongCall;
@@ -118,8 +123,10 @@ int run(int argc, char** argv) {
     } catch (const CallError& error) {
         complain(error.what());
         return exitWrongCall;
+    } catch (const std::bad_alloc&) {
+        complain("there is not enough memory for these pictures.");
     } catch (const std::exception& error) {
-        complain(reasonOf(error));
+        complain(error.what());
     }
     return exitFailed;
 }
@@ -129,5 +136,5 @@ int run(int argc, char** argv) {
 }  // namespace ViewTint::Cli
 
 int main(int argc, char** argv) {
-    return ViewTint::Cli::run(argc, argv);
+    return ViewTint::Cli::finishOutput(ViewTint::Cli::run(argc, argv));
 }

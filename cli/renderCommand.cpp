@@ -64,10 +64,6 @@ void addRenderCommand(CLI::App& app, CommandContext& context) {
         ->transform(CLI::AsSizeValue(false))
         ->type_name("SIZE");
     command->add_flag("--json", options->json, "Tells of each frame, and of all else, as a line of JSON");
-    command->add_flag(
-        "--strict", options->strict,
-        "Ends with exit code 1, too, where a frame was left as it was because too little of it is visible "
-        "in both views");
     command->add_flag("--quiet", options->quiet, "No progress and no closing line");
     command
         ->add_option("--write-stages", options->stageFolder,

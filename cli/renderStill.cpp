@@ -6,6 +6,7 @@
 #include <chrono>
 #include <exception>
 #include <memory>
+#include <new>
 #include <optional>
 #include <string>
 #include <utility>
@@ -59,10 +60,18 @@ Host::MultiViewFile openPicture(const RenderOptions& options) {
     return Host::MultiViewFile::openViews(files);
 }
 
+void checkOutput(const RenderOptions& options) {
+    requireOutput("--output", options.output, ".exr", {options.input, options.mask, options.disparity.right});
+    Host::checkWritable(options.output);
+}
+
 /// Throws RenderInterrupted and whatever else keeps the picture from being written. True if it was matched.
 bool render(RenderOptions& options, FrameReports& reports) {
     const bool namesView = Host::nameForView(options.output, "").has_value();
-    if (!namesView) Host::checkWritable(options.output);
+    if (!namesView) checkOutput(options);
+    std::optional<StageFiles> stageFiles;
+    if (!options.stageFolder.empty()) stageFiles.emplace(options.stageFolder);
+    const auto cache = openCache(options);
     const auto picture = std::make_shared<Host::MultiViewFile>(openPicture(options));
     Host::StillSource source(
         picture, stillFrame,
@@ -78,17 +87,13 @@ bool render(RenderOptions& options, FrameReports& reports) {
         if (isPerView(options)) savedView = panel.correctedView();
     }
     options.output = Host::nameForView(options.output, savedView).value_or(options.output);
-    requireOutput("--output", options.output, ".exr", {options.input, options.mask, options.disparity.right});
-    if (namesView) Host::checkWritable(options.output);
-    std::optional<StageFiles> stageFiles;
-    if (!options.stageFolder.empty()) {
-        stageFiles.emplace(options.stageFolder);
+    if (namesView) checkOutput(options);
+    if (stageFiles) {
         services.operatorMade = [&](Fresco::Image::Op& op) {
             if (auto* node = dynamic_cast<Cobalt::Research::ViewTintPlugin*>(&op))
                 node->stageObserver = [&](const char* name, const auto& picture) { stageFiles->write(name, picture); };
         };
     }
-    const auto cache = openCache(options);
     Host::ParallaxSource withDisparity(source, rolesOf(options), parallax, services);
     withDisparity.report = [&](const Host::ParallaxReport& report) { reports.tell(report, options.input); };
     Host::RenderJob job(withDisparity, std::move(controls), rolesOf(options), services);
@@ -120,9 +125,12 @@ int renderStill(RenderOptions& options) {
         throw;
     } catch (const Host::SettingError&) {
         throw;
+    } catch (const std::bad_alloc&) {
+        result.status = Host::FrameResult::Status::failed;
+        result.message = "there is not enough memory for these pictures.";
     } catch (const std::exception& error) {
         result.status = Host::FrameResult::Status::failed;
-        result.message = reasonOf(error);
+        result.message = error.what();
     }
     result.file = options.output;
     result.seconds = secondsSince(start);

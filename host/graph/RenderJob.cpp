@@ -114,13 +114,26 @@ private:
     }
 
     std::unique_ptr<Fresco::Image::Iop> makeReader(int frame, const std::string& view) {
-        const auto file = frame == frame_ ? picture_ : job_.frames_.frame(frame);
+        const auto file = frame == frame_ ? picture_ : neighbour(frame);
         if (!file) {
             FileReadOp like(picture_, view, job_.roles_);
             like.validate(true);
             return std::make_unique<EmptyFrameOp>(like.info());
         }
         return std::make_unique<FileReadOp>(file, view, job_.roles_);
+    }
+
+    std::shared_ptr<const MultiViewFile> neighbour(int frame) const {
+        try {
+            return job_.frames_.frame(frame);
+        } catch (const FileError& error) {
+            std::string reason = error.what();
+            if (reason.ends_with('.')) reason.pop_back();
+            throw FileError(
+                fmt::format("frame {} is needed, because the occlusion of frame {} is stabilised with its neighbours': "
+                            "{}; --stabiliseOcclusions off does without it.",
+                            frame, frame_, reason));
+        }
     }
 
     Op* mask(const OutputContext& context) {
