@@ -84,6 +84,7 @@ void printJson(const Host::ControlPanel& panel) {
         if (knob.hasRange) {
             members.emplace_back("minimum", Json::number(knob.minimum));
             members.emplace_back("maximum", Json::number(knob.maximum));
+            members.emplace_back("acts_above_maximum", Json::boolean(knob.actsAboveMaximum()));
         }
         members.emplace_back("logarithmic_slider", Json::boolean((knob.flags & logarithmicSlider) != 0));
         members.emplace_back("starts_line", Json::boolean((knob.flags & startsLine) != 0));

@@ -48,6 +48,7 @@ public:
             control["enabled"] = panel.enabled(knob.name);
             control["minimum"] = knob.hasRange ? nb::cast(knob.minimum) : nb::none();
             control["maximum"] = knob.hasRange ? nb::cast(knob.maximum) : nb::none();
+            control["acts_above_maximum"] = knob.actsAboveMaximum();
             control["choices"] = knob.choices;
             control["tooltip"] = knob.tooltip;
             list.append(control);

@@ -29,6 +29,7 @@ class Control:
     enabled: bool  #: whether its value has an effect together with the others
     minimum: Optional[float]
     maximum: Optional[float]
+    acts_above_maximum: bool  #: whether the maximum is only the end of a slider
     choices: Tuple[str, ...]  #: labels of an enumeration, by value
     tooltip: str
 
