@@ -45,7 +45,7 @@ int renderSequence(RenderOptions& options) {
     FrameReports reports(options, settings.frames);
     const Host::RenderServices services = reports.services();
     settings.neighbours = Host::neighbourRequests(controls, rolesOf(options), shot.views);
-    const auto cache = openCache(options);
+    const auto cache = openCache(options, services);
     Host::ParallaxSource withDisparity(shot.source, rolesOf(options), shot.parallax, services);
     withDisparity.report = [&](const Host::ParallaxReport& report) {
         reports.tell(report, shot.source.paths(report.frame).front().string());

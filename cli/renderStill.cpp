@@ -71,12 +71,12 @@ bool render(RenderOptions& options, FrameReports& reports) {
     if (!namesView) checkOutput(options);
     std::optional<StageFiles> stageFiles;
     if (!options.stageFolder.empty()) stageFiles.emplace(options.stageFolder);
-    const auto cache = openCache(options);
+    Host::RenderServices services = reports.services();
+    const auto cache = openCache(options, services);
     const auto picture = std::make_shared<Host::MultiViewFile>(openPicture(options));
     Host::StillSource source(
         picture, stillFrame,
         options.outside == "hold" ? Host::StillSource::Outside::hold : Host::StillSource::Outside::empty);
-    Host::RenderServices services = reports.services();
     Host::ControlValues& controls = options.controls.checked();
     std::string savedView;
     Host::ParallaxSettings parallax;
