@@ -4,7 +4,6 @@
 #include <initializer_list>
 #include <optional>
 #include <stdexcept>
-#include <string>
 
 #include <CLI/CLI.hpp>
 

@@ -31,7 +31,8 @@ std::string rangeOf(const KnobDeclaration& knob) {
             text += (text.empty() ? "\"" : "|\"") + choice + "\"";
         return text;
     }
-    return knob.hasRange ? fmt::format("{:g}..{:g}", knob.minimum, knob.maximum) : "NUMBER";
+    if (!knob.hasRange) return "NUMBER";
+    return fmt::format("{:g}..{:g}{}", knob.minimum, knob.maximum, knob.actsAboveMaximum() ? " and above" : "");
 }
 
 ControlOptions::ControlOptions() : controls_(Host::viewTintClass) {}

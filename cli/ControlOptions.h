@@ -17,7 +17,7 @@ namespace ViewTint::Cli {
 
 /// A control's help without a panel's markup and line breaks.
 std::string plainText(const std::string& help);
-/// "2..100", "on|off" or the labels of an enumeration.
+/// "2..100", "0..1 and above", "on|off" or the labels of an enumeration.
 std::string rangeOf(const Fresco::Image::KnobDeclaration& knob);
 
 /// What the command line gives for controls.

@@ -8,7 +8,6 @@
 #include <vector>
 
 #include "cli/CallError.h"
-#include "cli/Printing.h"
 #include "host/files/Picture.h"
 
 namespace ViewTint::Cli {
@@ -91,14 +90,15 @@ Host::ParallaxSettings DisparityOptions::settings(const std::pair<std::string, s
     return settings;
 }
 
-void tellParallax(const Host::ParallaxReport& report, const std::string& file, bool quiet) {
+void tellParallax(const Host::ParallaxReport& report, const std::string& file, bool quiet,
+                  const std::function<void(const std::string& sentence)>& warn) {
     constexpr double half = 0.5;
     if (!quiet)
         put(stderr,
             fmt::format("viewtint: {}: disparity estimated; found in the other view: left {:.1f}%, right {:.1f}%\n",
                         file, 100 * report.leftMatched, 100 * report.rightMatched));
     if ((report.leftMatched + report.rightMatched) / 2 < half)
-        complain(fmt::format(
+        warn(fmt::format(
             "{}: less than half of the picture was found in the other view; what wasn't counts as occluded. "
             "Are these two views of one scene, left and right not exchanged?",
             file));

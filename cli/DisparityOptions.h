@@ -1,10 +1,12 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
 
+#include "cli/Printing.h"
 #include "host/parallax/ParallaxSource.h"
 
 namespace ViewTint::Cli {
@@ -26,7 +28,8 @@ struct DisparityOptions {
     Host::ParallaxSettings settings(const std::pair<std::string, std::string>& views) const;
 };
 
-/// A line on what was found; complains where it is less than half.
-void tellParallax(const Host::ParallaxReport& report, const std::string& file, bool quiet);
+/// A line on what was found, unless `quiet`; a warning where it is less than half.
+void tellParallax(const Host::ParallaxReport& report, const std::string& file, bool quiet,
+                  const std::function<void(const std::string& sentence)>& warn = Cli::warn);
 
 }  // namespace ViewTint::Cli

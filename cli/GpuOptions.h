@@ -1,6 +1,9 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <cstddef>
+#include <optional>
+#include <string>
 
 namespace ViewTint::Cli {
 
@@ -16,7 +19,13 @@ struct GpuOptions {
 
 /// The CPU and the GPUs, with what is wrong with those that can't be used.
 void printDevices(bool json);
-/// How much memory of the selected GPU was in use at most; nothing where there is none.
-void printMostGpuMemory();
+
+/// How much memory of the selected GPU was in use at most.
+struct GpuMemory {
+    std::string name;
+    std::size_t mebibytes;
+};
+/// Nothing where there is none.
+std::optional<GpuMemory> mostGpuMemory();
 
 }  // namespace ViewTint::Cli

@@ -3,6 +3,7 @@
 #include <cmath>
 
 #include <fmt/format.h>
+#include <boost/locale/utf.hpp>
 
 namespace ViewTint::Cli {
 
@@ -20,14 +21,19 @@ std::string indented(const std::string& text) {
 }  // namespace
 
 Json Json::text(std::string_view value) {
+    using Utf8 = boost::locale::utf::utf_traits<char>;
     std::string quoted = "\"";
-    for (char letter : value) {
-        if (letter == '"' || letter == '\\')
-            quoted += {'\\', letter};
-        else if (static_cast<unsigned char>(letter) < 0x20)
-            quoted += fmt::format("\\u{:04x}", int(letter));
+    for (auto at = value.begin(); at != value.end();) {
+        const auto begin = at;
+        const auto letter = Utf8::decode(at, value.end());
+        if (letter == boost::locale::utf::illegal || letter == boost::locale::utf::incomplete)
+            quoted += "\\ufffd";  // names of files may be any bytes
+        else if (letter == '"' || letter == '\\')
+            quoted += {'\\', static_cast<char>(letter)};
+        else if (letter < 0x20)
+            quoted += fmt::format("\\u{:04x}", static_cast<unsigned>(letter));
         else
-            quoted += letter;
+            quoted.append(begin, at);
     }
     return Json(quoted + '"');
 }
@@ -56,6 +62,19 @@ Json Json::join(char open, char close, const std::vector<std::string>& items) {
         result += (i == 0 ? "\n  " : ",\n  ") + indented(items[i]);
     if (!items.empty()) result += '\n';
     return Json(result + close);
+}
+
+std::string Json::line() const {
+    std::string line;
+    for (std::size_t i = 0; i < text_.size(); ++i) {  // texts hold no line breaks, they are written as \\u000a
+        if (text_[i] != '\n') {
+            line += text_[i];
+            continue;
+        }
+        if (line.back() == ',') line += ' ';
+        i = text_.find_first_not_of(' ', i + 1) - 1;
+    }
+    return line;
 }
 
 Json Json::array(const std::vector<Json>& items) {

@@ -22,6 +22,10 @@ public:
     /// Members in the given order.
     static Json object(const std::vector<std::pair<std::string, Json>>& members);
 
+    static Json null() { return Json("null"); }
+
+    /// The document on one line.
+    std::string line() const;
     /// The document, indented, without a line break at the end.
     const std::string& str() const { return text_; }
 

@@ -31,6 +31,7 @@ struct RenderOptions {
     bool quiet = false;
     bool stats = false;
     bool json = false;
+    bool strict = false;
     std::string frames;
     std::string missing = "error";
     bool skipExisting = false;

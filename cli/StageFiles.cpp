@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "compute/HostDevice.h"
+#include "host/files/AtomicFile.h"
 #include "host/files/MultiViewFile.h"
 
 namespace ViewTint::Cli {
@@ -36,6 +37,7 @@ StageFiles::StageFiles(std::filesystem::path folder) : folder_(std::move(folder)
     if (failure)
         throw Host::FileError(
             fmt::format("Cannot make the folder '{}' for --write-stages: {}.", folder_.string(), failure.message()));
+    Host::checkWritable(folder_ / "probe.exr");
 }
 
 void StageFiles::write(const char* name, const Vellum::Image::Image& picture) {

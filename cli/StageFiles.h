@@ -12,7 +12,7 @@ namespace ViewTint::Cli {
 /// Y alone.
 class StageFiles {
 public:
-    /// Makes the folder where it isn't there. Throws Host::FileError.
+    /// Makes the folder where it isn't there. Throws Host::FileError, also where the folder takes no files.
     explicit StageFiles(std::filesystem::path folder);
 
     /// A failure waits for throwFailure(), so that it doesn't disturb the render.

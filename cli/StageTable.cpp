@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <vector>
+
 namespace ViewTint::Cli {
 
 namespace {
@@ -36,6 +38,16 @@ std::string StageTable::text() const {
         all.bytes += stage.bytes;
     }
     return text + line(all);
+}
+
+Json StageTable::json() const {
+    std::vector<Json> stages;
+    for (const Totals& stage : statistics_->totals())
+        stages.push_back(Json::object({{"stage", Json::text(stage.name)},
+                                       {"milliseconds", Json::number(stage.seconds * 1e3)},
+                                       {"kernels", Json::integer(static_cast<long long>(stage.kernelCalls))},
+                                       {"bytes", Json::integer(static_cast<long long>(stage.bytes))}}));
+    return Json::array(stages);
 }
 
 }  // namespace ViewTint::Cli

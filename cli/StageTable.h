@@ -3,6 +3,7 @@
 #include <memory>
 #include <string>
 
+#include "cli/Json.h"
 #include "compute/StageStatistics.h"
 
 namespace ViewTint::Cli {
@@ -17,6 +18,8 @@ public:
 
     /// One line for each stage: milliseconds, kernel calls, megabytes that kernels read and wrote, and GB/s.
     std::string text() const;
+    /// The same as a list of objects, without the line of all stages.
+    Json json() const;
 
 private:
     std::shared_ptr<Vellum::Compute::StageStatistics> statistics_;

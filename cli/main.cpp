@@ -1,6 +1,7 @@
 #include <exception>
 #include <new>
 #include <optional>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -67,7 +68,10 @@ std::optional<int> parse(CLI::App& app, int argc, char** argv) {
         app.parse(argc, argv);
         return std::nullopt;
     } catch (const CLI::Success& wanted) {  // --help, --version
-        return app.exit(wanted);
+        std::ostringstream text;
+        const int code = app.exit(wanted, text);
+        put(stdout, text.str());
+        return code;
     } catch (const CLI::ParseError& error) {
         complain(fmt::format("{}; see 'viewtint{} --help'.", explain(app, error), ChosenCommand(app).name));
         return exitWrongCall;
@@ -145,5 +149,5 @@ int run(int argc, char** argv) {
 }  // namespace ViewTint::Cli
 
 int main(int argc, char** argv) {
-    return ViewTint::Cli::run(argc, argv);
+    return ViewTint::Cli::finishOutput(ViewTint::Cli::run(argc, argv));
 }

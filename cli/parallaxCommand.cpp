@@ -9,6 +9,7 @@
 #include "cli/DisparityOptions.h"
 #include "cli/Interruption.h"
 #include "cli/ProgressBar.h"
+#include "host/files/AtomicFile.h"
 #include "host/graph/RenderJob.h"
 
 namespace ViewTint::Cli {
@@ -23,6 +24,7 @@ struct ParallaxOptions {
 
 int estimate(const ParallaxOptions& options) {
     requireOutput("--output", options.output, ".exr", {options.input, options.disparity.right});
+    Host::checkWritable(options.output);
     auto picture = std::make_shared<Host::MultiViewFile>(
         options.disparity.right ? options.disparity.openPair(options.input) : Host::MultiViewFile::open(options.input));
     if (picture->views().size() < 2)

@@ -36,7 +36,7 @@ int render(RenderOptions& options) {
     }
     for (const auto& [given, option] :
          {std::pair{!options.frames.empty(), "--frames"}, std::pair{options.skipExisting, "--skip-existing"},
-          std::pair{options.skipVerified, "--skip-verified"}, std::pair{options.json, "--json"}})
+          std::pair{options.skipVerified, "--skip-verified"}})
         if (given)
             throw CallError(fmt::format("{} is for sequences; '{}' is one picture. Write for example shot.####.exr.",
                                         option, options.input));
@@ -63,7 +63,7 @@ void addRenderCommand(CLI::App& app, CommandContext& context) {
                      "How much memory frames of a sequence may take, for example 8GB (default: half of the machine's)")
         ->transform(sizeInBytes)
         ->type_name("SIZE");
-    command->add_flag("--json", options->json, "Tells of each frame of a sequence as a line of JSON");
+    command->add_flag("--json", options->json, "Tells of each frame, and of all else, as a line of JSON");
     command->add_flag("--quiet", options->quiet, "No progress and no closing line");
     command
         ->add_option("--write-stages", options->stageFolder,

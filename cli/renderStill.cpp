@@ -4,7 +4,9 @@
 #include <fmt/ranges.h>
 
 #include <chrono>
+#include <exception>
 #include <memory>
+#include <new>
 #include <optional>
 #include <string>
 #include <utility>
@@ -12,12 +14,13 @@
 
 #include "cli/CallError.h"
 #include "cli/CommandContext.h"
+#include "cli/FrameReports.h"
 #include "cli/Interruption.h"
-#include "cli/Printing.h"
-#include "cli/ProgressBar.h"
 #include "cli/StageFiles.h"
 #include "cli/StageTable.h"
+#include "host/files/AtomicFile.h"
 #include "host/graph/RenderJob.h"
+#include "host/graph/SettingError.h"
 #include "host/sequence/FramePattern.h"
 #include "node/ViewTintPlugin.h"
 
@@ -57,32 +60,23 @@ Host::MultiViewFile openPicture(const RenderOptions& options) {
     return Host::MultiViewFile::openViews(files);
 }
 
-}  // namespace
+void checkOutput(const RenderOptions& options) {
+    requireOutput("--output", options.output, ".exr", {options.input, options.mask, options.disparity.right});
+    Host::checkWritable(options.output);
+}
 
-int renderStill(RenderOptions& options) {
-    const auto start = std::chrono::steady_clock::now();
-    std::optional<StageTable> stages;
-    if (options.stats) stages.emplace();
+/// Throws RenderInterrupted and whatever else keeps the picture from being written. True if it was matched.
+bool render(RenderOptions& options, FrameReports& reports) {
+    const bool namesView = Host::nameForView(options.output, "").has_value();
+    if (!namesView) checkOutput(options);
+    std::optional<StageFiles> stageFiles;
+    if (!options.stageFolder.empty()) stageFiles.emplace(options.stageFolder);
+    Host::RenderServices services = reports.services();
+    const auto cache = openCache(options, services);
     const auto picture = std::make_shared<Host::MultiViewFile>(openPicture(options));
     Host::StillSource source(
         picture, stillFrame,
         options.outside == "hold" ? Host::StillSource::Outside::hold : Host::StillSource::Outside::empty);
-    ProgressBar progress(options.quiet ? ProgressBar::Style::off : ProgressBar::Style::automatic);
-    Host::RenderServices services;
-    services.progress = [&](double done, const std::string& stage) { progress.show(done, stage); };
-    services.abort = &interruptFlag();
-    services.warn = [&](const std::string& sentence) {
-        progress.clear();
-        warn(sentence);
-    };
-    std::optional<StageFiles> stageFiles;
-    if (!options.stageFolder.empty()) {
-        stageFiles.emplace(options.stageFolder);
-        services.operatorMade = [&](Fresco::Image::Op& op) {
-            if (auto* node = dynamic_cast<Cobalt::Research::ViewTintPlugin*>(&op))
-                node->stageObserver = [&](const char* name, const auto& picture) { stageFiles->write(name, picture); };
-        };
-    }
     Host::ControlValues& controls = options.controls.checked();
     std::string savedView;
     Host::ParallaxSettings parallax;
@@ -93,31 +87,57 @@ int renderStill(RenderOptions& options) {
         if (isPerView(options)) savedView = panel.correctedView();
     }
     options.output = Host::nameForView(options.output, savedView).value_or(options.output);
-    requireOutput("--output", options.output, ".exr", {options.input, options.mask, options.disparity.right});
-    const auto cache = openCache(options, services);
+    if (namesView) checkOutput(options);
+    if (stageFiles) {
+        services.operatorMade = [&](Fresco::Image::Op& op) {
+            if (auto* node = dynamic_cast<Cobalt::Research::ViewTintPlugin*>(&op))
+                node->stageObserver = [&](const char* name, const auto& picture) { stageFiles->write(name, picture); };
+        };
+    }
     Host::ParallaxSource withDisparity(source, rolesOf(options), parallax, services);
-    withDisparity.report = [&](const Host::ParallaxReport& report) {
-        progress.clear();
-        tellParallax(report, options.input, options.quiet);
-    };
+    withDisparity.report = [&](const Host::ParallaxReport& report) { reports.tell(report, options.input); };
     Host::RenderJob job(withDisparity, std::move(controls), rolesOf(options), services);
     job.setOptionsText(recordedOptions(options));
     if (options.mask) job.setMask(openMask(*options.mask));
     try {
-        job.render(stillFrame, options.output, savedView);
-    } catch (const Host::RenderInterrupted&) {
-        throw Interrupted();
+        const bool matched = job.render(stillFrame, options.output, savedView);
+        if (stageFiles) stageFiles->throwFailure();
+        return matched;
     } catch (const Host::RenderError& error) {
-        progress.clear();
         throw Host::RenderError(explain(error.what(), options, *picture));
     }
-    progress.clear();
-    if (!options.quiet) fmt::print("{}: written in {:.2f} s\n", options.output, secondsSince(start));
-    if (stages) {
-        fmt::print("{}", stages->text());
-        printMostGpuMemory();
+}
+
+}  // namespace
+
+int renderStill(RenderOptions& options) {
+    std::optional<StageTable> stages;
+    if (options.stats) stages.emplace();
+    FrameReports reports(options);
+    const auto start = std::chrono::steady_clock::now();
+    Host::FrameResult result;
+    bool interrupted = false;
+    try {
+        if (!render(options, reports)) result.status = Host::FrameResult::Status::unmatched;
+    } catch (const Host::RenderInterrupted&) {
+        interrupted = true;
+    } catch (const CallError&) {
+        throw;
+    } catch (const Host::SettingError&) {
+        throw;
+    } catch (const std::bad_alloc&) {
+        result.status = Host::FrameResult::Status::failed;
+        result.message = "there is not enough memory for these pictures.";
+    } catch (const std::exception& error) {
+        result.status = Host::FrameResult::Status::failed;
+        result.message = error.what();
     }
-    if (stageFiles) stageFiles->throwFailure();
+    result.file = options.output;
+    result.seconds = secondsSince(start);
+    if (!interrupted) reports.tell(result);
+    reports.tellEnd(stages ? &*stages : nullptr);
+    if (interrupted) throw Interrupted();
+    if (reports.failed()) return exitFailed;
     return interruptFlag() ? exitInterrupted : exitFine;  // pressed while the file was written: it is whole
 }
 

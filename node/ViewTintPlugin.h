@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "compute/BufferManagement/BufferManager.h"
@@ -74,6 +75,10 @@ public:
     int doPreValidate(Fresco::Image::ViewerContext* viewer, Fresco::Image::PreValidateContext* context) override;
     void getRequests(const Fresco::Image::Box& box, const Fresco::Image::ChannelSet& channels, int count,
                      Fresco::Image::RequestOutput& requests) override;
+
+    /// What the artist's mask selects of the view to correct: one component over `box`. Nothing where every pixel is
+    /// selected, and, with an error on the node, where the mask is missing.
+    std::optional<Vellum::Image::Image> selection(const Vellum::Image::Box& box);
 
     // ---- render (src/vellumViewTintRender.cpp)
 

@@ -1,7 +1,9 @@
 #pragma once
 
+#include <functional>
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "compute/Image.h"
@@ -17,6 +19,14 @@ using Vellum::Image::LayoutSpec;
 using Vellum::Image::MemoryKind;
 using Vellum::Image::ordinaryLayout;
 
+/// Why the work goes on on the fallback device.
+struct Fallback {
+    enum class Cause { allocation, failure };
+    Cause cause;
+    bool otherDevice;    ///< false where the fallback device is the one that failed, and the step is only tried again
+    std::string reason;  ///< what failed, as a sentence; empty where that isn't known
+};
+
 /// Owns the working images of one render by name, on the primary device until an allocation there fails; then
 /// everything moves to the fallback device and stays there. Belongs to one thread.
 class BufferManager {
@@ -26,6 +36,9 @@ public:
     BufferManager(const BufferManager&) = delete;
     BufferManager& operator=(const BufferManager&) = delete;
     virtual ~BufferManager() = default;
+
+    /// Who hears of a fallback. Until it is set, and where it returns false, a line on the standard output tells it.
+    void setObserver(std::function<bool(const Fallback& fallback)> observer) { observer_ = std::move(observer); }
 
     bool sameDevices() const { return primaryDevice_ == fallbackDevice_; }
     /// The fallback device.
@@ -69,7 +82,7 @@ public:
     bool hasImage(const std::string& name) const { return images_.contains(name); }
     bool hasTuple(const std::string& name) const { return tuples_.contains(name); }
 
-    /// Continues on the fallback device with all pixels. With `warn` says so on the standard output.
+    /// Continues on the fallback device with all pixels. With `warn` says so.
     void moveToFallback(bool warn);
     /// Continues on the fallback device with nothing: after a failure of the device its pixels can't be trusted.
     void switchToFallback(bool warn);
@@ -77,7 +90,9 @@ public:
 private:
     template <class Step>
     auto guarded(Step&& step) -> decltype(step());
+    void tell(Fallback::Cause cause, const char* line) const;
 
+    std::function<bool(const Fallback&)> observer_;
     Image emptyImage_;
     std::vector<Image> emptyTuple_;
     std::map<std::string, Image> images_;

@@ -1,7 +1,11 @@
 #include "compute/BufferManagement/BufferManager.h"
 
 #include <cstdlib>
+#include <exception>
 #include <iostream>
+#include <new>
+
+#include "base/Exception.h"
 
 namespace Vellum::Utils::BufferManagement {
 
@@ -29,6 +33,22 @@ std::vector<Image> makeAll(const std::vector<Box>& boxes, std::uint32_t componen
 void distribute(std::vector<Image>& images, DeviceBase& device) {
     for (Image& image : images)
         image = image.distributeTo(device);
+}
+
+/// What the exception that is being handled says.
+std::string currentReason() {
+    if (!std::current_exception()) return {};
+    try {
+        throw;
+    } catch (const Cobalt::Base::Exception& failure) {
+        return userMessage(failure);
+    } catch (const std::bad_alloc&) {
+        return "there is not enough memory";
+    } catch (const std::exception& failure) {
+        return failure.what();
+    } catch (...) {
+        return {};
+    }
 }
 
 Image viewOrEmpty(const Image& image, const Box& box) {
@@ -144,8 +164,13 @@ void BufferManager::releaseTuple(const std::string& name) {
     tuples_.erase(name);
 }
 
+void BufferManager::tell(Fallback::Cause cause, const char* line) const {
+    if (observer_ && observer_({cause, !sameDevices(), currentReason()})) return;
+    std::cout << line << std::endl;
+}
+
 void BufferManager::moveToFallback(bool warn) {
-    if (warn) std::cout << "Warning: not enough memory on GPU, switching to CPU." << std::endl;
+    if (warn) tell(Fallback::Cause::allocation, "Warning: not enough memory on GPU, switching to CPU.");
     currentDevice_ = fallbackDevice_;
     for (auto& [name, image] : images_)
         image = image.distributeTo(*currentDevice_);
@@ -154,7 +179,7 @@ void BufferManager::moveToFallback(bool warn) {
 }
 
 void BufferManager::switchToFallback(bool warn) {
-    if (warn) std::cout << "Warning: switching to CPU." << std::endl;
+    if (warn) tell(Fallback::Cause::failure, "Warning: switching to CPU.");
     images_.clear();
     tuples_.clear();
     moveToFallback(false);

@@ -1,5 +1,7 @@
 #include "host/graph/ControlPanel.h"
 
+#include <algorithm>
+
 #include "host/graph/OperatorNode.h"
 #include "host/graph/ProjectViews.h"
 
@@ -40,8 +42,27 @@ ControlPanel::ControlPanel(const ControlValues& values, std::span<const std::str
         node_->setControl(value.name, value.number);
     ShowPanel opened;
     node_->op().knob_changed(&opened);
-    for (const ControlValues::Value& value : given)
-        if (!enabled(value.name)) givenInVain_.push_back(value.name);
+    for (const Fresco::Image::KnobDeclaration& knob : declarations_)
+        if (std::ranges::find(given, knob.name, &ControlValues::Value::name) != given.end() && !enabled(knob.name) &&
+            !choosesInputs(knob))
+            givenInVain_.push_back(knob.name);
+}
+
+/// Whether some value of the control has the operator ask for more or for fewer frames than another.
+bool ControlPanel::choosesInputs(const Fresco::Image::KnobDeclaration& knob) const {
+    const double value = this->value(knob.name);
+    std::vector<double> others{knob.minimum, knob.maximum};
+    if (knob.kind == Fresco::Image::KnobKind::boolean) others = {0, 1};
+    for (std::size_t choice = 0; choice < knob.choices.size(); ++choice)
+        others.push_back(static_cast<double>(choice));
+    const auto asked = [&](double number) {
+        node_->setControl(knob.name, number);
+        return node_->op().split_input(0);
+    };
+    const int now = asked(value);
+    const bool chooses = std::ranges::any_of(others, [&](double other) { return asked(other) != now; });
+    node_->setControl(knob.name, value);
+    return chooses;
 }
 
 ControlPanel::~ControlPanel() = default;

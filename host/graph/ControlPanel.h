@@ -33,10 +33,13 @@ public:
     std::string help() const;
     /// Of a control that exists and holds a value.
     double value(std::string_view name) const;
-    /// The controls that were given a value and are disabled, so that the value has no effect.
+    /// The controls that were given a value which has no effect together with the others: the disabled ones, but for
+    /// those that still choose which frames are read.
     const std::vector<std::string>& givenInVain() const { return givenInVain_; }
 
 private:
+    bool choosesInputs(const Fresco::Image::KnobDeclaration& knob) const;
+
     std::vector<Fresco::Image::KnobDeclaration> declarations_;
     std::unique_ptr<OperatorNode> node_;
     std::vector<std::string> givenInVain_;

@@ -123,12 +123,10 @@ void ControlValues::set(std::string_view name, const std::string& text) {
         given_.push_back({&knob, 0.0, text});
         return;
     }
-    const double value = parseValue(knob, text);
-    const bool limited = knob.hasRange && (knob.flags & Fresco::Image::keepInRange) != 0;
-    if (limited && (value < knob.minimum || value > knob.maximum)) {
-        throw SettingError(fmt::format("{} is out of range for the control {}: it goes from {:g} to {:g}.", text, name,
-                                       knob.minimum, knob.maximum));
-    }
+    const double value = parseValue(knob, text) + 0.0;  // no negative zero
+    if (knob.hasRange && (value < knob.minimum || (value > knob.maximum && !knob.actsAboveMaximum())))
+        throw SettingError(fmt::format("{} is out of range for the control {}: it goes from {:g} to {:g}{}.", text,
+                                       name, knob.minimum, knob.maximum, knob.actsAboveMaximum() ? " and above" : ""));
     given_.push_back({&knob, value, ""});
 }
 

@@ -9,6 +9,7 @@
 
 #include "base/Exception.h"
 #include "compute/HostDevice.h"
+#include "host/graph/MatchCheck.h"
 #include "host/graph/ProjectViews.h"
 #include "host/graph/ReaderOps.h"
 
@@ -103,13 +104,13 @@ public:
             mask_.add(*pictures.mask, Fresco::Image::redChannel);
     }
 
-    Fresco::Image::Op* at(int input, const Fresco::Image::OutputContext& context) {
+    Fresco::Image::Iop* at(int input, const Fresco::Image::OutputContext& context) {
         if (input != 0) return hasMask_ ? &mask_ : nullptr;
         const int frame = static_cast<int>(std::lround(context.frame));
         if (frame == 0) return context.view == 1 ? &views_[0] : &views_[1];
         // -1, 1, -2, 2
         const auto place = static_cast<std::size_t>(2 * std::abs(frame) - (frame < 0 ? 2 : 1));
-        return place < neighbours_.size() ? static_cast<Fresco::Image::Op*>(neighbours_[place].get()) : empty_.get();
+        return place < neighbours_.size() ? static_cast<Fresco::Image::Iop*>(neighbours_[place].get()) : empty_.get();
     }
 
 private:
@@ -150,6 +151,13 @@ NodeRender::Result NodeRender::render(const ControlValues& controls, const Frame
         if (node.op().outChannels().empty()) continue;
         ImagePlane plane(node.op().info().box, false, node.op().outChannels());
         try {
+            if (const auto shared = tooLittleShared(node)) {
+                if (services.warn) services.warn(shared->complaint(view == 1 ? "left" : "right", "occlusions"));
+                sources.at(0, {0.0, view})->fetchPlane(plane);
+                result.matched = false;
+                result.picture = imageOf(plane);
+                return result;
+            }
             node.op().fetchPlane(plane);
         } catch (const Cobalt::Base::Exception& failure) {
             result.messages.push_back(userMessage(failure));

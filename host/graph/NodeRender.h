@@ -25,6 +25,9 @@ public:
     struct Result {
         std::optional<Vellum::Image::Image> picture;  ///< 4 components; none where the node refused
         std::vector<std::string> messages;            ///< the node's, the first tells the cause
+        /// False where too little of the view is visible in both views: the picture is as it came in, and a warning
+        /// says why.
+        bool matched = true;
     };
 
     /// `controls` must outlive this. Throws SettingError.

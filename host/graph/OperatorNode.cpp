@@ -162,8 +162,9 @@ void OperatorNode::error(const std::string& text) {
     errors_.push_back(text);
 }
 
-void OperatorNode::warning(const std::string& text) {
+bool OperatorNode::warning(const std::string& text) {
     if (services_.warn) services_.warn(text);
+    return static_cast<bool>(services_.warn);
 }
 
 void OperatorNode::progressMessage(const char* text) {

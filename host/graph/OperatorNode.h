@@ -51,7 +51,7 @@ public:
     Fresco::Image::Hash hash() const override;
     bool aborted() const override { return services_.aborted(); }
     void error(const std::string& text) override;
-    void warning(const std::string& text) override;
+    bool warning(const std::string& text) override;
     void progressMessage(const char* text) override;
     void progressFraction(double done, int level) override;
     void progressDismiss() override {}

@@ -13,6 +13,7 @@
 #include "base/Exception.h"
 #include "compute/StageStatistics.h"
 #include "host/files/AtomicFile.h"
+#include "host/graph/MatchCheck.h"
 #include "host/graph/ProjectViews.h"
 #include "host/graph/ReaderOps.h"
 #include "host/graph/SettingError.h"
@@ -115,15 +116,23 @@ public:
 
     int viewCount() const { return views_.viewcount() - 1; }
 
-    /// Renders a view if the node changes it, into the picture. True if it does.
+    /// Renders a view if the node changes it, into the picture. False where that can't be matched.
     bool render(int view) {
         usedViews_.clear();
         const bool accepted = node_.enter({static_cast<double>(frame_), view});
         const bool changes = accepted && !node_.op().outChannels().empty();
-        if (accepted && !changes) return false;
+        if (accepted && !changes) return true;
         checkViews();
         if (!accepted) fail(view);
         checkChosenChannels();
+        if (const auto shared = tooLittleShared(node_)) {
+            const std::string& name = *views_.name(view);
+            const auto* occlusion = job_.roles_.find(Fresco::Image::getChannel("mask_occlusion.alpha", true));
+            if (job_.services_.warn)
+                job_.services_.warn(fmt::format("'{}': {}", picture_->pathOf(name).string(),
+                                                shared->complaint(name, occlusion->fileChannel)));
+            return false;
+        }
         Fresco::Image::ImagePlane plane(node_.op().info().box, false, node_.op().outChannels());
         node_.op().fetchPlane(plane);
         job_.throwIfAborted();
@@ -154,13 +163,26 @@ private:
     }
 
     std::unique_ptr<Fresco::Image::Iop> makeReader(int frame, const std::string& view) {
-        const auto file = frame == frame_ ? picture_ : job_.frames_.frame(frame);
+        const auto file = frame == frame_ ? picture_ : neighbour(frame);
         if (!file) {
             FileReadOp like(picture_, view, job_.roles_);
             like.validate(true);
             return std::make_unique<EmptyFrameOp>(like.info());
         }
         return std::make_unique<FileReadOp>(file, view, job_.roles_);
+    }
+
+    std::shared_ptr<const MultiViewFile> neighbour(int frame) const {
+        try {
+            return job_.frames_.frame(frame);
+        } catch (const FileError& error) {
+            std::string reason = error.what();
+            if (reason.ends_with('.')) reason.pop_back();
+            throw FileError(
+                fmt::format("frame {} is needed, because the occlusion of frame {} is stabilised with its neighbours': "
+                            "{}; --stabiliseOcclusions off does without it.",
+                            frame, frame_, reason));
+        }
     }
 
     Op* mask(const OutputContext& context) {
@@ -250,7 +272,7 @@ void RenderJob::throwIfAborted() const {
     if (services_.aborted()) throw RenderInterrupted();
 }
 
-std::shared_ptr<MultiViewFile> RenderJob::render(int frame) {
+RenderedFrame RenderJob::render(int frame) {
     throwIfAborted();
     auto picture = frames_.frame(frame);
     if (!picture) throw RenderError(fmt::format("There is no picture for frame {}.", frame));
@@ -258,20 +280,21 @@ std::shared_ptr<MultiViewFile> RenderJob::render(int frame) {
         throw RenderError(fmt::format("'{}' has only one view, '{}'; a left and a right view are needed.",
                                       picture->path().string(), picture->views().front()));
     }
+    bool matched = true;
     try {
         Graph graph(*this, frame, picture);
         for (int view = 1; view <= graph.viewCount(); ++view)
-            graph.render(view);
+            if (!graph.render(view)) matched = false;
     } catch (const Cobalt::Base::InterruptedException&) {
         throw RenderInterrupted();
     } catch (const Cobalt::Base::Exception& failure) {
         throw RenderError(userMessage(failure));
     }
     record_.writeTo(*picture);
-    return picture;
+    return {picture, matched};
 }
 
-void RenderJob::render(int frame, const fs::path& output, const std::string& savedView) {
+bool RenderJob::render(int frame, const fs::path& output, const std::string& savedView) {
     const auto picture = frames_.frame(frame);
     if (picture && isSameFile(savedView.empty() ? picture->path() : picture->pathOf(savedView), output)) {
         throw FileError(
@@ -281,7 +304,8 @@ void RenderJob::render(int frame, const fs::path& output, const std::string& sav
     const auto corrected = render(frame);
     throwIfAborted();
     const Vellum::Compute::Stage stage("write");
-    savedView.empty() ? corrected->save(output) : corrected->saveView(savedView, output);
+    savedView.empty() ? corrected.picture->save(output) : corrected.picture->saveView(savedView, output);
+    return corrected.matched;
 }
 
 }  // namespace ViewTint::Host

@@ -31,6 +31,14 @@ public:
     const char* what() const noexcept override { return "the render was interrupted"; }
 };
 
+/// A frame after its render.
+struct RenderedFrame {
+    std::shared_ptr<MultiViewFile> picture;
+    /// False where too little of the picture is visible in both views to tell how their colours differ: then the
+    /// picture is as it came in.
+    bool matched = true;
+};
+
 /// Runs one operator on frames of a shot and puts the channels that it changes into the picture.
 ///
 /// Views are numbered from 1, the view named "left" first, the one named "right" second, others in the file's order.
@@ -50,12 +58,12 @@ public:
 
     /// Renders a frame. Returns its picture with red, green, blue and, where it has one, alpha of the corrected view
     /// replaced. Throws RenderError, RenderInterrupted, SettingError, FileError.
-    std::shared_ptr<MultiViewFile> render(int frame);
+    RenderedFrame render(int frame);
 
     /// Renders a frame into a new file. That it can be written, and isn't the picture that is read, is tested before
     /// the work; a failure leaves nothing behind.
-    /// Where each view has a file of its own, `savedView` is written.
-    void render(int frame, const std::filesystem::path& output, const std::string& savedView = "");
+    /// Where each view has a file of its own, `savedView` is written. Returns whether the frame was matched.
+    bool render(int frame, const std::filesystem::path& output, const std::string& savedView = "");
 
 private:
     class Graph;

@@ -18,7 +18,7 @@ enum class KnobKind : int { hidden = 0, integer = 3, enumeration = 4, boolean = 
 using KnobFlags = std::uint64_t;
 /// The slider's scale is logarithmic.
 inline constexpr KnobFlags logarithmicSlider = 4;
-/// Values outside the range are refused; without it the range is that of the slider.
+/// Values outside the range are refused; without it the maximum is only the end of the slider.
 inline constexpr KnobFlags keepInRange = 16;
 /// The control begins a line of the panel, which controls do unless this is cleared.
 inline constexpr KnobFlags startsLine = 4096;
@@ -64,6 +64,8 @@ struct KnobDeclaration {
     KnobFlags flags = startsLine;
 
     bool holdsValue() const { return storage.index() != 0; }
+    /// Values above the maximum are taken, and act.
+    bool actsAboveMaximum() const { return hasRange && (flags & keepInRange) == 0; }
 };
 
 /// Collects the controls of an operator in their order.

@@ -39,8 +39,8 @@ public:
     virtual bool aborted() const = 0;
     /// Ends the render as failed with a sentence for the artist.
     virtual void error(const std::string& text) = 0;
-    /// Tells the artist, with a sentence, what should be known of the picture. The render goes on.
-    virtual void warning(const std::string& text) = 0;
+    /// A sentence for the artist on what went well in the end. False where the host has no place for it.
+    virtual bool warning(const std::string& /*text*/) { return false; }
     virtual void progressMessage(const char* text) = 0;
     /// `done` is 0 to 1; `level` is 0 for the operator itself.
     virtual void progressFraction(double done, int level) = 0;
@@ -116,9 +116,7 @@ public:
     void error(const std::string& text) const {
         if (node_) node_->error(text);
     }
-    void warning(const std::string& text) const {
-        if (node_) node_->warning(text);
-    }
+    bool warning(const std::string& text) const { return node_ && node_->warning(text); }
     void progressMessage(const char* text) const {
         if (node_) node_->progressMessage(text);
     }

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <condition_variable>
 #include <deque>
@@ -48,7 +49,8 @@ struct InFlight {
 }  // namespace
 
 const char* FrameResult::word() const {
-    return status == Status::written ? "written" : status == Status::skipped ? "skipped" : "failed";
+    static constexpr std::array<const char*, statuses> words{"written", "unmatched", "skipped", "failed"};
+    return words[static_cast<std::size_t>(status)];
 }
 
 /// Writes pictures in the order in which they come, on a thread of its own.
@@ -183,9 +185,10 @@ void SequenceRender::renderFrame(std::size_t place, Writer& writer) {
     try {
         source_.require(frame);
         if (begin) begin(frame, place);
-        const auto picture = job_.render(frame);
+        const RenderedFrame rendered = job_.render(frame);
+        if (!rendered.matched) result.status = FrameResult::Status::unmatched;
         result.seconds = secondsSince(start);
-        writer.add(std::move(result), picture);
+        writer.add(std::move(result), rendered.picture);
         return;
     } catch (const RenderInterrupted&) {
         throw;

@@ -14,8 +14,10 @@ namespace ViewTint::Host {
 
 /// What became of one frame.
 struct FrameResult {
-    enum class Status { written, skipped, failed };
-    /// "written", "skipped" or "failed".
+    /// `unmatched`: written as it came in, because too little of it is visible in both views.
+    enum class Status { written, unmatched, skipped, failed };
+    static constexpr int statuses = 4;
+    /// The status as it is written above.
     const char* word() const;
     int frame = 0;
     std::filesystem::path file;

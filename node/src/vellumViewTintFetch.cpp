@@ -74,6 +74,14 @@ bool ViewTintPlugin::fetchOcclusionFrames(std::vector<Image>& frames) {
     return true;
 }
 
+std::optional<Image> ViewTintPlugin::selection(const Vellum::Image::Box& box) {
+    if (maskWith == 0) return std::nullopt;
+    matchInputOffset = matchWhat + 1;
+    const Image reference({box, 1, Vellum::Pixel::DataEnum::float32}, hostDevice());
+    Image mask;
+    return fetchMask(mask, reference) ? std::optional(mask) : std::nullopt;
+}
+
 bool ViewTintPlugin::fetchMask(Image& mask, const Image& reference) {
     if (maskWith == 0) {
         mask.reset({reference.box(), 1, Vellum::Pixel::DataEnum::float32}, *reference.device());

@@ -19,12 +19,26 @@ namespace {
 using Cobalt::Sextant::abortCheck;
 using Vellum::Compute::Stage;
 using Vellum::Utils::BufferManagement::BufferManager;
+using Vellum::Utils::BufferManagement::Fallback;
 
 constexpr auto float32 = Vellum::Pixel::DataEnum::float32;
 
 /// The image itself where it lies there already.
 Vellum::Image::Image onTheCpu(const Vellum::Image::Image& image) {
     return image.distributeTo(Vellum::Compute::Host::hostDevice());
+}
+
+std::string sentenceOn(const Fallback& fallback) {
+    std::string reason = fallback.reason;
+    while (!reason.empty() && reason.back() == '.')
+        reason.pop_back();
+    if (!reason.empty()) reason = " (" + reason + ")";
+    if (fallback.cause == Fallback::Cause::allocation)
+        return fallback.otherDevice
+                   ? "There is not enough memory on the GPU" + reason + "; the CPU goes on with the frame."
+                   : "Memory ran short" + reason + "; the step is tried once more.";
+    return fallback.otherDevice ? "The match failed on the GPU" + reason + "; the CPU does it."
+                                : "The match failed" + reason + "; it is tried once more.";
 }
 
 }  // namespace
@@ -82,6 +96,7 @@ void ViewTintPlugin::render(Fresco::Image::ImagePlane& plane, Steps& steps) {
     Image occlusion;
     if (!fetchOcclusionMask(occlusion)) return;
     BufferManager bufferManager(renderContext()->device(), hostDevice());
+    bufferManager.setObserver([this](const Fallback& fallback) { return warning(sentenceOn(fallback)); });
     Image leftView, rightView, disparity;
     if (!fetchSourceViews(leftView, rightView) || !fetchDisparity(disparity)) return;
 

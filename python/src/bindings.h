@@ -52,13 +52,6 @@ inline std::string textOf(const nb::object& object) {
     throw nb::python_error();
 }
 
-/// Gives the caller of the package's own function a UserWarning for each sentence.
-inline void warnOfEach(const std::vector<std::string>& sentences) {
-    constexpr int caller = 2;
-    for (const std::string& sentence : sentences)
-        if (PyErr_WarnEx(PyExc_UserWarning, sentence.c_str(), caller) != 0) throw nb::python_error();
-}
-
 /// Raises a ValueError. Needs no lock.
 [[noreturn]] inline void raiseValue(const std::string& message) {
     throw nb::value_error(message.c_str());

@@ -48,6 +48,7 @@ public:
             control["enabled"] = panel.enabled(knob.name);
             control["minimum"] = knob.hasRange ? nb::cast(knob.minimum) : nb::none();
             control["maximum"] = knob.hasRange ? nb::cast(knob.maximum) : nb::none();
+            control["acts_above_maximum"] = knob.actsAboveMaximum();
             control["choices"] = knob.choices;
             control["tooltip"] = knob.tooltip;
             list.append(control);
@@ -58,10 +59,10 @@ public:
         return unlocked([&] { return panel().help(); });
     }
 
-    std::tuple<std::optional<Image>, std::vector<std::string>> render(const Image& left, const Image& right,
-                                                                      const Image& disparity,
-                                                                      const std::vector<Image>& occlusions,
-                                                                      const std::optional<Image>& mask) const {
+    /// The picture, the node's messages, warnings, and whether the views were matched.
+    std::tuple<std::optional<Image>, std::vector<std::string>, std::vector<std::string>, bool> render(
+        const Image& left, const Image& right, const Image& disparity, const std::vector<Image>& occlusions,
+        const std::optional<Image>& mask) const {
         requireComponents("left", left, 4);
         requireComponents("right", right, 4);
         requireComponents("disparity", disparity, 4);
@@ -71,14 +72,14 @@ public:
             requireComponents("occlusions", occlusion, 1);
             requireSameBox("occlusions", occlusion, "left", left);
         }
-        std::vector<std::string> warnings;
-        Host::RenderServices services;
-        services.warn = [&](const std::string& sentence) { warnings.push_back(sentence); };
-        auto result = unlocked([&] {
-            return Host::NodeRender::render(values_, {left, right, disparity, occlusions, mask}, services);
+        return unlocked([&] {
+            std::vector<std::string> warnings;
+            Host::RenderServices services;
+            services.warn = [&](const std::string& sentence) { warnings.push_back(sentence); };
+            auto result = Host::NodeRender::render(values_, {left, right, disparity, occlusions, mask}, services);
+            return std::make_tuple(std::move(result.picture), std::move(result.messages), std::move(warnings),
+                                   result.matched);
         });
-        warnOfEach(warnings);
-        return {std::move(result.picture), std::move(result.messages)};
     }
 
 private:

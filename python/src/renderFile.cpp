@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "host/files/AtomicFile.h"
 #include "host/graph/ControlPanel.h"
 #include "host/graph/RenderJob.h"
 #include "host/graph/SettingError.h"
@@ -25,20 +26,6 @@ using Settings = std::vector<std::pair<std::string, std::string>>;
 using Host::FramePattern;
 using Host::FrameResult;
 using Host::MultiViewFile;
-
-/// What a render warns of, for Python once it is held again.
-class Warnings {
-public:
-    Host::RenderServices services() {
-        Host::RenderServices services;
-        services.warn = [this](const std::string& sentence) { sentences_.push_back(sentence); };
-        return services;
-    }
-    void tell() const { warnOfEach(sentences_); }
-
-private:
-    std::vector<std::string> sentences_;
-};
 
 constexpr std::size_t memoryForFrames = std::size_t{4} << 30;
 
@@ -63,6 +50,7 @@ std::string optionsText(const std::optional<std::string>& mask, const std::strin
 void renderStill(const std::string& input, const std::string& output, Host::ControlValues controls,
                  const std::optional<std::string>& mask, const std::string& disparity,
                  const Host::RenderServices& services) {
+    Host::checkWritable(output);
     constexpr int frame = 1;
     const auto picture = std::make_shared<MultiViewFile>(MultiViewFile::open(input));
     Host::StillSource still(picture, frame);
@@ -117,15 +105,18 @@ std::vector<FrameResult> renderAny(const std::string& input, const std::string& 
     return {};
 }
 
-nb::list renderFile(const std::string& input, const std::string& output, const Settings& given,
-                    const std::optional<std::string>& mask, const std::optional<std::string>& frames, bool skipExisting,
-                    const std::string& disparity) {
+/// The frames of a sequence, and warnings.
+std::pair<nb::list, std::vector<std::string>> renderFile(const std::string& input, const std::string& output,
+                                                         const Settings& given, const std::optional<std::string>& mask,
+                                                         const std::optional<std::string>& frames, bool skipExisting,
+                                                         const std::string& disparity) {
     std::vector<FrameResult> results;
-    Warnings warnings;
+    std::vector<std::string> warnings;
+    Host::RenderServices services;
+    services.warn = [&](const std::string& sentence) { warnings.push_back(sentence); };
     try {
-        results = unlocked([&] {
-            return renderAny(input, output, given, mask, frames, skipExisting, disparity, warnings.services());
-        });
+        results =
+            unlocked([&] { return renderAny(input, output, given, mask, frames, skipExisting, disparity, services); });
     } catch (const Host::SettingError& error) {
         raiseValue(error.what());
     } catch (const std::invalid_argument& error) {
@@ -135,7 +126,6 @@ nb::list renderFile(const std::string& input, const std::string& output, const S
     } catch (const Host::RenderError& error) {
         raise("Error", input + ": " + error.what());
     }
-    warnings.tell();
     nb::list list;
     for (const FrameResult& result : results) {
         nb::dict frame;
@@ -146,7 +136,7 @@ nb::list renderFile(const std::string& input, const std::string& output, const S
         frame["seconds"] = result.seconds;
         list.append(frame);
     }
-    return list;
+    return {list, warnings};
 }
 
 }  // namespace

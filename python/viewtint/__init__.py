@@ -8,6 +8,7 @@ from viewtint import _viewtint
 from viewtint._viewtint import *
 from viewtint._viewtint import version as __version__
 from viewtint.errors import Error as Error
+from viewtint.errors import PictureWarning as PictureWarning
 from viewtint.errors import UnknownNameError as UnknownNameError
 from viewtint.errors import WrongTypeError as WrongTypeError
 from viewtint.records import ImageRecord as ImageRecord

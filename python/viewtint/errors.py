@@ -1,4 +1,4 @@
-"""What operations and kernel calls raise."""
+"""What operations and kernel calls raise, and of what they warn."""
 
 
 class Error(ValueError):
@@ -14,3 +14,7 @@ class UnknownNameError(Error, KeyError):
 
 class WrongTypeError(Error, TypeError):
     """A scalar's value is of another type or length than the kernel declares."""
+
+
+class PictureWarning(UserWarning):
+    """What the maker of a picture should know of a render that went well: the message names the picture."""

@@ -1,15 +1,21 @@
 """The colour matching node with its controls, on pictures in memory."""
 
 import difflib
+import warnings
 from dataclasses import dataclass
 from typing import Any, Optional, Sequence, Tuple, Union
 
 from . import _viewtint
-from .errors import Error
+from .errors import Error, PictureWarning
 
 
 def _text(value: Any) -> str:
     return ("on" if value else "off") if isinstance(value, bool) else str(value)
+
+
+def _warn(sentences: Sequence[str]) -> None:
+    for sentence in sentences:
+        warnings.warn(sentence, PictureWarning, stacklevel=3)
 
 
 @dataclass(frozen=True)
@@ -23,6 +29,7 @@ class Control:
     enabled: bool  #: whether its value has an effect together with the others
     minimum: Optional[float]
     maximum: Optional[float]
+    acts_above_maximum: bool  #: whether the maximum is only the end of a slider
     choices: Tuple[str, ...]  #: labels of an enumeration, by value
     tooltip: str
 
@@ -40,10 +47,12 @@ class Node:
     """
 
     messages: Sequence[str]
+    matched: bool  #: False where the last render left the view as it was, with a warning that says why
 
     def __init__(self, **controls: Any):
         object.__setattr__(self, "_node", _viewtint._Node())
         object.__setattr__(self, "messages", ())
+        object.__setattr__(self, "matched", True)
         for name, value in controls.items():
             setattr(self, name, value)
 
@@ -88,11 +97,16 @@ class Node:
         components: x and y to the left view, x and y to the right one, in pixels, y up. occlusions: an Image of one
         component, 1 where the other view doesn't show the pixel, or a sequence of them: of this frame, then of the
         frames -1, +1, -2, +2. All over one box. mask: the input Mask, 1 component (alpha), 3 or 4, of any box.
-        Raises Error where the node refuses; `messages` then holds all that it said. Warns of pixels that are no numbers.
+        Raises Error where the node refuses; `messages` then holds all that it said. Where less than one per cent of the
+        view, or of what the mask selects, is visible in both views it comes back as it is, with a warning; `matched`
+        is then False. Warns of pixels that are no numbers, too.
         """
         single = isinstance(occlusions, _viewtint.Image)
-        picture, messages = self._node.render(left, right, disparity, [occlusions] if single else list(occlusions), mask)
+        frames = [occlusions] if single else list(occlusions)
+        picture, messages, told, matched = self._node.render(left, right, disparity, frames, mask)
         object.__setattr__(self, "messages", tuple(messages))
+        object.__setattr__(self, "matched", matched)
+        _warn(told)
         if picture is None:
             raise Error(messages[0] if messages else "The node delivered no picture.")
         return picture
@@ -104,10 +118,13 @@ def render_file(input, output, mask=None, frames=None, skip_existing=False, disp
     input, output: files, or names with a place for the frame number such as shot.####.exr. mask: a file, or for a
     sequence also a name with such a place. frames: a range such as "1001-1240x2"; all files without it. disparity:
     "estimate", "file" or another file that has the channels; without it the file's, estimated where it has none.
-    Controls by their names. What a picture's maker should know of it is a UserWarning. Returns for each frame of a sequence a dict of frame, file, status ("written", "skipped" or "failed"), message
-    and seconds, in the order of ending; nothing for one picture. Raises Error where a picture or the output fails,
-    ValueError for a value out of range. What is written is whole.
+    Controls by their names. Returns for each frame of a sequence a dict of frame, file, status ("written", "unmatched",
+    "skipped" or "failed"), message and seconds, in the order of ending; nothing for one picture. A frame of which too
+    little is visible in both views is written as it came in, with a PictureWarning, and is "unmatched". Raises Error
+    where a picture or the output fails, ValueError for a value out of range. What is written is whole.
     """
     given = [(name, _text(value)) for name, value in controls.items()]
     path = None if mask is None else str(mask)
-    return _viewtint._render_file(str(input), str(output), given, path, frames, skip_existing, str(disparity))
+    results, told = _viewtint._render_file(str(input), str(output), given, path, frames, skip_existing, str(disparity))
+    _warn(told)
+    return results

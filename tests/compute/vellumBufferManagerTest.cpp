@@ -148,6 +148,27 @@ TEST(BufferManager, switchingAfterADeviceFailureForgetsThePixels) {
     EXPECT_EQ(manager.allocate("kA", oneByOne).device(), &hostDevice());
 }
 
+TEST(BufferManager, anObserverHearsTheReasonInPlaceOfTheLine) {
+    SoftwareContext first, second;
+    for (const bool other : {false, true})
+        for (const bool heard : {false, true}) {
+            BufferManager manager(first.device(), other ? second.device() : first.device());
+            std::vector<Fallback> told;
+            manager.setObserver([&](const Fallback& fallback) {
+                told.push_back(fallback);
+                return heard;
+            });
+            first.device().failAt(SoftwareDevice::Operation::allocation, 0);
+            testing::internal::CaptureStdout();
+            manager.allocate("kA", oneByOne);
+            EXPECT_EQ(testing::internal::GetCapturedStdout(), heard ? "" : memoryWarning);
+            ASSERT_EQ(told.size(), 1u);
+            EXPECT_EQ(told[0].cause, Fallback::Cause::allocation);
+            EXPECT_EQ(told[0].otherDevice, other);
+            EXPECT_NE(told[0].reason.find("The software device"), std::string::npos) << told[0].reason;
+        }
+}
+
 TEST(BufferManager, onTheCpuMovingChangesNothing) {
     BufferManager manager(hostDevice(), hostDevice());
     const Image& image = manager.adopt("kA", filled(hostDevice(), 4));

@@ -129,7 +129,10 @@ public:
 
     bool aborted() const override { return abortWanted; }
     void error(const std::string& text) override { errors.push_back(text); }
-    void warning(const std::string& text) override { warnings.push_back(text); }
+    bool warning(const std::string& text) override {
+        if (takesWarnings) warnings.push_back(text);
+        return takesWarnings;
+    }
     void progressMessage(const char* text) override { note(text); }
     void progressFraction(double done, int level) override { note(fmt::format("{:.3f}:{}", done, level)); }
     void progressDismiss() override { note("dismissed"); }
@@ -147,6 +150,7 @@ public:
     std::map<std::string, std::unique_ptr<TestKnob>> knobs;
     std::atomic<bool> abortWanted{false};
     std::vector<std::string> errors;
+    bool takesWarnings = false;
     std::vector<std::string> warnings;
     std::vector<std::string> progress;
     /// Called with every report.

@@ -120,6 +120,18 @@ TEST_F(Fallback, AnyFailingAllocation) {
     EXPECT_GT(calls, 0);
 }
 
+TEST_F(Fallback, AHostThatTakesWarningsHearsTheReason) {
+    host.takesWarnings = true;
+    for (const Operation operation : {Operation::allocation, Operation::launch}) {
+        host.warnings.clear();
+        gpu.device().failAt(operation, operationsOfARender(operation).all - 1, Failing::once);
+        EXPECT_EQ(renderAgain(), "");
+        expectTheCpusFrame("");
+        ASSERT_EQ(host.warnings.size(), 1u);
+        EXPECT_NE(host.warnings[0].find("on the GPU (The software device"), std::string::npos) << host.warnings[0];
+    }
+}
+
 TEST_F(Fallback, AnyFailingLaunch) {
     const Tried tried = operationsOfARender(Operation::launch);
     for (const Failing failing : {Failing::once, Failing::fromThenOn}) {

@@ -1,6 +1,7 @@
 """The node with its controls against the steps that a render takes, and renders of files."""
 
 import pathlib
+import sys
 from concurrent.futures import ThreadPoolExecutor
 
 import numpy as np
@@ -101,6 +102,31 @@ def test_broken_pixels_are_warned_of(scene, tmp_path):
     assert told[0].filename == __file__
 
 
+@pytest.mark.parametrize("matchWhat, view", [(0, "left"), (1, "right")])
+def test_views_without_matches_come_back_as_they_are(scene, matchWhat, view):
+    *images, occlusion = [viewtint.Image(values) for values in scene]
+    node = viewtint.Node(matchWhat=matchWhat, outputOcclusionsToAlpha=True)
+    with pytest.warns(viewtint.PictureWarning, match=f"the view '{view}'"):
+        same = node.render(*images, viewtint.Image(np.ones(SIZE, np.float32))).array
+    np.testing.assert_array_equal(same, scene[matchWhat])
+    assert not node.matched
+    assert np.abs(node.render(*images, occlusion).array - same).max() > 0.01 and node.matched
+
+
+def test_files_without_matches_are_warned_of(tmp_path):
+    pytest.importorskip("OpenEXR")
+    sys.path.append(str(pathlib.Path(__file__).parents[1] / "command"))
+    from pictures import stereo_pair, write_exr
+
+    channels = stereo_pair()
+    channels["mask_occlusion.alpha"][:] = 1
+    write_exr(tmp_path / "in.1.exr", channels)
+    for name, results in ("#", ["unmatched"]), ("1", []):
+        with pytest.warns(viewtint.PictureWarning, match="in.1.exr"):
+            done = viewtint.render_file(tmp_path / f"in.{name}.exr", tmp_path / f"out.{name}.exr")
+        assert [frame["status"] for frame in done] == results
+
+
 def test_threads_may_render_and_look_at_controls(scene):
     images = [viewtint.Image(values) for values in scene]
     nodes = [viewtint.Node(matchingMode="Basic", matchWhat=i % 2) for i in range(4)]
@@ -132,8 +158,11 @@ def test_controls():
         node.blokSize = 3
     with pytest.raises(AttributeError, match="no control 'foo'"):
         node.foo
-    with pytest.raises(ValueError, match="1 is out of range for the control blockSize"):
-        node.blockSize = 1
+    for name, value in ("blockSize", 1), ("featherSize", -1), ("correctionLimit", -0.5):
+        with pytest.raises(ValueError, match=f"{value} is out of range for the control {name}"):
+            setattr(node, name, value)
+    node.featherSize = 51
+    assert node.featherSize == 51
 
 
 def test_files_that_cannot_be(tmp_path):
