@@ -94,7 +94,7 @@ int renderStill(RenderOptions& options) {
     }
     options.output = Host::nameForView(options.output, savedView).value_or(options.output);
     requireOutput("--output", options.output, ".exr", {options.input, options.mask, options.disparity.right});
-    const auto cache = openCache(options);
+    const auto cache = openCache(options, services);
     Host::ParallaxSource withDisparity(source, rolesOf(options), parallax, services);
     withDisparity.report = [&](const Host::ParallaxReport& report) {
         progress.clear();

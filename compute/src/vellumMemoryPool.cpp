@@ -14,9 +14,13 @@ namespace {
 
 constexpr std::size_t cacheLine = 64;
 constexpr std::size_t hugePage = std::size_t{2} << 20;
+/// No machine has as much; rounding up can't overflow below it.
+constexpr std::size_t mostBytes = std::size_t{1} << 59;
 
-/// More than any machine has, and far enough from the end of the numbers to round up.
-constexpr std::size_t mostBytes = std::size_t{1} << 56;
+[[noreturn]] void raiseShortage(std::size_t bytes) {
+    Cobalt::Base::raise(MemoryException("There is not enough memory: " + std::to_string(bytes >> 20) +
+                                        " MiB for one image could not be had."));
+}
 
 /// Sizes are rounded up to steps of at most an eighth, so that images of nearly one size share their blocks.
 std::size_t roundUp(std::size_t bytes) {
@@ -61,11 +65,7 @@ MemoryPool::~MemoryPool() {
 }
 
 Cobalt::Device::MemoryHandle MemoryPool::allocate(std::size_t bytes) {
-    const auto fail = [bytes] {
-        Cobalt::Base::raise(MemoryException("There is not enough memory: " + std::to_string(bytes >> 20) +
-                                            " MiB for one image could not be had."));
-    };
-    if (bytes > mostBytes) fail();
+    if (bytes > mostBytes) raiseShortage(bytes);
     std::size_t size = roundUp(std::max<std::size_t>(bytes, 1));
     void* address = nullptr;
     {
@@ -84,7 +84,7 @@ Cobalt::Device::MemoryHandle MemoryPool::allocate(std::size_t bytes) {
         trim();
         address = source_->take(size);
     }
-    if (!address) fail();
+    if (!address) raiseShortage(bytes);
     const auto giveBack = [this](void* taken) { source_->giveBack(taken); };
     std::unique_ptr<void, decltype(giveBack)> held(address, giveBack);
     Cobalt::Device::MemoryHandle block(new Block(address, size, shared_from_this()));

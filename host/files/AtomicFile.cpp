@@ -13,6 +13,7 @@
 #include <string>
 #include <system_error>
 
+#include "host/files/Descriptor.h"
 #include "host/files/MultiViewFile.h"
 
 namespace ViewTint::Host {
@@ -50,21 +51,6 @@ void releaseSlot(int index) {
 std::string errorText(int error) {
     return std::generic_category().message(error);
 }
-
-/// Closes a descriptor whatever happens.
-class Descriptor {
-public:
-    explicit Descriptor(int value) : value_(value) {}
-    ~Descriptor() {
-        if (value_ >= 0) ::close(value_);
-    }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    int value() const { return value_; }
-
-private:
-    int value_;
-};
 
 bool syncPath(const fs::path& path) {
     const Descriptor descriptor(::open(path.c_str(), O_RDONLY | O_CLOEXEC));

@@ -15,25 +15,26 @@ namespace ViewTint::Host {
 class FileReadOp : public Fresco::Image::Iop {
 public:
     /// The file must have the view; it must not be replaced while pixels are fetched.
-    FileReadOp(std::shared_ptr<const MultiViewFile> file, std::string view, const ChannelRoles& roles);
+    FileReadOp(std::shared_ptr<const MultiViewFile> file, std::string view, ChannelRoles roles);
 
     const char* Class() const override { return "Read"; }
     int minimum_inputs() const override { return 0; }
     /// A file that fails is told as Cobalt::Base::Exception with the FileError's sentence.
     void fetchPlane(Fresco::Image::ImagePlane& plane) override;
-    /// Adds what the pixels depend on: the file with its size and time, and the view.
+    /// Adds what the pixels depend on: the identities that all files of the picture had when they were read, with those
+    /// of other views' files, which estimates come from too; the view; where added channels come from; the roles.
     void append(Fresco::Image::Hash& hash) override;
 
 protected:
     void _validate(bool forReal) override;
 
+    const std::shared_ptr<const MultiViewFile> file_;
+    const std::string view_;
+    const ChannelRoles roles_;
+
 private:
     bool fillsWhatIsShown() const;
     void readInto(Fresco::Image::ImagePlane& plane) const;
-
-    std::shared_ptr<const MultiViewFile> file_;
-    std::string view_;
-    ChannelRoles roles_;
 };
 
 /// A frame before or after all others: the box and channels of another operator, every pixel 0.

@@ -1,5 +1,7 @@
 #include "host/parallax/ParallaxField.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <array>
 
@@ -91,6 +93,13 @@ bool ParallaxField::estimate() {
     if (estimate_ && frameOfEstimate_ == outputContext().frame) return true;
     const Vellum::Compute::Stage stage("estimate disparity");
     progressMessage("Estimating disparity");
+    if (const Box& box = info().box; std::max(box.width(), box.height()) > longestEstimatedSide) {
+        error(fmt::format(
+            "Q_ParallaxField: the picture is {} x {} pixels, and disparity is estimated up to {} on a side; "
+            "give the disparity with the picture, or with --disparity FILE.",
+            box.width(), box.height(), longestEstimatedSide));
+        return false;
+    }
     RgbPicture left, right;
     if (!fetchColours(0, left) || !fetchColours(1, right)) {
         error("Q_ParallaxField: a left and a right view are needed.");

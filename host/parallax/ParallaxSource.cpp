@@ -6,6 +6,7 @@
 #include <array>
 #include <set>
 #include <stdexcept>
+#include <system_error>
 
 #include "base/Exception.h"
 #include "host/graph/ProjectViews.h"
@@ -58,7 +59,8 @@ void ParallaxSettings::parse(const std::string& text) {
                                 : DisparityFrom::otherFile;
     if (from != DisparityFrom::otherFile) return;
     const auto pattern = FramePattern::parse(text);
-    if (!pattern && !std::filesystem::exists(text))
+    std::error_code ignored;
+    if (!pattern && !std::filesystem::exists(text, ignored))
         throw std::invalid_argument(
             fmt::format("there is no file '{}' with disparity; give estimate, file or the name of one.", text));
     otherFile = [pattern, text](int frame) { return pattern ? pattern->path(frame) : std::filesystem::path(text); };
@@ -159,9 +161,7 @@ void ParallaxSource::takeFrom(const std::filesystem::path& path, MultiViewFile& 
                                     path.string(), other.width(), other.height(), picture.path().string(),
                                     picture.width(), picture.height()));
     const Box box{0, 0, other.width(), other.height()};
-    std::error_code ignored;
-    const std::string origin = fmt::format("{}:{}:{}", path.string(), std::filesystem::file_size(path, ignored),
-                                           std::filesystem::last_write_time(path, ignored).time_since_epoch().count());
+    const std::string origin = other.identity();
     int taken = 0;
     for (const std::string& view : {settings_.views.first, settings_.views.second})
         for (const ChannelRoles::Role& role : roles_.all()) {

@@ -186,6 +186,12 @@ TEST(MemoryPool, blocksAreReusedWithinTheBudget) {
     EXPECT_EQ(pool->bytesKept(), 0u);
 }
 
+TEST(MemoryPool, sizesThatNoMachineHasAreRefused) {
+    const auto pool = std::make_shared<Vellum::Compute::MemoryPool>(0);
+    for (const std::size_t bytes : {std::numeric_limits<std::size_t>::max(), (std::size_t{1} << 63) + 1})
+        EXPECT_THROW(pool->allocate(bytes), Vellum::Compute::MemoryException);
+}
+
 TEST(MemoryPool, imagesMayOutliveTheirDevice) {
     Image image;
     {
