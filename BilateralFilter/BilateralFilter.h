@@ -29,9 +29,10 @@ public:
     /// others.
     ///
     /// Blocks of 256 x 256 pixels that hold a pixel more than 64 from the mask's end are filled from lists of the
-    /// pixels that give: the time for a pixel grows with their number in its window, not with the window. The values
-    /// differ there from those of the plain walk over the window by at most 1e-5 of the greatest value in it. Which
-    /// form a block takes depends on the mask alone. Without a pixel that gives the values are copied.
+    /// pixels that give: the time for a pixel grows with their number in its window, not with the window. Their weights
+    /// are those of the walk over the window; the values differ from exact sums with these weights by less than 1e-5 of
+    /// the greatest value in the window. Which form a block takes depends on the mask alone. Without a pixel that gives
+    /// the values are copied.
     void apply(const Image& values, const Image& guide, const Image& mask, Image& output);
 
     /// distance = the number of diagonal steps from the nearest pixel of `seeds` above 0; 0 at seeds that aren't 0.

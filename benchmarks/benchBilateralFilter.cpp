@@ -1,5 +1,5 @@
 // The bilateral fill of 5 per cent of a 1080p picture, its distances, and its kernel with windows of one size, against
-// memory.
+// memory; and of half of the picture, the left half or a disc in the middle.
 #include <random>
 
 #include "BilateralFilter/BilateralFilter.h"
@@ -27,8 +27,19 @@ const ProgramSource fillSource(Vellum::Kernels::bilateral, "bilateralFillKernel"
 constexpr int barWidth = 28;
 constexpr int barPitch = 560;
 
+bool inBars(int x, int y) {
+    return (x + y / 4) % barPitch < barWidth;
+}
+bool inLeftHalf(int x, int) {
+    return x < width / 2;
+}
+bool inDisc(int x, int y) {
+    const long dx = x - width / 2, dy = y - height / 2;
+    return dx * dx + dy * dy < static_cast<long>(0.5 / 3.14159 * pixels);
+}
+
 struct Scene {
-    Scene()
+    explicit Scene(bool (*isHidden)(int, int) = inBars)
         : values(picture(3)),
           guide(picture(3)),
           mask(picture(1)),
@@ -49,9 +60,9 @@ struct Scene {
         fill(values, [&](int, int) { return value(random); });
         fill(guide, [&](int, int) { return value(random); });
         fill(mask, [&](int x, int y) {
-            const bool inBar = (x + y / 4) % barPitch < barWidth;
-            filled += inBar;
-            return inBar ? 1.0f : 0.0f;
+            const bool hidden = isHidden(x, y);
+            filled += hidden;
+            return hidden ? 1.0f : 0.0f;
         });
     }
     static Image picture(std::uint32_t components) {
@@ -85,8 +96,8 @@ void fillKernel(benchmark::State& state) {
 }
 
 /// All of it: distances, windows that grow with them.
-void fillHoles(benchmark::State& state) {
-    Scene s;
+void fillHoles(benchmark::State& state, bool (*isHidden)(int, int)) {
+    Scene s(isHidden);
     constexpr float tolerance = 0.1f;
     Vellum::Utils::BufferManagement::BufferManager manager(hostDevice(), hostDevice());
     measure(state, threadsOf(state), 11, [&] {
@@ -113,7 +124,9 @@ void withThreads(benchmark::internal::Benchmark* b, const char* argument, long v
 }  // namespace
 
 BENCHMARK(fillKernel)->Apply([](auto* b) { withThreads(b, "radius", 23); });
-BENCHMARK(fillHoles)->Apply([](auto* b) { withThreads(b, "support", 20); });
+BENCHMARK_CAPTURE(fillHoles, bars, inBars)->Apply([](auto* b) { withThreads(b, "support", 20); });
+BENCHMARK_CAPTURE(fillHoles, leftHalf, inLeftHalf)->Apply([](auto* b) { withThreads(b, "support", 20); });
+BENCHMARK_CAPTURE(fillHoles, disc, inDisc)->Apply([](auto* b) { withThreads(b, "support", 20); });
 BENCHMARK(growDistance)->Arg(1)->Arg(2)->ArgName("threads")->UseManualTime()->Unit(benchmark::kMillisecond);
 
 }  // namespace ViewTint::Benchmarks

@@ -61,14 +61,13 @@ Growth growOnce(JIT::KernelExecutionContext& context, Compute::Device& device, c
 
 /// What fillExtentKernel tells.
 struct Extent {
-    bool hasDonors;
-    float farthest;
+    float donors, farthest;
 };
 Extent extentOf(const Image& distance, const Image& mask, const Box& box) {
     Extent extent{};
     Compute::runKernelThen(
         fillExtentSource, {&distance, &mask}, packedCode, JIT::IterationController::over(box), [&](auto& context) {
-            extent = {context.template get<float>({"donors"}) > 0, context.template get<float>({"farthest"})};
+            extent = {context.template get<float>({"donors"}), context.template get<float>({"farthest"})};
         });
     return extent;
 }
@@ -113,11 +112,12 @@ std::vector<Box> blocksOf(const Box& box) {
     return blocks;
 }
 
-/// How many rows of a block a launch takes, where each pixel visits the donors in windows of up to `radius`.
-int rowsAtOnce(const Box& block, const Box& picture, float radius) {
-    const double side = 2.0 * radius + 1;
-    const double visits = std::min<double>(side, picture.width()) * std::min<double>(side, picture.height());
-    return static_cast<int>(std::clamp(visitsAtOnce / (visits * block.width()), 1.0, double{blockSide}));
+/// How many rows of a block a launch takes, where windows reach `radius` pixels.
+int rowsAtOnce(const Image& distance, const Image& mask, const Box& block, float radius) {
+    const int reach = static_cast<int>(radius) + 1;
+    const Box reached{block.x0 - reach, block.y0 - reach, block.x1 + reach, block.y1 + reach};
+    const double visits = extentOf(distance, mask, intersect(reached, distance.box())).donors;
+    return static_cast<int>(std::clamp(visitsAtOnce / (visits * block.width() + 1), 1.0, double{blockSide}));
 }
 
 }  // namespace
@@ -179,7 +179,7 @@ void BilateralFilter::apply(const Image& values, const Image& guide, const Image
     growDistance(seeds.image(), distance.image());
 
     const Extent whole = extentOf(distance.image(), covered.image(), output.box());
-    if (!whole.hasDonors) {
+    if (whole.donors == 0) {
         output.copyFrom(values);
         return;
     }
@@ -209,7 +209,8 @@ void BilateralFilter::apply(const Image& values, const Image& guide, const Image
             report(done / static_cast<double>(filled.box().pixels()));
             byWindow.run(block);
         } else {
-            const int rows = rowsAtOnce(block, filled.box(), farthest + static_cast<float>(radiusBoost_));
+            const int rows =
+                rowsAtOnce(distance.image(), covered.image(), block, farthest + static_cast<float>(radiusBoost_));
             for (int y = block.y0; y < block.y1; y += rows) {
                 report((done + double{block.width()} * (y - block.y0)) / static_cast<double>(filled.box().pixels()));
                 byLists->run(intersect({block.x0, y, block.x1, y + rows}, block));

@@ -198,7 +198,6 @@ TEST_F(BilateralFilter, largeHolesAreFilledAsAPlainLoopDoes) {
     const SoftwareContext context;
     for (const auto& [fill, hole] : cases) {
         const Pixels mask = seedsWhere(large, hole), filled = fill.run(values, guide, mask);
-        // Half of it is the rounding to a float of values from -1 to 2.
         EXPECT_LT(largestDifference(fill.expected(values, guide, mask), filled), 1e-5);
         EXPECT_EQ(firstDifference(filled, fill.run(values, guide, mask, context.device())), "");
         Vellum::Compute::Host::setThreads(3);
