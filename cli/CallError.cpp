@@ -19,6 +19,12 @@ const CLI::Validator existingFile(
     },
     "");
 
+const CLI::Validator notEmpty(
+    [](std::string& text) {
+        return text.empty() ? std::string("the value is empty; leave the option out instead") : "";
+    },
+    "");
+
 void requireOutput(const char* option, const fs::path& output, const char* ending,
                    std::initializer_list<std::optional<fs::path>> inputs) {
     std::string given = output.extension().string();

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <stdexcept>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -53,12 +54,14 @@ void DisparityOptions::addTo(CLI::App& command) {
         .add_option("--disparity", from,
                     "Disparity and occlusion: estimated from the views, the file's own, or those of another multi-view "
                     "OpenEXR file or sequence (default: the file's, estimated where it has none)")
+        ->check(notEmpty)
         ->type_name("estimate|file|FILE");
     command.add_flag("--write-disparity", save, "Writes estimated disparity and occlusion with the picture");
 }
 
 Host::MultiViewFile DisparityOptions::openPair(const std::string& left) const {
-    if (!std::filesystem::is_regular_file(*right))
+    std::error_code ignored;
+    if (!std::filesystem::is_regular_file(*right, ignored))
         throw CallError(fmt::format("RIGHT: there is no file '{}'; check its name and folder.", *right));
     std::vector<NewView> views;
     std::vector<Host::MultiViewFile::ViewFile> sources;

@@ -57,6 +57,10 @@ Host::ChannelRoles rolesOf(const RenderOptions& options);
 /// A mask that nothing reads would go unnoticed: throws CallError.
 void checkMask(const RenderOptions& options);
 
+/// Complains of roles that share a channel. Throws CallError where one's result would overwrite another's, and what
+/// ChannelRoles::assign throws.
+void checkRoles(const RenderOptions& options);
+
 /// Complains of values that do nothing, and of those that together do what nobody wants.
 void warnOfOddSettings(const Host::ControlPanel& panel);
 

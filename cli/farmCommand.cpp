@@ -10,6 +10,7 @@
 #include <iterator>
 #include <map>
 #include <memory>
+#include <optional>
 #include <set>
 #include <span>
 #include <string>
@@ -57,6 +58,7 @@ struct TaskOfJob {
 
 std::vector<TaskOfJob> tasksOf(const Submission& submission) {
     std::vector<TaskOfJob> found;
+    if (submission.jobs.empty()) return found;
     for (const Slurm::Task& task : Slurm::tasks())
         for (const Submission::Job& job : submission.jobs)
             if (task.job == job.id && (job.chunks.empty() || (task.index >= 0 && task.index < std::ssize(job.chunks))))
@@ -181,7 +183,7 @@ int submit(FarmOptions& options) {
     if (options.dryRun) return printScripts(submission, chunks);
     const Submission::Lock lock(submission.pattern());
     if (Submission::exists(submission.pattern())) {
-        Submission earlier = Submission::load(submission.pattern());
+        Submission earlier = Submission::load(submission.pattern(), Submission::Use::submit);
         keepQueued(earlier);
         for (const Submission::Job& job : earlier.jobs)
             if (!job.chunks.empty())
@@ -210,9 +212,10 @@ int printChunks(FarmOptions& options) {
 /// As it was submitted, or as the command line tells it.
 Submission submissionOf(FarmOptions& options, FarmOptions::Purpose purpose = FarmOptions::Purpose::look) {
     const Host::FramePattern frames = options.framesPattern();
-    if (!options.tellsShot()) return Submission::load(frames);
+    const auto use = purpose == FarmOptions::Purpose::render ? Submission::Use::submit : Submission::Use::look;
+    if (!options.tellsShot()) return Submission::load(frames, use);
     Submission submission = options.submission(purpose);
-    if (Submission::exists(frames)) submission.jobs = Submission::load(frames).jobs;
+    if (Submission::exists(frames)) submission.jobs = Submission::load(frames, use).jobs;
     return submission;
 }
 
@@ -322,7 +325,7 @@ int status(FarmOptions& options) {
         there += std::filesystem::exists(pattern.path(frame));
     std::vector<TaskOfJob> tasks;
     try {
-        if (!submission.jobs.empty()) tasks = tasksOf(submission);
+        tasks = tasksOf(submission);
     } catch (const Host::FarmError& error) {
         complain(fmt::format("what the jobs do isn't known: {}", error.what()));
     }
@@ -351,6 +354,15 @@ int status(FarmOptions& options) {
     return exitFine;
 }
 
+bool isFine(const FrameCheck& one) {
+    return one.state == FrameCheck::State::fine;
+}
+
+int tellNothingToRetry(const Submission& submission, bool json) {
+    tellHandedIn(submission, {}, 0, 0, json);
+    return exitFine;
+}
+
 int retry(FarmOptions& options) {
     Submission submission = submissionOf(options, FarmOptions::Purpose::render);
     if (submission.record.version != Host::programVersion())
@@ -360,8 +372,11 @@ int retry(FarmOptions& options) {
                         submission.output, submission.record.version, Host::programVersion()));
     options.replaceIn(submission);
     const auto checks = check(submission, options.json);
-    const Submission::Lock lock(submission.pattern());
-    if (Submission::exists(submission.pattern())) submission.jobs = Submission::load(submission.pattern()).jobs;
+    if (std::ranges::all_of(checks, &isFine)) return tellNothingToRetry(submission, options.json);
+    std::optional<Submission::Lock> lock;
+    if (!options.dryRun) lock.emplace(submission.pattern());
+    if (Submission::exists(submission.pattern()))
+        submission.jobs = Submission::load(submission.pattern(), Submission::Use::submit).jobs;
     std::set<int> underWay;
     for (const TaskOfJob& one : tasksOf(submission))
         if (one.renders() && isInQueue(one))
@@ -370,16 +385,13 @@ int retry(FarmOptions& options) {
     std::vector<int> wanted;
     std::size_t waitedFor = 0;
     for (const FrameCheck& one : checks) {
-        if (one.state == FrameCheck::State::fine) continue;
+        if (isFine(one)) continue;
         underWay.contains(one.frame) ? void(++waitedFor) : wanted.push_back(one.frame);
     }
     if (waitedFor > 0)
         complain(fmt::format("{} in the queue still; left to the tasks there",
                              waitedFor == 1 ? "1 frame is" : fmt::format("{} frames are", waitedFor)));
-    if (wanted.empty()) {
-        tellHandedIn(submission, {}, 0, 0, options.json);
-        return exitFine;
-    }
+    if (wanted.empty()) return tellNothingToRetry(submission, options.json);
     const auto chunks = Host::chunksOf(wanted, submission.chunk);
     if (options.dryRun) return printScripts(submission, chunks);
     keepQueued(submission);

@@ -75,11 +75,14 @@ void printText(const std::string& path, const FileLayout& layout) {
         fmt::print("view {}: data window {}\n", view.name, toString(view.dataBox));
         for (const Layer& layer : layersOf(view))
             fmt::print("  {:<16} {}\n", layer.name.empty() ? "colour" : layer.name, describe(layer));
-        const std::vector<std::string> missing = missingForRender(layout, view);
-        if (missing.empty()) fmt::print("  nothing is missing to correct this view\n");
-        for (const std::string& thing : missing)
+        if (!layout.made.version.empty()) continue;  // a result, which lacks nothing
+        const RenderOutlook outlook = renderOutlook(layout, view);
+        if (outlook.missing.empty()) fmt::print("  nothing is missing to correct this view\n");
+        for (const std::string& thing : outlook.missing)
             fmt::print("  missing to correct this view: {}\n", thing);
-        for (const std::string& thing : absentForRender(view))
+        for (const std::string& thing : outlook.estimated)
+            fmt::print("  absent, will be estimated: {}\n", thing);
+        for (const std::string& thing : outlook.zero)
             fmt::print("  absent, read as 0: {}\n", thing);
     }
 }
@@ -89,14 +92,16 @@ Json toJson(const FileLayout& layout, const FileLayout::View& view) {
     for (const FileLayout::Channel& channel : view.channels)
         channels.push_back(Json::object({{"name", Json::text(channel.name)}, {"type", Json::text(channel.type)}}));
     const Host::Box& box = view.dataBox;
+    const RenderOutlook outlook = renderOutlook(layout, view);
     return Json::object({{"name", Json::text(view.name)},
                          {"data_window", Json::object({{"x0", Json::integer(box.x0)},
                                                        {"y0", Json::integer(box.y0)},
                                                        {"x1", Json::integer(box.x1)},
                                                        {"y1", Json::integer(box.y1)}})},
                          {"channels", Json::array(channels)},
-                         {"missing_for_render", Json::array(missingForRender(layout, view))},
-                         {"absent_read_as_zero", Json::array(absentForRender(view))}});
+                         {"missing_for_render", Json::array(outlook.missing)},
+                         {"estimated_for_render", Json::array(outlook.estimated)},
+                         {"absent_read_as_zero", Json::array(outlook.zero)}});
 }
 
 void printJson(const std::string& path, const FileLayout& layout) {

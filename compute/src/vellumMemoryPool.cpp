@@ -73,9 +73,9 @@ Cobalt::Device::MemoryHandle MemoryPool::allocate(std::size_t bytes) {
         // Four planes serve where three are wanted: kept memory grows less with each kind of work that follows another.
         if (auto found = kept_.lower_bound(size); found != kept_.end() && found->first <= size + size / 2) {
             size = found->first;
-            address = found->second.back();
-            found->second.pop_back();
-            if (found->second.empty()) kept_.erase(found);
+            found = std::prev(kept_.upper_bound(size));  // the one that was in use last
+            address = found->second;
+            kept_.erase(found);
             bytesKept_ -= size;
         }
     }
@@ -104,7 +104,7 @@ void MemoryPool::release(void* address, std::size_t bytes) {
 
 /// False where there is no memory for the list itself: blocks are released in destructors, which must not throw.
 bool MemoryPool::keep(void* address, std::size_t bytes) noexcept try {
-    kept_[bytes].push_back(address);
+    kept_.emplace(bytes, address);
     bytesKept_ += bytes;
     return true;
 } catch (const std::bad_alloc&) {
@@ -114,10 +114,9 @@ bool MemoryPool::keep(void* address, std::size_t bytes) noexcept try {
 void MemoryPool::trimTo(std::size_t bytes) {
     while (bytesKept_ > bytes) {
         const auto largest = std::prev(kept_.end());
-        source_->giveBack(largest->second.back());
-        largest->second.pop_back();
+        source_->giveBack(largest->second);
         bytesKept_ -= largest->first;
-        if (largest->second.empty()) kept_.erase(largest);
+        kept_.erase(largest);
     }
 }
 

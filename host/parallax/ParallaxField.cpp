@@ -61,7 +61,8 @@ const OutputContext& ParallaxField::inputContext(int, int offset, OutputContext&
 
 void ParallaxField::_validate(bool forReal) {
     PlanarIop::_validate(forReal);
-    info_.box = {0, 0, info_.format.width, info_.format.height};
+    info_.format = info_.shown;
+    info_.box = {0, 0, info_.shown.width, info_.shown.height};
     outChannels_ =
         outputContext().view == leftView || outputContext().view == rightView ? fieldChannels() : ChannelSet();
     info_.channels.insert(outChannels_);

@@ -6,6 +6,7 @@
 #include <array>
 #include <set>
 #include <stdexcept>
+#include <system_error>
 
 #include "base/Exception.h"
 #include "host/graph/ProjectViews.h"
@@ -58,7 +59,8 @@ void ParallaxSettings::parse(const std::string& text) {
                                 : DisparityFrom::otherFile;
     if (from != DisparityFrom::otherFile) return;
     const auto pattern = FramePattern::parse(text);
-    if (!pattern && !std::filesystem::exists(text))
+    std::error_code ignored;
+    if (!pattern && !std::filesystem::exists(text, ignored))
         throw std::invalid_argument(
             fmt::format("there is no file '{}' with disparity; give estimate, file or the name of one.", text));
     otherFile = [pattern, text](int frame) { return pattern ? pattern->path(frame) : std::filesystem::path(text); };

@@ -4,9 +4,23 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <system_error>
 #include <utility>
 
 namespace ViewTint::Host {
+
+namespace {
+
+std::string noFiles(const FramePattern& pattern) {
+    std::error_code ignored;
+    const bool isName = std::filesystem::exists(pattern.text(), ignored);
+    return fmt::format("There are no files '{}', such as '{}'.{}", pattern.text(), pattern.path(1).filename().string(),
+                       isName ? " In a file's name #, @ and %d stand for the frame number; rename the one that has "
+                                "this very name."
+                              : "");
+}
+
+}  // namespace
 
 SequenceSource::SequenceSource(ViewPatterns patterns, Outside outside, Missing missing)
     : patterns_(std::move(patterns)),
@@ -15,7 +29,7 @@ SequenceSource::SequenceSource(ViewPatterns patterns, Outside outside, Missing m
       files_(patterns_.front().second.existing()) {
     for (const auto& [view, pattern] : patterns_) {
         const std::vector<int> others = pattern.existing();
-        if (others.empty()) throw FileError(fmt::format("There are no files '{}'.", pattern.text()));
+        if (others.empty()) throw FileError(noFiles(pattern));
         std::erase_if(files_, [&](int file) { return !std::ranges::binary_search(others, file); });
     }
     if (files_.empty())
