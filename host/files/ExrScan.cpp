@@ -37,7 +37,7 @@ struct Header {
     std::optional<Tiles> tiles;
     int compression = Imf::NO_COMPRESSION;
     std::uint64_t channels = 0;
-    std::uint64_t bytesOfPixel = 0;
+    double bytesOfPixel = 0;
 };
 
 /// Of types whose values are all of one length.
@@ -84,7 +84,7 @@ std::uint64_t linesOfChunk(int compression) {
 }
 
 /// How much smaller a picture can get at most, with room to spare. A damaged header may promise any size.
-std::uint64_t largestRatioOf(int compression) {
+double largestRatioOf(int compression) {
     switch (compression) {
         case Imf::NO_COMPRESSION:
             return 1;
@@ -167,9 +167,8 @@ private:
             takeAttribute(name, header);
         header.part.deep =
             header.part.type.starts_with("deep") || (header.part.type.empty() && (version & nonImageFlag));
-        header.part.tiled = (version & multiPartFlag) != 0
-                                ? header.part.type.ends_with("tile") || header.part.type == "tiledimage"
-                                : (version & tiledFlag) != 0;
+        header.part.tiled =
+            (version & multiPartFlag) != 0 ? header.part.type == "tiledimage" : (version & tiledFlag) != 0;
         constexpr std::uint8_t levels = 0xf;  // the other bits tell how their sizes are rounded
         header.part.severalLevels = header.tiles && (header.tiles->mode & levels) != 0;
         return header;
@@ -225,7 +224,8 @@ private:
             if (name.empty()) return;
             const auto channel = take<Channel>();
             constexpr std::int32_t half = 1;
-            header.bytesOfPixel += channel.type == half ? 2 : 4;
+            const double places = static_cast<double>(std::max(channel.xSampling, 1)) * std::max(channel.ySampling, 1);
+            header.bytesOfPixel += (channel.type == half ? 2 : 4) / places;
             ++header.channels;
             if (channel.xSampling == 1 && channel.ySampling == 1) continue;
             if (header.part.subsampledChannel.empty()) header.part.subsampledChannel = name;
@@ -244,11 +244,10 @@ private:
         checkWindow(header.display, "display window");
         checkWindow(header.data, "data window");
         if (header.channels == 0) fail("no channels");
-        constexpr std::uint64_t alwaysAllowed = std::uint64_t{64} << 20;
-        const auto pixels = static_cast<std::uint64_t>(header.data->width() * header.data->height());
-        std::uint64_t bytes = 0;
-        const bool tooMany = __builtin_mul_overflow(pixels, header.bytesOfPixel, &bytes);
-        if (tooMany || (bytes > alwaysAllowed && bytes / largestRatioOf(header.compression) > file_.size()))
+        constexpr double alwaysAllowed = 64 << 20;
+        const double pixels = static_cast<double>(header.data->width() * header.data->height());
+        const double bytes = pixels * header.bytesOfPixel;
+        if (bytes > alwaysAllowed && bytes / largestRatioOf(header.compression) > static_cast<double>(file_.size()))
             fail("impossible size");
         if (!header.tiles) return;
         if (header.tiles->width == 0 || header.tiles->height == 0) fail("tiles without pixels");

@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 
 #include <atomic>
+#include <new>
 #include <string>
 
 #include "host/files/AtomicFile.h"
@@ -57,7 +58,7 @@ void requireReasonable(const fs::path& path) {
 
 /// The decoders open files by their names.
 template <class Read>
-Picture readUnchanged(const fs::path& path, const char* decoding, Read read) {
+Picture readUnchanged(const fs::path& path, const char* decoding, Read read) try {
     const FileIdentity before = FileIdentity::of(path);
     requireReasonable(path);
     Picture picture = read();
@@ -65,6 +66,9 @@ Picture readUnchanged(const fs::path& path, const char* decoding, Read read) {
     picture.identity = before;
     picture.identity.decoding = decoding;
     return picture;
+} catch (const std::bad_alloc&) {
+    throw FileError(
+        fmt::format("Cannot read '{}': there is not enough memory for a picture of this size.", path.string()));
 }
 
 }  // namespace

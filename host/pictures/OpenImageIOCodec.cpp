@@ -112,6 +112,21 @@ struct Values {
     const Value& operator[](std::size_t place) const { return first[place]; }
 };
 
+/// Stops at the first error: some decoders note it, paint the rest grey and call the picture read, whatever its size.
+bool readRows(OIIO::ImageInput& input, OIIO::TypeDesc type, void* pixels) {
+    const OIIO::ImageSpec& spec = input.spec();
+    if (spec.tile_width != 0) return input.read_image(0, 0, 0, spec.nchannels, type, pixels) && !input.has_error();
+    constexpr int rows = 256;  // enough for all threads where a format is decoded by several
+    auto* next = static_cast<char*>(pixels);
+    for (int y = spec.y; y < spec.y + spec.height; y += rows) {
+        const int end = std::min(y + rows, spec.y + spec.height);
+        if (!input.read_scanlines(0, 0, y, end, 0, 0, spec.nchannels, type, next) || input.has_error()) return false;
+        next += static_cast<std::size_t>(end - y) * static_cast<std::size_t>(spec.width) *
+                static_cast<std::size_t>(spec.nchannels) * type.size();
+    }
+    return true;
+}
+
 template <class Value>
 Values<Value> readPixels(OIIO::ImageInput& input, const fs::path& path, OIIO::TypeDesc type) {
     const OIIO::ImageSpec& spec = input.spec();
@@ -119,8 +134,7 @@ Values<Value> readPixels(OIIO::ImageInput& input, const fs::path& path, OIIO::Ty
         throw cannotRead(path, "it is truncated; write or copy it again");
     }
     Values<Value> pixels(static_cast<std::size_t>(spec.image_pixels()) * static_cast<std::size_t>(spec.nchannels));
-    // Some decoders note an error and call the picture read.
-    if (!input.read_image(0, 0, 0, spec.nchannels, type, pixels.first.get()) || input.has_error()) {
+    if (!readRows(input, type, pixels.first.get())) {
         throw cannotRead(path,
                          "it is truncated or damaged (" + firstLine(input.geterror()) + "); write or copy it again");
     }

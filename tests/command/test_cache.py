@@ -171,8 +171,8 @@ def replace(path, other):
 
 LOCAL = ["--matchingMode", "Local Matching", "--blockSize", "8"]
 STABLE = [*LOCAL, "--stabiliseOcclusionsNumberOfFrames", "3"]
-NEIGHBOURS = ["shot.#.exr", "--frames", "2", *STABLE]
-PER_VIEW = ["%V.#.exr", "--frames", "2", *STABLE]
+NEIGHBOURS = ["shot.%d.exr", "--frames", "2", *STABLE]
+PER_VIEW = ["%V.%d.exr", "--frames", "2", *STABLE]
 PAIR = ["left.tif", "right.tif"]
 KEYS = {  # the words, and then the file that becomes another, or further words
     "picture": (["shot.2.exr"], "shot.2.exr"),
@@ -185,7 +185,7 @@ KEYS = {  # the words, and then the file that becomes another, or further words
     "right of a pair": (PAIR, "right.tif"),
     "decoding": (PAIR, ["--input-colourspace", "linear"]),
     "where disparity comes from": (["shot.2.exr"], ["--disparity", "estimate"]),
-    "roles": (["shot.2.exr"], ["--channel", "red=G"]),
+    "roles": (["shot.2.exr"], ["--channel", "red=G", "--channel", "green=R"]),
     "views": (["shot.2.exr"], ["--leftView", "right", "--rightView", "left"]),
     "a control": (["shot.2.exr"], ["--colourTolerance", "0.9", *LOCAL]),
 }
@@ -195,7 +195,7 @@ KEYS = {  # the words, and then the file that becomes another, or further words
 def test_another_picture_never_gets_a_kept_result(tmp_path, words, change):
     write_all(tmp_path, seed=1)
     write_all(tmp_path / "other", seed=101)
-    output = "out.#.exr" if "#" in words[0] else "out.exr"
+    output = "out.%d.exr" if "%d" in words[0] else "out.exr"
 
     def rendered(*more, **options):
         done = viewtint("render", *words, *more, "-o", output, folder=tmp_path, **options)
