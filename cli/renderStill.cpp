@@ -67,6 +67,7 @@ void checkOutput(const RenderOptions& options) {
 
 /// Throws RenderInterrupted and whatever else keeps the picture from being written. True if it was matched.
 bool render(RenderOptions& options, FrameReports& reports) {
+    Host::ControlValues& controls = options.controls.checked();
     const bool namesView = Host::nameForView(options.output, "").has_value();
     if (!namesView) checkOutput(options);
     std::optional<StageFiles> stageFiles;
@@ -77,7 +78,6 @@ bool render(RenderOptions& options, FrameReports& reports) {
     Host::StillSource source(
         picture, stillFrame,
         options.outside == "hold" ? Host::StillSource::Outside::hold : Host::StillSource::Outside::empty);
-    Host::ControlValues& controls = options.controls.checked();
     std::string savedView;
     Host::ParallaxSettings parallax;
     {

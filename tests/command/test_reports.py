@@ -26,16 +26,16 @@ def shot(pair):
     (("pair.exr", "-o", "out.exr", "--disparity", "estimate", "--samples", "3", "--matchingMode", "Basic"), 0,
      ["frame written", "summary"]),
     (("pair.exr", "-o", "none/out.exr"), 1, ["frame failed", "summary"]),
-    (("shot.#.exr", "-o", "out.#.exr", "--missing", "hold", "--stats"), 0,
+    (("shot.%d.exr", "-o", "out.%d.exr", "--missing", "hold", "--stats"), 0,
      ["frame written"] * 3 + ["summary", "stats"]),
-    (("shot.#.exr", "-o", "out.#.exr"), 1, ["frame failed"] * 3 + ["summary"]),
+    (("shot.%d.exr", "-o", "out.%d.exr"), 1, ["frame failed"] * 3 + ["summary"]),
 ])
 def test_under_json_a_render_prints_events_only(shot, words, code, told):
     done = viewtint("render", *words, "--json", folder=shot)
     assert done.returncode == code, done.stderr
     found = events(done)
     assert [f"{event['event']} {event.get('status', '')}".strip() for event in found] == told
-    sequence = "#" in words[0]
+    sequence = "%d" in words[0]
     assert [event["frame"] for event in found if event["event"] == "frame"] == list(FRAMES if sequence else [None])
     for event in found:
         assert ("message" in event) == (event["event"] == "warning" or event.get("status") == "failed")
@@ -67,15 +67,15 @@ def test_names_that_are_no_text_stay_json(shot):
     ("--help",), ("--version",), ("render", "--help"), ("info", "pair.exr"), ("info", "--devices", "--json"),
     ("controls",), ("kernels",), ("compare", "pair.exr", "dark.exr"), ("render", "pair.exr", "-o", "out.exr"),
     ("render", "pair.exr", "-o", "out.exr", "--quiet", "--stats"),
-    ("render", "shot.#.exr", "-o", "out.#.exr", "--missing", "hold", "--json"),
-    ("farm", "submit", "shot.#.exr", "-o", "out.#.exr", "--frames", "1,2", "--dry-run"),
+    ("render", "shot.%d.exr", "-o", "out.%d.exr", "--missing", "hold", "--json"),
+    ("farm", "submit", "shot.%d.exr", "-o", "out.%d.exr", "--frames", "1,2", "--dry-run"),
 ], ids=" ".join)
 def test_output_that_cannot_be_written_is_a_failure(shot, words):
     with open("/dev/full", "w") as full:
         done = viewtint(*words, folder=shot, stdout=full)
     assert done.returncode == 1
     assert done.stderr.count("the standard output can't be written to: No space left on device.") == 1, done.stderr
-    for frame in FRAMES if "shot.#.exr" in words and words[0] == "render" else ():
+    for frame in FRAMES if "shot.%d.exr" in words and words[0] == "render" else ():
         assert (shot / f"out.{frame}.exr").exists()
 
 
@@ -84,9 +84,9 @@ def test_output_that_cannot_be_written_is_a_failure(shot, words):
     ("render", "dark.exr", "-o", "out.exr", "--write-stages", "pair.exr"),
     ("render", "dark.exr", "-o", "out.exr", "--cache", "pair.exr/cache"),
     ("render", "dark.exr", "dark.exr", "-o", "none/out.exr"),
-    ("render", "bad.#.exr", "-o", "none/out.#.exr", "--disparity", "estimate"),
-    ("farm", "submit", "bad.#.exr", "-o", "none/out.#.exr", "--dry-run"),
-    ("pack", "dark.exr", "dark.exr", "--disparity-left", "dark.exr", "-o", "none/out.exr"),
+    ("render", "bad.%d.exr", "-o", "none/out.%d.exr", "--disparity", "estimate"),
+    ("farm", "submit", "bad.%d.exr", "-o", "none/out.%d.exr", "--dry-run"),
+    ("pack", "--left", "dark.exr", "--right", "dark.exr", "--disparity-left", "dark.exr", "-o", "none/out.exr"),
     ("parallax", "dark.exr", "-o", "none/out.exr"),
     ("compare", "dark.exr", "dark.exr", "--sheet", "none/sheet.png"),
 ], ids=" ".join)
@@ -102,9 +102,9 @@ def test_where_the_output_goes_is_checked_before_any_work(shot, words):
 
 
 def test_an_absent_frame_is_named_with_the_ways_out(shot):
-    done = viewtint("render", "shot.#.exr", "-o", "out.#.exr", "--frames", "2", folder=shot)
+    done = viewtint("render", "shot.%d.exr", "-o", "out.%d.exr", "--frames", "2", folder=shot)
     for word in ("frame 2: frame 3 is needed", "stabilised", "shot.3.exr", "--missing hold",
                  "--stabiliseOcclusions off"):
         assert word in done.stderr
     for way in (("--missing", "hold"), ("--stabiliseOcclusions", "off")):
-        assert viewtint("render", "shot.#.exr", "-o", "out.#.exr", "--frames", "2", *way, folder=shot).returncode == 0
+        assert viewtint("render", "shot.%d.exr", "-o", "out.%d.exr", "--frames", "2", *way, folder=shot).returncode == 0

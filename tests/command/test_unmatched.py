@@ -70,19 +70,19 @@ def test_a_frame_without_matches_keeps_its_bits(tmp_path, change, words, unmatch
             np.testing.assert_array_equal(before[name].view(np.uint32), after[name].view(np.uint32), name)
 
 
-@pytest.mark.parametrize("output", ["out.exr", "out.#.exr"])
+@pytest.mark.parametrize("output", ["out.exr", "out.%d.exr"])
 def test_it_is_told_counts_as_written_and_fails_a_strict_render(tmp_path, output):
     channels = stereo_pair()
     hide(channels)
     source = output.replace("out", "in")
-    write_exr(tmp_path / source.replace("#", "1"), channels)
+    write_exr(tmp_path / source.replace("%d", "1"), channels)
     plain = viewtint("render", source, "-o", output, folder=tmp_path)
     assert plain.returncode == 0
     for word in ("warning: ", "'in.", "0.00%", "'left'", "'mask_occlusion.alpha' hides 100.0%"):
         assert word in plain.stderr
     assert viewtint("render", source, "-o", output, "--strict", folder=tmp_path).returncode == 1
-    assert viewtint("info", output.replace("#", "1"), folder=tmp_path).stdout.count("corrected by viewtint") == 1
-    if "#" in output:
+    assert viewtint("info", output.replace("%d", "1"), folder=tmp_path).stdout.count("corrected by viewtint") == 1
+    if "%d" in output:
         again = viewtint("render", source, "-o", output, "--skip-verified", "--strict", "--json", folder=tmp_path)
         assert again.returncode == 0 and events(again)[0]["status"] == "skipped"
 
@@ -93,5 +93,5 @@ def test_neighbours_that_hide_a_pixel_count(tmp_path):
         channels[OCCLUSION][(frame - 1) * 10:frame * 10] = 1  # all rows, over five frames
         write_exr(tmp_path / f"in.{frame}.exr", channels)
     for words, status in ((), "unmatched"), (("--stabiliseOcclusions", "off"), "written"):
-        done = viewtint("render", "in.#.exr", "-o", "out.#.exr", "--frames", "3", "--json", *words, folder=tmp_path)
+        done = viewtint("render", "in.%d.exr", "-o", "out.%d.exr", "--frames", "3", "--json", *words, folder=tmp_path)
         assert events(done)[-2]["status"] == status

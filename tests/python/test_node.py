@@ -121,7 +121,7 @@ def test_files_without_matches_are_warned_of(tmp_path):
     channels = stereo_pair()
     channels["mask_occlusion.alpha"][:] = 1
     write_exr(tmp_path / "in.1.exr", channels)
-    for name, results in ("#", ["unmatched"]), ("1", []):
+    for name, results in ("%d", ["unmatched"]), ("1", []):
         with pytest.warns(viewtint.PictureWarning, match="in.1.exr"):
             done = viewtint.render_file(tmp_path / f"in.{name}.exr", tmp_path / f"out.{name}.exr")
         assert [frame["status"] for frame in done] == results

@@ -59,6 +59,7 @@ TEST(ControlValuesTest, refusesWhatIsNoValue) {
 TEST(ControlValuesTest, namesTheRange) {
     EXPECT_EQ(errorOf("count", "11"), "11 is out of range for the control count: it goes from 1 to 10.");
     EXPECT_EQ(errorOf("count", "0"), "0 is out of range for the control count: it goes from 1 to 10.");
+    EXPECT_EQ(errorOf("gain", "-2"), "-2 is out of range for the control gain: it goes from 0 to 1 and above.");
 }
 
 TEST(ControlValuesTest, namesTheNearestControls) {

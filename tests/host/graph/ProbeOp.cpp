@@ -45,7 +45,7 @@ void ProbeOp::knobs(Knob_Callback closure) {
 }
 
 int ProbeOp::knob_changed(Knob* knob) {
-    if (knob->name() == "gain" && knob->get_value() < 0.0) knob->set_value(0.0);
+    if (knob->name() == "gain" && knob->get_value() > 100.0) knob->set_value(100.0);
     return 1;
 }
 

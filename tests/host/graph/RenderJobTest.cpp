@@ -106,12 +106,12 @@ TEST_F(RenderJobTest, replacesTheChangedChannelsOfTheChangedViewOnly) {
 TEST_F(RenderJobTest, givesTheOperatorItsControlsContextsAndInputs) {
     use(pair("in.exr", 1));
     source_.pictures[9] = pair("before.exr", 5);
-    controls_ = {{"count", "7"}, {"gain", "-2"}, {"mode", "Plain"}};
+    controls_ = {{"count", "7"}, {"gain", "200"}, {"mode", "Plain"}};
     int renders = 0;
     ProbeOp::render = [&](ProbeOp& op, ImagePlane& plane) {
         ++renders;
         EXPECT_EQ(op.count, 7);
-        EXPECT_EQ(op.gain, 0.0f);  // the operator itself mended it when it changed
+        EXPECT_EQ(op.gain, 100.0f);  // the operator itself mended it when it changed
         EXPECT_EQ(op.mode, 0);
         EXPECT_EQ(op.outputContext(), (Fresco::Image::OutputContext{10, 1}));
         EXPECT_EQ(Fresco::Image::OutputContext::viewcount(), 3);
