@@ -87,7 +87,7 @@ SOURCE_ALPHA, INVERTED = ("--maskWith", "Source Alpha"), ("--maskWith", "Source 
 ], ids=str)
 def test_a_broken_mask_selects_nothing_and_broken_occlusion_hides(tmp_path, mode, value, channel, stands_for, words):
     channels = stereo_pair()
-    channels["A"][:, :40] = 0.25 if words == INVERTED else 1
+    channels["A"][:, :40] = 0 if words == INVERTED else 1
     channels[channel][Y, X] = stands_for
     expected, _ = render(tmp_path, channels, mode, *words)
     channels[channel][Y, X] = value
@@ -101,7 +101,7 @@ def test_a_broken_mask_selects_nothing_and_broken_occlusion_hides(tmp_path, mode
 @pytest.mark.parametrize("value", [np.nan, 2e12], ids=str)
 def test_a_broken_colour_of_a_mask_selects_nothing(pair, mode, inverted, value):
     """2e12 times the weight of red would be a value again."""
-    plane = np.full((48, 64), 0.5 if inverted else 1, np.float32)
+    plane = np.full((48, 64), 0 if inverted else 1, np.float32)
     mask = {component: plane.copy() for component in "RGB"}
     mask["R"][Y, X] = value
     write_exr(pair / "mask.exr", mask, multiView=["main"])
@@ -149,7 +149,7 @@ def test_neighbouring_frames_hide_with_what_is_broken(tmp_path, mode):
             channels = stereo_pair()
             channels["mask_occlusion.alpha"][Y, X] = value if frame == 1 else 0
             write_exr(tmp_path / f"in.{frame}.exr", channels)
-        done = viewtint("render", "in.#.exr", "-o", "out.#.exr", "--matchingMode", mode, "--frames", "2", folder=tmp_path)
+        done = viewtint("render", "in.@.exr", "-o", "out.@.exr", "--matchingMode", mode, "--frames", "2", folder=tmp_path)
         assert done.returncode == 0, done.stderr
         picture = colours(read_exr(tmp_path / "out.2.exr"))
         expected = picture if value == 1 else expected
