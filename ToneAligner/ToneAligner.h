@@ -104,8 +104,9 @@ public:
     /// surrounding. Changes `corrected`; `source` comes back with the rounding of its way to Lab and back.
     void limitCorrection(Image& source, Image& corrected);
 
-    /// Called between the stages of the local modes. What it throws ends the call.
-    void setCheckpoint(std::function<void()> checkpoint) { checkpoint_ = std::move(checkpoint); }
+    /// Called between the stages of the local modes and between the pieces of the refill, with how much of process() is
+    /// done, 0 to 1. What it throws ends the call.
+    void setCheckpoint(std::function<void(float done)> checkpoint) { checkpoint_ = std::move(checkpoint); }
 
     /// Shown the intermediate pictures of the local modes by name, each once it is made:
     /// "V" the pixels that take part in the statistics, "N" and "T" the view to correct and the rebuilt view without
@@ -135,7 +136,7 @@ private:
     Image gaussianWindow_;
     Settings settings_;
     bool fusedPasses_ = true;
-    std::function<void()> checkpoint_;
+    std::function<void(float)> checkpoint_;
     StageObserver observer_;
 };
 

@@ -68,6 +68,9 @@ public:
     template <class T>
     void set(std::string_view name, const T& value);
 
+    /// Makes a text "UserMessage" as it stands: nothing in it is a reference. For texts with names that users chose.
+    void setPlainMessage(std::string_view text);
+
     bool has(std::string_view name) const { return find(name) != nullptr; }
     /// The value stored under `name`, or null.
     const ExceptionInfoBase* find(std::string_view name) const;
@@ -77,7 +80,8 @@ public:
     /// reference without its end stays as it stands. An attribute that doesn't exist reads "(name unknown)".
     std::string attributeText(std::string_view name) const;
 
-    /// Every attribute as a line "name: text", in order of the names; for logs and tests.
+    /// Every attribute as a line "name: text", in order of the names, "UserMessage" resolved and others as they stand;
+    /// for logs and tests.
     std::string attributeList() const;
 
 private:
@@ -90,8 +94,8 @@ private:
 };
 
 /// The base of every failure that carries named values. Attributes in use: "UserMessage" (the sentence for the
-/// artist, with references), "ThrowFile", "ThrowLine", "ThrowFunction", "ExceptionClass" (set by raise), and what a
-/// throw site adds for its message, for instance "Error" or "Device".
+/// artist, with references), "Message" (one without), "ThrowFile", "ThrowLine", "ThrowFunction", "ExceptionClass" (set
+/// by raise), and what a throw site adds for its message, for instance "Error" or "Device".
 class Exception : public ExceptionDecoration {
 public:
     Exception() = default;

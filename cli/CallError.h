@@ -19,6 +19,9 @@ public:
 /// A file on the command line that must be there.
 extern const CLI::Validator existingFile;
 
+/// Something that was left empty, as by a shell's variable without a value, would be taken for not given.
+extern const CLI::Validator notEmpty;
+
 /// Throws CallError when `output` is the same file as one of `inputs`, or hasn't the ending `.ending`.
 void requireOutput(const char* option, const std::filesystem::path& output, const char* ending,
                    std::initializer_list<std::optional<std::filesystem::path>> inputs);

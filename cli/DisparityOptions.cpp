@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <stdexcept>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -53,14 +54,17 @@ void DisparityOptions::addTo(CLI::App& command) {
         .add_option("--disparity", from,
                     "Disparity and occlusion: estimated from the views, the file's own, or those of another multi-view "
                     "OpenEXR file or sequence (default: the file's, estimated where it has none)")
+        ->check(notEmpty)
         ->type_name("estimate|file|FILE");
     command.add_flag("--write-disparity", save, "Writes estimated disparity and occlusion with the picture");
 }
 
 Host::MultiViewFile DisparityOptions::openPair(const std::string& left) const {
-    if (!std::filesystem::is_regular_file(*right))
+    std::error_code ignored;
+    if (!std::filesystem::is_regular_file(*right, ignored))
         throw CallError(fmt::format("RIGHT: there is no file '{}'; check its name and folder.", *right));
     std::vector<NewView> views;
+    std::vector<Host::MultiViewFile::ViewFile> sources;
     int width = 0, height = 0;
     for (const auto& [name, path] : {std::pair<const char*, std::string>{"left", left}, {"right", *right}}) {
         const Host::Colourspace space = !colourspace             ? Host::usualColourspace(path)
@@ -71,9 +75,9 @@ Host::MultiViewFile DisparityOptions::openPair(const std::string& left) const {
             throw Host::FileError(fmt::format("'{}' is {} x {} pixels, but '{}' is {} x {}; give both views one size.",
                                               path, picture.width, picture.height, left, width, height));
         width = picture.width, height = picture.height;
+        sources.push_back({name, path, picture.identity});
         views.push_back(viewOf(name, path, std::move(picture)));
     }
-    const std::vector<Host::MultiViewFile::ViewFile> sources{{"left", left}, {"right", *right}};
     return Host::MultiViewFile::make(sources, width, height, views, Host::PixelStorage::single);
 }
 
@@ -92,7 +96,7 @@ void tellParallax(const Host::ParallaxReport& report, const std::string& file, b
     if (!quiet)
         put(stderr,
             fmt::format("viewtint: {}: disparity estimated; found in the other view: left {:.1f}%, right {:.1f}%\n",
-                        file, 100 * report.leftMatched, 100 * report.rightMatched));
+                        printable(file), 100 * report.leftMatched, 100 * report.rightMatched));
     if ((report.leftMatched + report.rightMatched) / 2 < half)
         complain(fmt::format(
             "{}: less than half of the picture was found in the other view; what wasn't counts as occluded. "

@@ -17,6 +17,7 @@
 #include "cli/Printing.h"
 #include "cli/Shot.h"
 #include "host/farm/JobScript.h"
+#include "host/files/PictureLimits.h"
 #include "host/graph/NeighbourRequests.h"
 #include "host/sequence/SequenceRender.h"
 
@@ -111,6 +112,7 @@ void FarmOptions::addChunkTo(CLI::App& command) {
 
 void FarmOptions::addSlurmTo(CLI::App& command) {
     command.add_option("--partition", partition_, "Slurm's partition, or several with commas")
+        ->check(notEmpty)
         ->type_name("NAME")
         ->group(farmGroup);
     command.add_option("--cpus-per-task", cpusPerTask_, "Processors of each task; it renders with as many threads")
@@ -123,11 +125,13 @@ void FarmOptions::addSlurmTo(CLI::App& command) {
         ->type_name("SIZE")
         ->group(farmGroup);
     command.add_option("--time", time_, "How long a task may take, for example 30 (minutes) or 2:00:00")
+        ->check(notEmpty)
         ->type_name("TIME")
         ->group(farmGroup);
     command
         .add_option("--sbatch", otherOptions_,
                     "Another option for sbatch, for example --sbatch=--account=film; may be repeated")
+        ->check(notEmpty)
         ->type_name("OPTION")
         ->allow_extra_args(false)
         ->group(farmGroup);
@@ -184,6 +188,7 @@ Host::Submission FarmOptions::submission(Purpose purpose) {
         throw CallError(error.what());
     }
     checkMask(render);
+    checkRoles(render);
     Shot shot(render);
     submission.frames = shot.frames;
     std::ranges::sort(submission.frames);
@@ -203,8 +208,11 @@ Host::Submission FarmOptions::submission(Purpose purpose) {
     submission.folder = fs::current_path();
     submission.output = absolute(render.output);
     submission.words = wordsOf(*command_, render.input);
+    if (const std::string limits = Host::PictureLimits::current().text(); limits != Host::PictureLimits().text())
+        submission.words.insert(submission.words.end(), {"--limits", limits});
     submission.chunk = chunk_;
     submission.slurmOptions = slurmOptions();
+    Host::checkWords(submission);
     return submission;
 }
 

@@ -1,7 +1,6 @@
 #include "cli/FileLayout.h"
 
 #include <algorithm>
-#include <cstddef>
 #include <map>
 
 #include <Iex.h>
@@ -12,14 +11,11 @@
 #include <fmt/ranges.h>
 
 #include "host/files/ChannelNames.h"
+#include "host/graph/RenderNeeds.h"
 
 namespace ViewTint::Cli {
 
 namespace {
-
-constexpr const char* colourChannels[] = {"R", "G", "B"};
-constexpr const char* disparityChannels[] = {"disparityL.x", "disparityL.y", "disparityR.x", "disparityR.y"};
-constexpr const char* occlusionChannels[] = {"mask_occlusion.alpha"};
 
 std::string typeName(Imf::PixelType type) {
     switch (type) {
@@ -66,7 +62,7 @@ std::map<std::string, std::vector<std::string>> channelTypes(const Imf::MultiPar
     for (int part = 0; part < file.parts(); ++part) {
         const Imf::Header& header = file.header(part);
         const std::string partView = header.hasView() ? header.view() : defaultView;
-        const bool severalViews = !header.hasView() && Imf::hasMultiView(header);
+        const bool severalViews = !header.hasView() && Imf::hasMultiView(header) && !Imf::multiView(header).empty();
         for (auto channel = header.channels().begin(); channel != header.channels().end(); ++channel) {
             const std::string view =
                 severalViews ? Host::splitViewName(channel.name(), Imf::multiView(header)).view : partView;
@@ -81,15 +77,21 @@ bool hasChannel(const FileLayout::View& view, const std::string& name) {
                        [&](const FileLayout::Channel& channel) { return channel.name == name; });
 }
 
-template <std::size_t Count>
-void reportMissing(const FileLayout::View& view, const char* const (&names)[Count], const std::string& what,
-                   std::vector<std::string>& missing) {
-    std::vector<std::string> absent;
-    for (const char* name : names)
-        if (!hasChannel(view, name)) absent.push_back(name);
+/// The channels of a need that a view has or lacks.
+std::vector<std::string> channelsOf(const Host::RenderNeed& need, const FileLayout::View& view, bool there) {
+    std::vector<std::string> names;
+    const Host::ChannelRoles roles;
+    for (const Host::ChannelRoles::Role& role : roles.all())
+        if (need.has(role) && hasChannel(view, role.usualChannel) == there) names.push_back(role.usualChannel);
+    return names;
+}
+
+void addAbsent(const Host::RenderNeed& need, const FileLayout::View& view, const std::string& ofView,
+               std::vector<std::string>& phrases) {
+    const auto absent = channelsOf(need, view, false);
     if (!absent.empty())
-        missing.push_back(
-            fmt::format("{} ({} {})", what, absent.size() == 1 ? "channel" : "channels", fmt::join(absent, ", ")));
+        phrases.push_back(fmt::format("{}{} ({} {})", need.what, ofView, absent.size() == 1 ? "channel" : "channels",
+                                      fmt::join(absent, ", ")));
 }
 
 }  // namespace
@@ -118,23 +120,24 @@ FileLayout readLayout(const std::filesystem::path& path) {
     return layout;
 }
 
-std::vector<std::string> missingForRender(const FileLayout& layout, const FileLayout::View& view) {
-    std::vector<std::string> missing;
-    if (layout.views.size() < 2) missing.push_back("a second view to take the colours from");
+RenderOutlook renderOutlook(const FileLayout& layout, const FileLayout::View& view) {
+    using Without = Host::RenderNeed::Without;
+    RenderOutlook outlook;
+    if (layout.views.size() < 2) outlook.missing.push_back("a second view to take the colours from");
     if (layout.width < 2 || layout.height < 2)
-        missing.push_back("pixels: the picture must be at least 2 wide and 2 high");
-    reportMissing(view, colourChannels, "red, green and blue", missing);
-    for (const FileLayout::View& other : layout.views)
-        if (other.name != view.name)
-            reportMissing(other, colourChannels, fmt::format("red, green and blue of view '{}'", other.name), missing);
-    reportMissing(view, disparityChannels, "disparity", missing);
-    return missing;
-}
-
-std::vector<std::string> absentForRender(const FileLayout::View& view) {
-    std::vector<std::string> absent;
-    reportMissing(view, occlusionChannels, "occlusion", absent);
-    return absent;
+        outlook.missing.push_back("pixels: the picture must be at least 2 wide and 2 high");
+    const bool estimates = std::ranges::all_of(
+        layout.views, [](const FileLayout::View& one) { return channelsOf(Host::disparityNeed, one, true).empty(); });
+    for (const Host::RenderNeed& need : {Host::colourNeed, Host::disparityNeed, Host::occlusionNeed}) {
+        auto& phrases = need.without != Without::fails && estimates ? outlook.estimated
+                        : need.without == Without::readsZeros       ? outlook.zero
+                                                                    : outlook.missing;
+        addAbsent(need, view, "", phrases);
+        for (const FileLayout::View& other : layout.views)
+            if (need.ofBothViews && other.name != view.name)
+                addAbsent(need, other, fmt::format(" of view '{}'", other.name), phrases);
+    }
+    return outlook;
 }
 
 }  // namespace ViewTint::Cli

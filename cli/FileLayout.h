@@ -31,10 +31,12 @@ struct FileLayout {
 /// Reads the whole file, so that a damaged one is noticed. Throws FileError.
 FileLayout readLayout(const std::filesystem::path& path);
 
-/// What a render that corrects `view` would miss in this file, a phrase for each thing; empty when it can start.
-std::vector<std::string> missingForRender(const FileLayout& layout, const FileLayout::View& view);
-
-/// What such a render would use but can do without, a phrase for each thing.
-std::vector<std::string> absentForRender(const FileLayout::View& view);
+/// What a render that corrects a view doesn't find in the file: phrases with the names of channels.
+struct RenderOutlook {
+    std::vector<std::string> missing;    ///< without which it fails
+    std::vector<std::string> estimated;  ///< made from the views
+    std::vector<std::string> zero;       ///< read as 0
+};
+RenderOutlook renderOutlook(const FileLayout& layout, const FileLayout::View& view);
 
 }  // namespace ViewTint::Cli

@@ -66,18 +66,18 @@ void printDevices(bool json) {
                  {"name", Json::text(gpuOf(gpus[i]).name())},
                  {"compute_capability", Json::text(gpuOf(gpus[i]).computeCapability())},
                  {"memory_mib", Json::integer(static_cast<long long>(gpuOf(gpus[i]).totalBytes() / mib))}}));
-        fmt::print("{}\n", Json::object({{"cpu", Json::text(cpuText())},
-                                         {"gpus", Json::array(list)},
-                                         {"problems", Json::array(problems)}})
-                               .str());
+        print("{}\n",
+              Json::object(
+                  {{"cpu", Json::text(cpuText())}, {"gpus", Json::array(list)}, {"problems", Json::array(problems)}})
+                  .str());
         return;
     }
-    fmt::print("CPU: {}\n", cpuText());
+    print("CPU: {}\n", cpuText());
     for (std::size_t i = 0; i < gpus.size(); ++i)
-        fmt::print("GPU {}: {}, compute capability {}, {} MiB\n", i, gpuOf(gpus[i]).name(),
-                   gpuOf(gpus[i]).computeCapability(), gpuOf(gpus[i]).totalBytes() / mib);
+        print("GPU {}: {}, compute capability {}, {} MiB\n", i, gpuOf(gpus[i]).name(),
+              gpuOf(gpus[i]).computeCapability(), gpuOf(gpus[i]).totalBytes() / mib);
     for (const std::string& problem : problems)
-        fmt::print("no {}GPU: {}\n", gpus.empty() ? "" : "further ", problem);
+        print("no {}GPU: {}\n", gpus.empty() ? "" : "further ", problem);
 }
 
 void printMostGpuMemory() {

@@ -12,6 +12,7 @@
 #include <fmt/ranges.h>
 
 #include "cli/Json.h"
+#include "cli/Printing.h"
 #include "compute/ParameterRecord.h"
 #include "compute/PrecompiledKernels.h"
 
@@ -204,12 +205,12 @@ void printTable(std::span<const ListedKernel> kernels) {
         std::string line;
         for (std::size_t i = 0; i < row.size(); ++i)
             line += fmt::format("{:<{}}  ", row[i], widths[i]);
-        fmt::print("{}\n", line.substr(0, line.find_last_not_of(' ') + 1));
+        print("{}\n", line.substr(0, line.find_last_not_of(' ') + 1));
     }
 }
 
 void printMarkdown(std::span<const ListedKernel> kernels) {
-    fmt::print(
+    print(
         "<!-- Written by \"./dev docs\" from the kernels' declarations. -->\n"
         "# Kernel catalogue\n\n"
         "{} kernels. `viewtint kernels NAME` tells more about one of them; [kernels.md](kernels.md) explains the "
@@ -219,16 +220,15 @@ void printMarkdown(std::span<const ListedKernel> kernels) {
     for (const ListedKernel& kernel : kernels) {
         if (kernel.family->library() != library) {
             library = kernel.family->library();
-            fmt::print(
+            print(
                 "\n## {}\n\n| Kernel | Family | Body | Passes | Images | Pixel types | Scalars | Results |\n"
                 "|---|---|---|---|---|---|---|---|\n",
                 library);
         }
         const CatalogueEntry& entry = *kernel.entry;
-        fmt::print("| `{}` | {} | {} | {} | {} | {} | {} | {} |\n", kernel.name(), kernel.family->name(), bodyOf(entry),
-                   entry.declaration().passes, imagesOf(entry), joined(tuplesOf(entry)),
-                   joined(scalarsWithDefaults(entry)),
-                   joined(texts(listed(entry.declaration().accumulators), declared)));
+        print("| `{}` | {} | {} | {} | {} | {} | {} | {} |\n", kernel.name(), kernel.family->name(), bodyOf(entry),
+              entry.declaration().passes, imagesOf(entry), joined(tuplesOf(entry)), joined(scalarsWithDefaults(entry)),
+              joined(texts(listed(entry.declaration().accumulators), declared)));
     }
 }
 
@@ -236,10 +236,10 @@ void printDetails(const ListedKernel& kernel) {
     const CatalogueEntry& entry = *kernel.entry;
     const auto& declaration = entry.declaration();
     const auto section = [](const char* title, const Texts& lines) {
-        if (!lines.empty()) fmt::print("{}:\n  {}\n", title, joined(lines, "\n  "));
+        if (!lines.empty()) print("{}:\n  {}\n", title, joined(lines, "\n  "));
     };
-    fmt::print("{}: {}/{}, one body for each {}, {}\n", kernel.name(), kernel.family->library(), kernel.family->name(),
-               bodyOf(entry), declaration.passes == 1 ? "one pass" : "two passes");
+    print("{}: {}/{}, one body for each {}, {}\n", kernel.name(), kernel.family->library(), kernel.family->name(),
+          bodyOf(entry), declaration.passes == 1 ? "one pass" : "two passes");
     section("images", texts(listed(declaration.images), [](const ImageDeclaration& image) {
                 return fmt::format("{:<5} {}, {}, edge {}", accessOf(image), image.name, toString(image.pattern),
                                    toString(image.edge));
@@ -247,8 +247,8 @@ void printDetails(const ListedKernel& kernel) {
     section("scalars", scalarsWithDefaults(entry));
     section("derived values", texts(listed(declaration.derived), declared));
     section("results", texts(listed(declaration.accumulators), declared));
-    fmt::print("parameter block: {} bytes\naccumulator block: {} bytes\nparameter record: {} bytes\n",
-               parameterBlockBytes(entry), declaration.accumulatorBytes, recordBytes(entry));
+    print("parameter block: {} bytes\naccumulator block: {} bytes\nparameter record: {} bytes\n",
+          parameterBlockBytes(entry), declaration.accumulatorBytes, recordBytes(entry));
     section("pixel types", {joined(tuplesOf(entry), " ")});
     section("keys", keysOf(entry));
 }
@@ -257,11 +257,11 @@ void printJson(std::span<const ListedKernel> kernels) {
     std::vector<Json> list;
     for (const ListedKernel& kernel : kernels)
         list.push_back(toJson(kernel));
-    fmt::print("{}\n", Json::array(list).str());
+    print("{}\n", Json::array(list).str());
 }
 
 void printJson(const ListedKernel& kernel) {
-    fmt::print("{}\n", toJson(kernel).str());
+    print("{}\n", toJson(kernel).str());
 }
 
 }  // namespace ViewTint::Cli

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
+#include <algorithm>
 #include <stdexcept>
 
 #include "cli/CallError.h"
@@ -20,6 +21,17 @@ const CLI::Validator existingPicture(
         try {
             const bool severalFiles = Host::nameForView(name, "") || Host::FramePattern::parse(name);
             return severalFiles ? std::string() : existingFile(name);
+        } catch (const std::invalid_argument& error) {
+            return std::string(error.what());
+        }
+    },
+    "");
+
+const CLI::Validator frameRanges(
+    [](std::string& text) {
+        try {
+            Host::parseFrames(text);
+            return std::string();
         } catch (const std::invalid_argument& error) {
             return std::string(error.what());
         }
@@ -55,6 +67,7 @@ void addShotOptions(CLI::App& command, RenderOptions& options) {
     command
         .add_option("--frames", options.frames,
                     "Which frames of a sequence, for example 1001-1240, 1001-1240x2 or 1001,1005 (default: all files)")
+        ->check(frameRanges)
         ->type_name("RANGE");
     command
         .add_option(
@@ -62,6 +75,7 @@ void addShotOptions(CLI::App& command, RenderOptions& options) {
             "The views whose names %V stands for (%v: their first letters), where each has a file of its own; of "
             "the output the corrected one's is written")
         ->delimiter(',')
+        ->check(notEmpty)
         ->type_name("NAME,NAME")
         ->default_str("left,right");
     command
@@ -73,6 +87,7 @@ void addShotOptions(CLI::App& command, RenderOptions& options) {
         .add_option("--cache", options.cacheFolder,
                     "Keeps results in a folder of this program's own: the same picture with the same controls is not "
                     "computed again")
+        ->check(notEmpty)
         ->type_name("DIR");
     command
         .add_option("--cache-size", options.cacheBytes,
@@ -90,6 +105,27 @@ void checkMask(const RenderOptions& options) {
     if (options.mask && !options.controls.gives("maskWith"))
         throw CallError(
             "--mask: the file isn't used while maskWith is None; add for example --maskWith \"Mask Alpha\".");
+}
+
+void checkRoles(const RenderOptions& options) {
+    using Role = Host::ChannelRoles::Role;
+    const auto isWritten = [](const Role& role) { return role.channel <= Fresco::Image::alphaChannel; };
+    for (const auto& [channel, roles] : rolesOf(options).sharing()) {
+        std::vector<std::string> names;
+        for (const Role& role : roles)
+            names.push_back(role.name);
+        const std::string all = fmt::format("{}", fmt::join(names, ", "));
+        const auto written = std::ranges::count_if(roles, isWritten);
+        const bool grey = written == 3 && roles[2].channel == Fresco::Image::blueChannel;
+        if (written > 1 && !grey)
+            throw CallError(fmt::format(
+                "--channel: the results of {} can't all be written to '{}'; choose a channel for each.", all, channel));
+        if (written > 0 && options.disparity.save && !isWritten(roles.back()))
+            throw CallError(fmt::format(
+                "--channel: {} share the channel '{}', which --write-disparity would overwrite; leave one out.", all,
+                channel));
+        warn(fmt::format("--channel: {} are read from one channel, '{}'.", all, channel));
+    }
 }
 
 std::string recordedOptions(const RenderOptions& options) {
@@ -131,9 +167,12 @@ void warnOfOddSettings(const Host::ControlPanel& panel) {
             "--occlusionCorrection None.");
 }
 
-std::unique_ptr<Host::ImageCacheDirectory> openCache(const RenderOptions& options) {
+std::unique_ptr<Host::ImageCacheDirectory> openCache(const RenderOptions& options,
+                                                     const Host::RenderServices& services) {
     if (options.cacheFolder.empty()) return nullptr;
-    return std::make_unique<Host::ImageCacheDirectory>(options.cacheFolder, options.cacheBytes);
+    auto cache = std::make_unique<Host::ImageCacheDirectory>(options.cacheFolder, options.cacheBytes);
+    cache->warn = services.warn;
+    return cache;
 }
 
 double secondsSince(std::chrono::steady_clock::time_point start) {

@@ -15,6 +15,7 @@
 #include "host/files/MultiViewFile.h"
 #include "host/graph/ChannelRoles.h"
 #include "host/graph/ControlPanel.h"
+#include "host/graph/OperatorNode.h"
 
 /// What renders of stills and of sequences share.
 namespace ViewTint::Cli {
@@ -56,11 +57,16 @@ Host::ChannelRoles rolesOf(const RenderOptions& options);
 /// A mask that nothing reads would go unnoticed: throws CallError.
 void checkMask(const RenderOptions& options);
 
+/// Complains of roles that share a channel. Throws CallError where one's result would overwrite another's, and what
+/// ChannelRoles::assign throws.
+void checkRoles(const RenderOptions& options);
+
 /// Complains of values that do nothing, and of those that together do what nobody wants.
 void warnOfOddSettings(const Host::ControlPanel& panel);
 
-/// Keeps results while it lives, if asked to; else null.
-std::unique_ptr<Host::ImageCacheDirectory> openCache(const RenderOptions& options);
+/// Keeps results while it lives, if asked to; else null. `services` hear when it no longer does.
+std::unique_ptr<Host::ImageCacheDirectory> openCache(const RenderOptions& options,
+                                                     const Host::RenderServices& services);
 std::shared_ptr<const Host::MultiViewFile> openMask(const std::filesystem::path& path);
 
 double secondsSince(std::chrono::steady_clock::time_point start);

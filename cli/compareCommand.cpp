@@ -13,6 +13,7 @@
 #include "cli/CallError.h"
 #include "cli/Interruption.h"
 #include "cli/Json.h"
+#include "cli/Printing.h"
 #include "cli/comparison.h"
 #include "host/files/AtomicFile.h"
 #include "host/files/Picture.h"
@@ -35,12 +36,11 @@ std::string shown(double value, int digits) {
 }
 
 void printRow(const std::string& label, const Host::Comparison& measured) {
-    fmt::print("{:<36} {:>8} {:>7} {:>9} {:>8} {:>9}\n", label, shown(measured.psnr, 2), shown(measured.ssim, 4),
-               shown(measured.meanColourDifference, 3), shown(measured.percentile99ColourDifference, 3),
-               measured.pixels);
+    print("{:<36} {:>8} {:>7} {:>9} {:>8} {:>9}\n", label, shown(measured.psnr, 2), shown(measured.ssim, 4),
+          shown(measured.meanColourDifference, 3), shown(measured.percentile99ColourDifference, 3), measured.pixels);
     if (measured.excluded > 0)
-        fmt::print("{:<36} {} {} left out: NaN or infinity\n", "", measured.excluded,
-                   measured.excluded == 1 ? "pixel" : "pixels");
+        print("{:<36} {} {} left out: NaN or infinity\n", "", measured.excluded,
+              measured.excluded == 1 ? "pixel" : "pixels");
 }
 
 /// "A" and "B" are before and after where there is a truth.
@@ -51,19 +51,20 @@ std::string roleOf(const std::string& file, bool withTruth) {
 
 void printText(const CompareOptions& options, const ComparisonReport& report) {
     const bool withTruth = options.truth.has_value();
-    fmt::print("{:<7} {}\n{:<7} {}\n", roleOf("A", withTruth), options.a, roleOf("B", withTruth), options.b);
-    if (withTruth) fmt::print("{:<7} {}\n", "truth", *options.truth);
-    fmt::print("\n{:<36} {:>8} {:>7} {:>9} {:>8} {:>9}\n", "", "PSNR dB", "SSIM", "CIEDE2000", "99th pc.", "pixels");
+    print("{:<7} {}\n{:<7} {}\n", roleOf("A", withTruth), printable(options.a), roleOf("B", withTruth),
+          printable(options.b));
+    if (withTruth) print("{:<7} {}\n", "truth", printable(*options.truth));
+    print("\n{:<36} {:>8} {:>7} {:>9} {:>8} {:>9}\n", "", "PSNR dB", "SSIM", "CIEDE2000", "99th pc.", "pixels");
     for (const MeasuredView& row : report.views)
         printRow(withTruth ? fmt::format("{}, {} against truth", row.view, roleOf(row.first, true))
                            : fmt::format("{}, A against B", row.view),
                  row.comparison);
     for (const MeasuredDisparity& row : report.disparities)
-        fmt::print("{}, disparity of {} against {}: within 1 pixel {}%, within 2 {}%; occlusion agrees on {}%\n",
-                   row.view, roleOf(row.first, withTruth), row.second, shown(100 * row.comparison.within1, 1),
-                   shown(100 * row.comparison.within2, 1), shown(100 * row.comparison.occlusionAgrees, 1));
+        print("{}, disparity of {} against {}: within 1 pixel {}%, within 2 {}%; occlusion agrees on {}%\n", row.view,
+              roleOf(row.first, withTruth), row.second, shown(100 * row.comparison.within1, 1),
+              shown(100 * row.comparison.within2, 1), shown(100 * row.comparison.occlusionAgrees, 1));
     if (report.pairs.empty()) return;
-    fmt::print("between the views, through the disparity, unoccluded pixels\n");
+    print("between the views, through the disparity, unoccluded pixels\n");
     for (const MeasuredPair& row : report.pairs)
         printRow(fmt::format("{}, {} against {}{}", roleOf(row.file, withTruth), row.view, row.otherView,
                              row.occlusionKnown ? "" : " (no mask)"),
@@ -108,7 +109,7 @@ void printJson(const CompareOptions& options, const ComparisonReport& report) {
                                             {"within_2_pixels", Json::number(row.comparison.within2)},
                                             {"occlusion_agrees", Json::number(row.comparison.occlusionAgrees)}}));
     members.emplace_back("disparity", Json::array(disparities));
-    fmt::print("{}\n", Json::object(members).str());
+    print("{}\n", Json::object(members).str());
 }
 
 int compare(const CompareOptions& options) {

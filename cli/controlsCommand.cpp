@@ -12,6 +12,7 @@
 #include "cli/CallError.h"
 #include "cli/ControlOptions.h"
 #include "cli/Json.h"
+#include "cli/Printing.h"
 #include "host/graph/ControlPanel.h"
 #include "host/graph/SettingError.h"
 
@@ -45,22 +46,22 @@ std::string wrapped(const std::string& text, std::size_t indent) {
 void printKnob(const KnobDeclaration& knob, const Host::ControlPanel& panel) {
     const double value = panel.value(knob.name);
     const std::string preset = knob.kind == KnobKind::view ? "the file's" : Host::valueText(knob, knob.defaultValue);
-    fmt::print("  {:<34} {:<32} {}{}\n", knob.name, fmt::format("\"{}\"", knob.label), preset,
-               panel.enabled(knob.name) ? "" : "  (disabled)");
+    print("  {:<34} {:<32} {}{}\n", knob.name, fmt::format("\"{}\"", knob.label), preset,
+          panel.enabled(knob.name) ? "" : "  (disabled)");
     if (knob.kind != KnobKind::view && value != knob.defaultValue)
-        fmt::print("      set to {}\n", Host::valueText(knob, value));
-    fmt::print("{}", wrapped(rangeOf(knob) + (knob.flags & logarithmicSlider ? ", logarithmic slider" : ""), 6));
-    if (!(knob.flags & startsLine)) fmt::print("      on the same line of a panel as the control before\n");
-    fmt::print("{}", wrapped(plainText(knob.tooltip), 6));
+        print("      set to {}\n", Host::valueText(knob, value));
+    print("{}", wrapped(rangeOf(knob) + (knob.flags & logarithmicSlider ? ", logarithmic slider" : ""), 6));
+    if (!(knob.flags & startsLine)) print("      on the same line of a panel as the control before\n");
+    print("{}", wrapped(plainText(knob.tooltip), 6));
 }
 
 void printText(const Host::ControlPanel& panel) {
-    fmt::print("  {:<34} {:<32} {}\n", "control", "label", "default");
+    print("  {:<34} {:<32} {}\n", "control", "label", "default");
     for (const KnobDeclaration& knob : panel.declarations()) {
         const bool heading =
             knob.kind == KnobKind::text && knob.name.empty() && !knob.label.empty() && knob.label != " ";
-        if (heading) fmt::print("\n{}\n", knob.label);
-        if (knob.kind == KnobKind::text && !knob.name.empty()) fmt::print("  {:<34} {}\n", knob.name, knob.text);
+        if (heading) print("\n{}\n", knob.label);
+        if (knob.kind == KnobKind::text && !knob.name.empty()) print("  {:<34} {}\n", knob.name, knob.text);
         if (knob.holdsValue()) printKnob(knob, panel);
     }
 }
@@ -90,7 +91,7 @@ void printJson(const Host::ControlPanel& panel) {
         members.emplace_back("tooltip", Json::text(knob.tooltip));
         controls.push_back(Json::object(members));
     }
-    fmt::print("{}\n", Json::array(controls).str());
+    print("{}\n", Json::array(controls).str());
 }
 
 }  // namespace

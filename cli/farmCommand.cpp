@@ -10,6 +10,7 @@
 #include <iterator>
 #include <map>
 #include <memory>
+#include <optional>
 #include <set>
 #include <span>
 #include <string>
@@ -57,6 +58,7 @@ struct TaskOfJob {
 
 std::vector<TaskOfJob> tasksOf(const Submission& submission) {
     std::vector<TaskOfJob> found;
+    if (submission.jobs.empty()) return found;
     for (const Slurm::Task& task : Slurm::tasks())
         for (const Submission::Job& job : submission.jobs)
             if (task.job == job.id && (job.chunks.empty() || (task.index >= 0 && task.index < std::ssize(job.chunks))))
@@ -148,11 +150,12 @@ void tellHandedIn(const Submission& submission, std::span<const Submission::Job>
         members.emplace_back("chunks", Json::integer(static_cast<long long>(chunks)));
         members.emplace_back("frames", Json::integer(static_cast<long long>(frames)));
         members.emplace_back("logs", Json::text(submission.logFolder().string()));
-        fmt::print("{}\n", Json::object(members).str());
+        print("{}\n", Json::object(members).str());
     } else if (added.empty()) {
-        fmt::print("{}: nothing to retry\n", submission.output);
+        print("{}: nothing to retry\n", submission.output);
     } else {
-        fmt::print(
+        // Named in full: one of the values is of fmt's, which has a print, too.
+        Cli::print(
             "job{} {}: {} in {}; job {} verifies them\nlogs: {}\nTo see how far it is: viewtint farm status {}\n",
             texts.size() == 1 ? "" : "s", fmt::join(texts, ", "), counted(frames, "frame"), counted(chunks, "task"),
             added.back().id, submission.logFolder().string(), Host::shellWord(submission.output));
@@ -181,7 +184,7 @@ int submit(FarmOptions& options) {
     if (options.dryRun) return printScripts(submission, chunks);
     const Submission::Lock lock(submission.pattern());
     if (Submission::exists(submission.pattern())) {
-        Submission earlier = Submission::load(submission.pattern());
+        Submission earlier = Submission::load(submission.pattern(), Submission::Use::submit);
         keepQueued(earlier);
         for (const Submission::Job& job : earlier.jobs)
             if (!job.chunks.empty())
@@ -210,9 +213,10 @@ int printChunks(FarmOptions& options) {
 /// As it was submitted, or as the command line tells it.
 Submission submissionOf(FarmOptions& options, FarmOptions::Purpose purpose = FarmOptions::Purpose::look) {
     const Host::FramePattern frames = options.framesPattern();
-    if (!options.tellsShot()) return Submission::load(frames);
+    const auto use = purpose == FarmOptions::Purpose::render ? Submission::Use::submit : Submission::Use::look;
+    if (!options.tellsShot()) return Submission::load(frames, use);
     Submission submission = options.submission(purpose);
-    if (Submission::exists(frames)) submission.jobs = Submission::load(frames).jobs;
+    if (Submission::exists(frames)) submission.jobs = Submission::load(frames, use).jobs;
     return submission;
 }
 
@@ -270,7 +274,7 @@ int verify(FarmOptions& options) {
             {"fine", Json::integer(static_cast<long long>(frames[State::fine].size()))}};
         for (const Kind& kind : kinds)
             members.emplace_back(kind.key, list(frames[kind.state]));
-        fmt::print("{}\n", Json::object(members).str());
+        print("{}\n", Json::object(members).str());
         return allFine ? exitFine : exitFailed;
     }
     complainOf(checks);
@@ -279,9 +283,9 @@ int verify(FarmOptions& options) {
         if (!frames[kind.state].empty())
             summary += fmt::format(", {} {} ({})", frames[kind.state].size(), kind.words,
                                    Host::formatFrames(frames[kind.state]));
-    fmt::print("{}\n", summary);
+    print("{}\n", summary);
     if (!allFine && Submission::exists(submission.pattern()))
-        fmt::print("To render these again: viewtint farm retry {}\n", Host::shellWord(submission.output));
+        print("To render these again: viewtint farm retry {}\n", Host::shellWord(submission.output));
     return allFine ? exitFine : exitFailed;
 }
 
@@ -322,7 +326,7 @@ int status(FarmOptions& options) {
         there += std::filesystem::exists(pattern.path(frame));
     std::vector<TaskOfJob> tasks;
     try {
-        if (!submission.jobs.empty()) tasks = tasksOf(submission);
+        tasks = tasksOf(submission);
     } catch (const Host::FarmError& error) {
         complain(fmt::format("what the jobs do isn't known: {}", error.what()));
     }
@@ -332,22 +336,31 @@ int status(FarmOptions& options) {
         std::vector<Json> jobs;
         for (const Submission::Job& job : submission.jobs)
             jobs.push_back(Json::integer(job.id));
-        fmt::print("{}\n", Json::object({{"output", Json::text(submission.output)},
-                                         {"frames", number(submission.frames.size())},
-                                         {"there", number(there)},
-                                         {"tasks", Json::object({{"waiting", number(standing.waiting)},
-                                                                 {"running", number(standing.running)},
-                                                                 {"ended", number(standing.ended)},
-                                                                 {"failed", number(standing.failed)}})},
-                                         {"jobs", Json::array(jobs)}})
-                               .str());
+        print("{}\n", Json::object({{"output", Json::text(submission.output)},
+                                    {"frames", number(submission.frames.size())},
+                                    {"there", number(there)},
+                                    {"tasks", Json::object({{"waiting", number(standing.waiting)},
+                                                            {"running", number(standing.running)},
+                                                            {"ended", number(standing.ended)},
+                                                            {"failed", number(standing.failed)}})},
+                                    {"jobs", Json::array(jobs)}})
+                          .str());
         return exitFine;
     }
-    fmt::print("{}: {} of {} there\n", submission.output, there, counted(submission.frames.size(), "frame"));
-    fmt::print("tasks: {} waiting, {} running, {} ended, {} of them failed\n", standing.waiting, standing.running,
-               standing.ended, standing.failed);
+    print("{}: {} of {} there\n", printable(submission.output), there, counted(submission.frames.size(), "frame"));
+    print("tasks: {} waiting, {} running, {} ended, {} of them failed\n", standing.waiting, standing.running,
+          standing.ended, standing.failed);
     for (const std::string& line : standing.lines)
-        fmt::print("{}\n", line);
+        print("{}\n", line);
+    return exitFine;
+}
+
+bool isFine(const FrameCheck& one) {
+    return one.state == FrameCheck::State::fine;
+}
+
+int tellNothingToRetry(const Submission& submission, bool json) {
+    tellHandedIn(submission, {}, 0, 0, json);
     return exitFine;
 }
 
@@ -360,8 +373,11 @@ int retry(FarmOptions& options) {
                         submission.output, submission.record.version, Host::programVersion()));
     options.replaceIn(submission);
     const auto checks = check(submission, options.json);
-    const Submission::Lock lock(submission.pattern());
-    if (Submission::exists(submission.pattern())) submission.jobs = Submission::load(submission.pattern()).jobs;
+    if (std::ranges::all_of(checks, &isFine)) return tellNothingToRetry(submission, options.json);
+    std::optional<Submission::Lock> lock;
+    if (!options.dryRun) lock.emplace(submission.pattern());
+    if (Submission::exists(submission.pattern()))
+        submission.jobs = Submission::load(submission.pattern(), Submission::Use::submit).jobs;
     std::set<int> underWay;
     for (const TaskOfJob& one : tasksOf(submission))
         if (one.renders() && isInQueue(one))
@@ -370,16 +386,13 @@ int retry(FarmOptions& options) {
     std::vector<int> wanted;
     std::size_t waitedFor = 0;
     for (const FrameCheck& one : checks) {
-        if (one.state == FrameCheck::State::fine) continue;
+        if (isFine(one)) continue;
         underWay.contains(one.frame) ? void(++waitedFor) : wanted.push_back(one.frame);
     }
     if (waitedFor > 0)
         complain(fmt::format("{} in the queue still; left to the tasks there",
                              waitedFor == 1 ? "1 frame is" : fmt::format("{} frames are", waitedFor)));
-    if (wanted.empty()) {
-        tellHandedIn(submission, {}, 0, 0, options.json);
-        return exitFine;
-    }
+    if (wanted.empty()) return tellNothingToRetry(submission, options.json);
     const auto chunks = Host::chunksOf(wanted, submission.chunk);
     if (options.dryRun) return printScripts(submission, chunks);
     keepQueued(submission);

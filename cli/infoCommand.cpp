@@ -16,6 +16,7 @@
 #include "cli/FileLayout.h"
 #include "cli/GpuOptions.h"
 #include "cli/Json.h"
+#include "cli/Printing.h"
 
 namespace ViewTint::Cli {
 
@@ -65,22 +66,25 @@ std::string describe(const Layer& layer) {
 }
 
 void printText(const std::string& path, const FileLayout& layout) {
-    fmt::print("{}: {} x {} pixels, {} {}, {} {}, {}\n", path, layout.width, layout.height, layout.views.size(),
-               layout.views.size() == 1 ? "view" : "views", layout.parts, layout.parts == 1 ? "part" : "parts",
-               layout.compression);
+    print("{}: {} x {} pixels, {} {}, {} {}, {}\n", printable(path), layout.width, layout.height, layout.views.size(),
+          layout.views.size() == 1 ? "view" : "views", layout.parts, layout.parts == 1 ? "part" : "parts",
+          layout.compression);
     if (const auto& made = layout.made; !made.version.empty())
-        fmt::print("corrected by viewtint {} with {}{}{}\n", made.version, made.controls,
-                   made.options.empty() ? "" : " ", made.options);
+        print("corrected by viewtint {} with {}{}{}\n", printable(made.version), printable(made.controls),
+              made.options.empty() ? "" : " ", made.options);
     for (const FileLayout::View& view : layout.views) {
-        fmt::print("view {}: data window {}\n", view.name, toString(view.dataBox));
+        print("view {}: data window {}\n", printable(view.name), toString(view.dataBox));
         for (const Layer& layer : layersOf(view))
-            fmt::print("  {:<16} {}\n", layer.name.empty() ? "colour" : layer.name, describe(layer));
-        const std::vector<std::string> missing = missingForRender(layout, view);
-        if (missing.empty()) fmt::print("  nothing is missing to correct this view\n");
-        for (const std::string& thing : missing)
-            fmt::print("  missing to correct this view: {}\n", thing);
-        for (const std::string& thing : absentForRender(view))
-            fmt::print("  absent, read as 0: {}\n", thing);
+            print("  {:<16} {}\n", layer.name.empty() ? "colour" : printable(layer.name), printable(describe(layer)));
+        if (!layout.made.version.empty()) continue;  // a result, which lacks nothing
+        const RenderOutlook outlook = renderOutlook(layout, view);
+        if (outlook.missing.empty()) print("  nothing is missing to correct this view\n");
+        for (const std::string& thing : outlook.missing)
+            print("  missing to correct this view: {}\n", printable(thing));
+        for (const std::string& thing : outlook.estimated)
+            print("  absent, will be estimated: {}\n", printable(thing));
+        for (const std::string& thing : outlook.zero)
+            print("  absent, read as 0: {}\n", printable(thing));
     }
 }
 
@@ -89,14 +93,16 @@ Json toJson(const FileLayout& layout, const FileLayout::View& view) {
     for (const FileLayout::Channel& channel : view.channels)
         channels.push_back(Json::object({{"name", Json::text(channel.name)}, {"type", Json::text(channel.type)}}));
     const Host::Box& box = view.dataBox;
+    const RenderOutlook outlook = renderOutlook(layout, view);
     return Json::object({{"name", Json::text(view.name)},
                          {"data_window", Json::object({{"x0", Json::integer(box.x0)},
                                                        {"y0", Json::integer(box.y0)},
                                                        {"x1", Json::integer(box.x1)},
                                                        {"y1", Json::integer(box.y1)}})},
                          {"channels", Json::array(channels)},
-                         {"missing_for_render", Json::array(missingForRender(layout, view))},
-                         {"absent_read_as_zero", Json::array(absentForRender(view))}});
+                         {"missing_for_render", Json::array(outlook.missing)},
+                         {"estimated_for_render", Json::array(outlook.estimated)},
+                         {"absent_read_as_zero", Json::array(outlook.zero)}});
 }
 
 void printJson(const std::string& path, const FileLayout& layout) {
@@ -112,7 +118,7 @@ void printJson(const std::string& path, const FileLayout& layout) {
                                         {"controls", Json::text(layout.made.controls)},
                                         {"options", Json::text(layout.made.options)},
                                         {"views", Json::array(views)}});
-    fmt::print("{}\n", document.str());
+    print("{}\n", document.str());
 }
 
 }  // namespace

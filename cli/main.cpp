@@ -30,6 +30,7 @@
 #include "compute/Threader.h"
 #include "host/files/MultiViewFile.h"
 #include "host/files/Picture.h"
+#include "host/files/PictureLimits.h"
 #include "host/graph/BuildIdentity.h"
 
 namespace ViewTint::Cli {
@@ -111,6 +112,18 @@ int run(int argc, char** argv) {
     app.add_option("--threads", context.threads, "How many threads to use (default: as many as the machine has)")
         ->check(CLI::Range(1, 1024))
         ->type_name("N");
+    app.add_option_function<std::string>(
+           "--limits",
+           [](const std::string& text) {
+               try {
+                   Host::PictureLimits::current().parse(text);
+               } catch (const std::invalid_argument& error) {
+                   throw CLI::ValidationError("--limits", error.what());
+               }
+           },
+           "How large pictures may be that are read; larger ones are refused before they take memory")
+        ->type_name("NAME=NUMBER,...")
+        ->default_str(Host::PictureLimits().text());
     addRenderCommand(app, context);
     addInfoCommand(app, context);
     addPackCommand(app, context);

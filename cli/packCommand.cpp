@@ -11,6 +11,7 @@
 
 #include "cli/CallError.h"
 #include "cli/Interruption.h"
+#include "cli/Printing.h"
 #include "host/packing/PackFiles.h"
 
 namespace ViewTint::Cli {
@@ -131,13 +132,13 @@ Host::PackRequest requestOf(const PackOptions& options) {
 
 void printView(const char* name, const Host::PackedViewReport& view, const Host::PackReport& report) {
     const double pixels = double(report.width) * report.height;
-    fmt::print("  {:<5}  disparity known for {:.1f}%, {:.1f}% occluded\n", name,
-               100.0 * (1.0 - double(view.unknown) / pixels), 100.0 * double(view.occluded) / pixels);
+    print("  {:<5}  disparity known for {:.1f}%, {:.1f}% occluded\n", name,
+          100.0 * (1.0 - double(view.unknown) / pixels), 100.0 * double(view.occluded) / pixels);
 }
 
 int pack(const PackOptions& options) {
     const Host::PackReport report = Host::packFiles(requestOf(options), checkpoint);
-    fmt::print("{}: {} x {} pixels\n", options.output, report.width, report.height);
+    print("{}: {} x {} pixels\n", printable(options.output), report.width, report.height);
     printView("left", report.left, report);
     printView("right", report.right, report);
     return exitFine;

@@ -68,6 +68,7 @@ void addRenderCommand(CLI::App& app, CommandContext& context) {
     command
         ->add_option("--write-stages", options->stageFolder,
                      "Writes the intermediate pictures of \"Local Matching\" into a folder, for a look into the render")
+        ->check(notEmpty)
         ->type_name("DIR");
     command->add_flag("--stats", options->stats,
                       "Prints for each stage the milliseconds, the kernel calls, the megabytes that they read and "
@@ -78,6 +79,7 @@ void addRenderCommand(CLI::App& app, CommandContext& context) {
             Vellum::Compute::Host::setThreads(context.threads);
             try {
                 checkMask(*options);
+                checkRoles(*options);
                 options->gpu.select();
                 return render(*options);
             } catch (const Host::SettingError& error) {

@@ -104,7 +104,7 @@ int renderSequence(RenderOptions& options) {
         warn(sentence);
     };
     settings.neighbours = Host::neighbourRequests(controls, rolesOf(options), shot.views);
-    const auto cache = openCache(options);
+    const auto cache = openCache(options, services);
     Host::ParallaxSource withDisparity(shot.source, rolesOf(options), shot.parallax, services);
     withDisparity.report = [&](const Host::ParallaxReport& report) {
         progress.clear();

@@ -94,7 +94,7 @@ int renderStill(RenderOptions& options) {
     }
     options.output = Host::nameForView(options.output, savedView).value_or(options.output);
     requireOutput("--output", options.output, ".exr", {options.input, options.mask, options.disparity.right});
-    const auto cache = openCache(options);
+    const auto cache = openCache(options, services);
     Host::ParallaxSource withDisparity(source, rolesOf(options), parallax, services);
     withDisparity.report = [&](const Host::ParallaxReport& report) {
         progress.clear();
@@ -112,9 +112,9 @@ int renderStill(RenderOptions& options) {
         throw Host::RenderError(explain(error.what(), options, *picture));
     }
     progress.clear();
-    if (!options.quiet) fmt::print("{}: written in {:.2f} s\n", options.output, secondsSince(start));
+    if (!options.quiet) print("{}: written in {:.2f} s\n", printable(options.output), secondsSince(start));
     if (stages) {
-        fmt::print("{}", stages->text());
+        print("{}", stages->text());
         printMostGpuMemory();
     }
     if (stageFiles) stageFiles->throwFailure();

@@ -1,7 +1,7 @@
 #pragma once
 
 #include <source_location>
-#include <string>
+#include <string_view>
 
 #include "base/Exception.h"
 
@@ -10,7 +10,8 @@ namespace Vellum::Compute {
 /// A failure of a device or of a kernel call.
 class Exception : public Cobalt::Base::Exception {
 public:
-    explicit Exception(std::string message);
+    /// The message is the text for the user as it stands, names that users chose among it.
+    explicit Exception(std::string_view message);
 };
 
 /// There was no room for an image.
@@ -20,6 +21,6 @@ public:
 };
 
 /// Throws Exception with the message as the text for the user.
-[[noreturn]] void fail(std::string message, std::source_location where = std::source_location::current());
+[[noreturn]] void fail(std::string_view message, std::source_location where = std::source_location::current());
 
 }  // namespace Vellum::Compute

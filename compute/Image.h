@@ -84,12 +84,14 @@ class Image {
 public:
     /// Empty: no tile, empty box, zero components.
     Image() = default;
-    /// Allocates; pixels are unspecified. Throws Cobalt::Base::Exception where the device has no room.
+    /// Allocates; pixels are unspecified. Throws Cobalt::Base::Exception where the device has no room, for other than 1
+    /// to 4 components and for boxes of 2^31 values or more or beyond 2^30.
     Image(const Info& info, DeviceBase& device, const LayoutSpec& spec = ordinaryLayout, unsigned flags = 0,
           const MemoryKind& kind = bufferMemory());
     /// Shares the tile's memory.
     explicit Image(const Tile& tile);
 
+    /// As if newly made. Refused or failed, it leaves the image as it was; until it has succeeded both are in memory.
     void reset(const Info& info, DeviceBase& device, const LayoutSpec& spec = ordinaryLayout, unsigned flags = 0,
                const MemoryKind& kind = bufferMemory());
 

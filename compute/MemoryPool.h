@@ -5,7 +5,6 @@
 #include <memory>
 #include <mutex>
 #include <utility>
-#include <vector>
 
 #include "compute/Device.h"
 
@@ -53,7 +52,7 @@ private:
 
     std::shared_ptr<MemorySource> source_;
     mutable std::mutex mutex_;
-    std::map<std::size_t, std::vector<void*>> kept_;
+    std::multimap<std::size_t, void*> kept_;
     std::size_t budget_;
     std::size_t bytesInUse_ = 0;
     std::size_t mostBytesInUse_ = 0;

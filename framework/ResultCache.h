@@ -6,7 +6,8 @@
 
 /// Finished results in the host's image cache, one file for each channel: the bytes "!VLM", the version 1 as a 32-bit
 /// integer, then the pixels as 32-bit floats, rows without gaps in the plane's order, all little-endian. The hash of a
-/// render fixes the box. Without an artist at the host nothing touches the disk; failures are silent.
+/// render fixes the box. The cache adds its own protection against damage behind these bytes, where neither side of its
+/// streams meets it. Without an artist at the host nothing touches the disk; failures are silent.
 namespace Cobalt::Research::ResultCache {
 
 using Fresco::Image::ChannelSet;

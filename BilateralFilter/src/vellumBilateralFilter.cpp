@@ -2,13 +2,16 @@
 
 #include <algorithm>
 #include <optional>
-#include <string>
+#include <span>
 #include <utility>
+#include <vector>
 
 #include "Common/Common.h"
 #include "compute/Exception.h"
+#include "compute/HostDevice.h"
 #include "compute/RunKernel.h"
 #include "vellumDistanceField.h"
+#include "vellumDonorLists.h"
 
 namespace Vellum::Kernels {
 extern const Family bilateral;
@@ -27,6 +30,8 @@ using Vellum::Image::Info;
 
 const ProgramSource distanceGrowthSource(Kernels::bilateral, "distanceGrowthKernel");
 const ProgramSource bilateralFillSource(Kernels::bilateral, "bilateralFillKernel");
+const ProgramSource fillExtentSource(Kernels::bilateral, "fillExtentKernel");
+const ProgramSource donorFillSource(Kernels::bilateral, "donorFillKernel");
 
 constexpr int packedCode = 19;
 /// Pixels of a mask up to this give to others.
@@ -34,6 +39,10 @@ constexpr float giving = 1e-4f;
 constexpr float weightFloor = 1e-5f;
 /// A launch over a whole picture could hold a graphics device for too long.
 constexpr int blockSide = 256;
+/// Blocks with a pixel farther from those that give take the form with lists of these.
+constexpr float farthestByWindow = 64;
+/// Donors that a launch of that form visits at most, if several rows make it up: a fraction of a second on one core.
+constexpr double visitsAtOnce = 2e9;
 
 struct Growth {
     float count = 0;
@@ -48,6 +57,67 @@ Growth growOnce(JIT::KernelExecutionContext& context, Compute::Device& device, c
     if (growth.count > 0)
         growth.region = intersect({at("minX") - 1, at("minY") - 1, at("maxX") + 2, at("maxY") + 2}, bounds);
     return growth;
+}
+
+/// What fillExtentKernel tells.
+struct Extent {
+    bool hasDonors;
+    float farthest;
+};
+Extent extentOf(const Image& distance, const Image& mask, const Box& box) {
+    Extent extent{};
+    Compute::runKernelThen(
+        fillExtentSource, {&distance, &mask}, packedCode, JIT::IterationController::over(box), [&](auto& context) {
+            extent = {context.template get<float>({"donors"}) > 0, context.template get<float>({"farthest"})};
+        });
+    return extent;
+}
+
+/// A fill kernel with its images and scalars, run piece by piece.
+class FillLaunch {
+public:
+    FillLaunch(const ProgramSource& source, std::span<const Image* const> images, const std::array<float, 3>& sigma,
+               int radiusBoost)
+        : device_(Compute::deviceOf(*images.back())),
+          context_(JIT::Kernel::Make(device_.context(), source, images, {}, static_cast<CodeGen::Flags>(packedCode))) {
+        context_.setImageParamBindings(images);
+        context_.set({"colourSigma"}, sigma);
+        context_.set({"radiusBoost"}, radiusBoost);
+        context_.set({"weightFloor"}, weightFloor);
+    }
+    void run(const Box& box) { context_.iterate(device_, JIT::IterationController::over(box)); }
+
+private:
+    Compute::Device& device_;
+    JIT::KernelExecutionContext context_;
+};
+
+/// The lists of donors on the manager's current device.
+struct ManagedLists {
+    ManagedLists(Utils::BufferManagement::BufferManager& manager, const Image& distance, const Image& guide,
+                 const Image& values)
+        : ManagedLists(manager, listDonors(onHost(distance), onHost(guide), onHost(values))) {}
+    BufferManagedImage firstCells, cells, donors;
+
+private:
+    ManagedLists(Utils::BufferManagement::BufferManager& manager, const DonorLists& lists)
+        : firstCells(manager, lists.firstCells), cells(manager, lists.cells), donors(manager, lists.donors) {}
+    static Image onHost(const Image& image) { return image.distributeTo(Compute::Host::hostDevice()); }
+};
+
+std::vector<Box> blocksOf(const Box& box) {
+    std::vector<Box> blocks;
+    for (int x = box.x0; x < box.x1; x += blockSide)
+        for (int y = box.y0; y < box.y1; y += blockSide)
+            blocks.push_back(intersect({x, y, x + blockSide, y + blockSide}, box));
+    return blocks;
+}
+
+/// How many rows of a block a launch takes, where each pixel visits the donors in windows of up to `radius`.
+int rowsAtOnce(const Box& block, const Box& picture, float radius) {
+    const double side = 2.0 * radius + 1;
+    const double visits = std::min<double>(side, picture.width()) * std::min<double>(side, picture.height());
+    return static_cast<int>(std::clamp(visitsAtOnce / (visits * block.width()), 1.0, double{blockSide}));
 }
 
 }  // namespace
@@ -104,28 +174,54 @@ void BilateralFilter::apply(const Image& values, const Image& guide, const Image
     const BufferManagedImage covered(bufferManager_, mask);
     const BufferManagedImage seeds(bufferManager_, mask.info());
     const BufferManagedImage distance(bufferManager_, mask.info());
-    std::optional<BufferManagedImage> moved;  // the manager may have gone over to another device
-    if (output.device() != bufferManager_.currentDevice()) moved.emplace(bufferManager_, output.info());
-    Image& filled = moved ? moved->image() : output;
-
     Common::threshold(covered.image(), seeds.image(), giving, true);
     Common::invert(seeds.image(), seeds.image());
     growDistance(seeds.image(), distance.image());
 
-    Compute::Device& device = Compute::deviceOf(filled);
-    const Image* const images[] = {&distance.image(), &covered.image(), &colours.image(), &source.image(), &filled};
-    JIT::KernelExecutionContext context(
-        JIT::Kernel::Make(device.context(), bilateralFillSource, images, {}, static_cast<CodeGen::Flags>(packedCode)));
-    context.setImageParamBindings(images);
-    context.set({"colourSigma"}, colourSigma_);
-    context.set({"radiusBoost"}, radiusBoost_);
-    context.set({"weightFloor"}, weightFloor);
-    const Box& box = filled.box();
-    for (int x = box.x0; x < box.x1; x += blockSide)
-        for (int y = box.y0; y < box.y1; y += blockSide)
-            context.iterate(device,
-                            JIT::IterationController::over(intersect({x, y, x + blockSide, y + blockSide}, box)));
+    const Extent whole = extentOf(distance.image(), covered.image(), output.box());
+    if (!whole.hasDonors) {
+        output.copyFrom(values);
+        return;
+    }
+    std::optional<ManagedLists> lists;
+    if (whole.farthest > farthestByWindow)
+        lists.emplace(bufferManager_, distance.image(), colours.image(), source.image());
+    std::optional<BufferManagedImage> moved;  // the manager may have gone over to another device
+    if (output.device() != bufferManager_.currentDevice()) moved.emplace(bufferManager_, output.info());
+    Image& filled = moved ? moved->image() : output;
+
+    FillLaunch byWindow(
+        bilateralFillSource,
+        std::array<const Image*, 5>{&distance.image(), &covered.image(), &colours.image(), &source.image(), &filled},
+        colourSigma_, radiusBoost_);
+    std::optional<FillLaunch> byLists;
+    if (lists)
+        byLists.emplace(donorFillSource,
+                        std::array<const Image*, 8>{&distance.image(), &covered.image(), &colours.image(),
+                                                    &source.image(), &lists->firstCells.image(), &lists->cells.image(),
+                                                    &lists->donors.image(), &filled},
+                        colourSigma_, radiusBoost_);
+    const std::vector<Box> blocks = blocksOf(filled.box());
+    double done = 0;
+    for (const Box& block : blocks) {
+        const float farthest = lists ? extentOf(distance.image(), covered.image(), block).farthest : whole.farthest;
+        if (farthest <= farthestByWindow) {
+            report(done / static_cast<double>(filled.box().pixels()));
+            byWindow.run(block);
+        } else {
+            const int rows = rowsAtOnce(block, filled.box(), farthest + static_cast<float>(radiusBoost_));
+            for (int y = block.y0; y < block.y1; y += rows) {
+                report((done + double{block.width()} * (y - block.y0)) / static_cast<double>(filled.box().pixels()));
+                byLists->run(intersect({block.x0, y, block.x1, y + rows}, block));
+            }
+        }
+        done += static_cast<double>(block.pixels());
+    }
     if (moved) output.copyFrom(filled);
+}
+
+void BilateralFilter::report(double done) const {
+    if (progress_) progress_(static_cast<float>(done));
 }
 
 }  // namespace Vellum::BilateralFilter

@@ -155,6 +155,7 @@ void growDistanceOnHost(const Image& seedImage, Image& distanceImage) {
     while (!front.empty()) {
         if (open > 0 && passes % 2 == 1) {
             const Box region = regionAround(front, distance);
+            std::erase_if(writtenToFresh, [&](const Box& earlier) { return region.contains(earlier); });
             if (!contains(writtenToFresh, region)) writtenToFresh.push_back(region);
         }
         front = nextFront(front, distance, static_cast<float>(passes + 1));
@@ -164,9 +165,8 @@ void growDistanceOnHost(const Image& seedImage, Image& distanceImage) {
     if (open == 0) return;
     const Box all{0, 0, distance.width(), distance.height()};
     if (passes % 2 == 0) {
-        // Larger regions come later as a rule, and leave little to the others.
-        for (auto region = writtenToFresh.rbegin(); region != writtenToFresh.rend(); ++region)
-            setUnreached(distance, *region, unreachedDistance);
+        for (const Box& region : writtenToFresh)
+            setUnreached(distance, region, unreachedDistance);
         setUnreached(distance, all, 0);
     } else {
         setUnreached(distance, all, unreachedDistance);

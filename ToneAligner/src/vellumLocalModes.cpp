@@ -36,6 +36,8 @@ const ProgramSource brokenPixelsSource(Kernels::brokenPixels, "brokenPixelsKerne
 const ProgramSource wholePixelsSource(Kernels::brokenPixels, "wholePixelsKernel");
 const ProgramSource localEndingSource(Kernels::localEnding, "localEndingKernel");
 
+/// How much of a frame is done before and after the refill, which is the longest part where much is hidden.
+constexpr float refillBegins = 0.3f, refillEnds = 0.8f;
 /// Each channel is guided by its own.
 constexpr int perChannel = 1;
 constexpr int noiseRadius = 3;
@@ -89,6 +91,8 @@ void ToneAligner::refill(const Image& corrected, const Image& source, const Imag
     const float chroma = chromaTolerance * lightness;
     BilateralFilter::BilateralFilter filter(bufferManager_, {lightness, chroma, chroma}, settings_.supportSize,
                                             kernelFlags_);
+    if (checkpoint_)
+        filter.setProgress([&](float done) { checkpoint_(refillBegins + done * (refillEnds - refillBegins)); });
     filter.apply(delta.image(), source, mask, refilled);
     Common::add(source, refilled, refilled);
 }
@@ -121,8 +125,8 @@ public:
 
 private:
     void show(const char* name, const Image& picture) const { aligner_.show(name, picture); }
-    void checkpoint() const {
-        if (aligner_.checkpoint_) aligner_.checkpoint_();
+    void checkpoint(float done) const {
+        if (aligner_.checkpoint_) aligner_.checkpoint_(done);
     }
 
     /// The views in RGB, without pixels that are no colours.
@@ -161,9 +165,9 @@ void ToneAligner::LocalRun::match() {
         leaveOutBrokenPixels(valid.image());
         show("V", valid.image());
     }
-    checkpoint();
+    checkpoint(0.02f);
     separateNoise(target.image());
-    checkpoint();
+    checkpoint(0.1f);
     const Stage stage("blocks");
     const BlockPictures pictures{sourceLab_.image(), target.image(), valid.image()};
     if (settings_.mode == severalBlockSizes)
@@ -223,7 +227,7 @@ void ToneAligner::LocalRun::mergeSizes(const BlockPictures& pictures, const Imag
     const BlockKernels kernels = aligner_.blockKernels();
     int sample = 0;
     for (const int size : aligner_.sampleBlockSizes()) {
-        checkpoint();
+        checkpoint(0.2f);
         const MergeRule now = sample == 0 ? firstRule : rule;
         if (aligner_.observer_) {
             const BufferManagedImage picture(manager_, corrected_.image().info());
@@ -256,7 +260,7 @@ void ToneAligner::LocalRun::separateNoise(Image& rebuiltLab) {
 }
 
 void ToneAligner::LocalRun::fill() {
-    checkpoint();
+    checkpoint(refillBegins);
     const Stage stage("refill");
     Image& corrected = corrected_.image();
     const bool inLab = settings_.mode == oneBlockSize;
@@ -275,7 +279,7 @@ void ToneAligner::LocalRun::fill() {
 }
 
 void ToneAligner::LocalRun::limit() {
-    checkpoint();
+    checkpoint(refillEnds);
     const Stage stage("limit");
     Common::copy(source(), sourceLab_.image());
     Tone::limitCorrection(manager_, sourceLab_.image(), corrected_.image(), aligner_.gaussianWindow_,
@@ -284,7 +288,7 @@ void ToneAligner::LocalRun::limit() {
 }
 
 void ToneAligner::LocalRun::smooth() {
-    checkpoint();
+    checkpoint(0.9f);
     const Stage stage("smooth");
     Common::rgbToLab(corrected_.image(), corrected_.image(), flags_);
     Common::rgbToLab(sourceLab_.image(), sourceLab_.image(), flags_);
@@ -294,7 +298,7 @@ void ToneAligner::LocalRun::smooth() {
 }
 
 void ToneAligner::LocalRun::finish(Image& output) {
-    checkpoint();
+    checkpoint(0.97f);
     const Stage stage("finish");
     const bool maskToAlpha = settings_.outputOcclusionsToAlpha && !settings_.previewCorrection;
     if (maskToAlpha) Common::copyChannel(fillMask_.image(), output, 0, 3);

@@ -12,6 +12,7 @@ template class ExceptionInfo<int>;
 
 namespace {
 
+constexpr std::string_view userMessageName = "UserMessage";
 constexpr std::string_view referenceStart = "%%(";
 constexpr std::string_view referenceEnd = ")%%";
 
@@ -39,6 +40,11 @@ ExceptionDecoration& ExceptionDecoration::operator=(ExceptionDecoration other) n
 
 void ExceptionDecoration::store(std::string_view name, std::unique_ptr<ExceptionInfoBase> value) {
     attributes_.insert_or_assign(std::string(name), std::move(value));
+}
+
+void ExceptionDecoration::setPlainMessage(std::string_view text) {
+    set(userMessageName, "%%(Message)%%");
+    set("Message", text);
 }
 
 const ExceptionInfoBase* ExceptionDecoration::find(std::string_view name) const {
@@ -70,8 +76,8 @@ std::string ExceptionDecoration::attributeText(std::string_view name) const {
 
 std::string ExceptionDecoration::attributeList() const {
     std::string list;
-    for (const auto& attribute : attributes_)
-        list += attribute.first + ": " + attributeText(attribute.first) + "\n";
+    for (const auto& [name, value] : attributes_)
+        list += name + ": " + (name == userMessageName ? attributeText(name) : value->toString()) + "\n";
     return list;
 }
 
@@ -86,7 +92,7 @@ std::string className(const Exception& exception) {
 }
 
 std::string userMessage(const Exception& exception) {
-    return exception.has("UserMessage") ? exception.attributeText("UserMessage") : className(exception);
+    return exception.has(userMessageName) ? exception.attributeText(userMessageName) : className(exception);
 }
 
 }  // namespace Cobalt::Base

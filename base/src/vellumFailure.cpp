@@ -12,30 +12,38 @@
 
 namespace Cobalt::Base {
 
-std::string systemText(int error) {
+namespace {
+
+/// What to do about a shortage, or null.
+const char* remedy(int error) {
     switch (error) {
         case ENOSPC:
-            return "the disk is full; make room, or write to another disk";
         case EDQUOT:
-            return "your quota of this disk is used up; make room, or write to another disk";
+            return "make room, or write to another disk";
         case EFBIG:
-            return "the file would become larger than files may be here; raise the limit (ulimit -f), or write to "
-                   "another disk";
-        case EMFILE:
-            return "this program has as many files open as it may; raise the limit (ulimit -n)";
-        case ENFILE:
-            return "the machine has as many files open as it may; close other programs";
-        case EAGAIN:
-            return "the system gives no more threads or processes; raise the limit (ulimit -u), end other programs, or "
-                   "use fewer threads";
-        case ENOMEM:
-            return "there is not enough memory; end other programs, raise the limit (ulimit -v), or use fewer "
-                   "threads";
+            return "raise the limit of files' sizes (ulimit -f), or write to another disk";
         case EROFS:
-            return "the disk can only be read; write to another disk";
+            return "write to another disk";
+        case EMFILE:
+            return "raise the limit (ulimit -n)";
+        case ENFILE:
+            return "end other programs";
+        case ENOMEM:
+            return "end other programs, raise the limit (ulimit -v), or use fewer threads";
         default:
-            return std::generic_category().message(error);
+            return nullptr;
     }
+}
+
+}  // namespace
+
+std::string systemText(int error) {
+    if (error == EAGAIN)  // the system's own words name nothing
+        return "no more threads or processes can be had; raise the limit (ulimit -u), end other programs, or use fewer "
+               "threads";
+    const std::string reason = std::generic_category().message(error);
+    const char* wayOut = remedy(error);
+    return wayOut ? fmt::format("{}; {}", reason, wayOut) : reason;
 }
 
 std::string currentFailure() {
@@ -48,7 +56,7 @@ std::string currentFailure() {
     } catch (const MessageException&) {
         return "interrupted";
     } catch (const std::bad_alloc&) {
-        return systemText(ENOMEM);
+        return fmt::format("there is not enough memory for these pictures; {}", remedy(ENOMEM));
     } catch (const std::filesystem::filesystem_error& failure) {
         return fmt::format("'{}': {}", failure.path1().string(), systemText(failure.code().value()));
     } catch (const std::system_error& failure) {

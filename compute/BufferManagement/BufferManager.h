@@ -33,7 +33,8 @@ public:
     DeviceBase* currentDevice() const { return currentDevice_; }
 
     // Guarded: a first failure moves everything to the fallback device and tries once more there; a second failure
-    // reaches the caller. An image or tuple already under the name is replaced.
+    // reaches the caller. An image or tuple already under the name is replaced: it makes room before the new one is
+    // allocated, and stays empty if that fails. A new name is entered only with its image.
     Image& allocate(const std::string& name, const Info& info, const LayoutSpec& spec = ordinaryLayout,
                     unsigned flags = 0, const MemoryKind& kind = bufferMemory());
     Image& adopt(const std::string& name, const Image& image);

@@ -54,9 +54,10 @@ auto BufferManager::guarded(Step&& step) -> decltype(step()) {
 Image& BufferManager::allocate(const std::string& name, const Info& info, const LayoutSpec& spec, unsigned flags,
                                const MemoryKind& kind) {
     const Info wanted = info;  // the caller may hand over that of the image that is replaced
+    if (const auto replaced = images_.find(name); replaced != images_.end()) replaced->second = Image();
     return guarded([&]() -> Image& {
-        images_[name] = Image();  // its room may be what the new one needs
-        return images_[name] = Image(wanted, *currentDevice_, spec, flags, kind);
+        Image image(wanted, *currentDevice_, spec, flags, kind);
+        return images_[name] = std::move(image);
     });
 }
 
@@ -76,8 +77,8 @@ std::vector<Image>& BufferManager::allocateTupleOfBoxes(const std::string& name,
                                                         std::uint32_t components, Vellum::Pixel::DataEnum type,
                                                         const LayoutSpec& spec, unsigned flags,
                                                         const MemoryKind& kind) {
+    if (const auto replaced = tuples_.find(name); replaced != tuples_.end()) replaced->second.clear();
     return guarded([&]() -> std::vector<Image>& {
-        tuples_[name].clear();
         auto images = makeAll(boxes, components, type, spec, flags, kind, *currentDevice_);
         return tuples_[name] = std::move(images);
     });

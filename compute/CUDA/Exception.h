@@ -2,6 +2,7 @@
 
 #include <source_location>
 #include <string>
+#include <string_view>
 
 #include "compute/Exception.h"
 
@@ -19,8 +20,8 @@ public:
     virtual std::string toString() const { return name_; }
 
 protected:
-    /// For failures of other libraries, which have messages of their own.
-    Exception(int code, std::string name, std::string message);
+    /// For failures of other libraries, which have messages of their own, with references.
+    Exception(int code, std::string name, std::string_view message);
 
 private:
     int code_;

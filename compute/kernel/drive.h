@@ -257,6 +257,15 @@ consteval bool runsInRasterOrder() {
         return false;
 }
 
+/// A kernel that works long on a pixel says `static constexpr bool costlyPixels = true`.
+template <class K>
+consteval bool hasCostlyPixels() {
+    if constexpr (requires { K::costlyPixels; })
+        return K::costlyPixels;
+    else
+        return false;
+}
+
 template <class K, Counts T, class V, Reach R>
 void runLaunch(const Launch& launch) {
     if constexpr (R == Reach::unit && HasHostForm<K, V, T> && ChoosesHostForm<K>) {

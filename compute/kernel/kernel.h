@@ -52,6 +52,7 @@
                                                                        Vellum::Kernels::hostFormChoice<K>(),        \
                                                                        Vellum::Kernels::takesWholeStrips<K>(),      \
                                                                        Vellum::Kernels::runsInRasterOrder<K>(),     \
+                                                                       Vellum::Kernels::hasCostlyPixels<K>(),       \
                                                                        Vellum::Kernels::hasParameterBlock<K>(),     \
                                                                        sizeof(K::Params),                           \
                                                                        Vellum::Kernels::accumulatorBytes<K>(),      \

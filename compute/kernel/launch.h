@@ -101,6 +101,7 @@ struct KernelDeclaration {
     bool (*hostFormTakes)(const ImageArgument* images);  ///< null: with neighbouring pixels next to each other
     bool hostFormTakesStrips;  ///< its form for whole pieces wants strips one pixel wide as they are, not turned
     bool inRasterOrder;        ///< one pixel after the other: later ones may overwrite what earlier ones wrote
+    bool costlyPixels;         ///< a few pixels are worth several threads
     bool hasParameterBlock;
     int parameterBytes;
     int accumulatorBytes;

@@ -3,16 +3,14 @@
 namespace Vellum::Compute::CUDA {
 
 Exception::Exception(int code, std::string name, const std::string& device, const std::string& doing)
-    : Vellum::Compute::Exception("%%(Device)%% failed while it " + doing + ": %%(Error)%% (%%(Code)%%)."),
-      code_(code),
-      name_(std::move(name)) {
+    : Exception(code, std::move(name), "%%(Device)%% failed while it %%(Doing)%%: %%(Error)%% (%%(Code)%%).") {
     set("Device", device);
-    set("Error", name_);
-    set("Code", code_);
+    set("Doing", doing);
 }
 
-Exception::Exception(int code, std::string name, std::string message)
-    : Vellum::Compute::Exception(std::move(message)), code_(code), name_(std::move(name)) {
+Exception::Exception(int code, std::string name, std::string_view message)
+    : Vellum::Compute::Exception(message), code_(code), name_(std::move(name)) {
+    set("UserMessage", message);
     set("Error", name_);
     set("Code", code_);
 }

@@ -2,12 +2,12 @@
 
 namespace Vellum::Compute {
 
-Exception::Exception(std::string message) {
-    set("UserMessage", message);
+Exception::Exception(std::string_view message) {
+    setPlainMessage(message);
 }
 
-void fail(std::string message, std::source_location where) {
-    Cobalt::Base::raise(Exception(std::move(message)), where);
+void fail(std::string_view message, std::source_location where) {
+    Cobalt::Base::raise(Exception(message), where);
 }
 
 }  // namespace Vellum::Compute

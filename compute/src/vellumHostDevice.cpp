@@ -131,7 +131,8 @@ void Work::chooseCut() {
     if (declaration_.inRasterOrder) return;
     const std::int64_t components = declaration_.perComponent ? call_.c1 - call_.c0 : 1;
     // A body that writes along an axis walks a whole line at each pixel.
-    const bool small = box_.pixels() * components < pixelsWorthThreads && !hasPattern(Pattern::axis, true);
+    const bool small = box_.pixels() * components < pixelsWorthThreads && !hasPattern(Pattern::axis, true) &&
+                       !declaration_.costlyPixels;
     if (small || threader_.threads() == 1 || !Vellum::Parallel::ThreadingEnabled()) return;
     int wanted = threader_.threads() * chunksPerThread;
     // A form that reads rows round its own begins each piece with those, so pieces are several times as high.

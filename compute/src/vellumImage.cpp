@@ -45,13 +45,17 @@ Layout layoutFor(const Info& info, const LayoutSpec& spec) {
 
 /// Kernels count the elements of a plane in 32 bits, rows padded.
 void requirePossible(const Info& info) {
-    if (info.components > 4)
+    if (info.components < 1 || info.components > 4)
         Vellum::Compute::fail("An image has 1 to 4 components, not " + std::to_string(info.components) + ".");
+    if (info.box.empty()) return;
     constexpr std::int64_t most = std::int64_t{1} << 30;
-    const bool corners = std::min(info.box.x0, info.box.y0) >= -most && std::max(info.box.x1, info.box.y1) <= most;
-    const std::int64_t paddedWidth = std::int64_t{info.box.width()} + 2 * floatsPerLine;
-    if (!info.box.empty() && (!corners || paddedWidth * info.box.height() * info.components >= 2 * most))
-        Vellum::Compute::fail("An image of " + toString(info.box) + " and " + std::to_string(info.components) +
+    const Box& box = info.box;
+    const bool corners = std::min(box.x0, box.y0) >= -most && std::max(box.x1, box.y1) <= most;
+    // Not Box::width(), which wraps round at 2^31. Divided, because the product might not fit into 64 bits.
+    const std::int64_t paddedWidth = std::int64_t{box.x1} - box.x0 + 2 * floatsPerLine;
+    const std::int64_t rows = std::int64_t{box.y1} - box.y0;
+    if (!corners || rows > (2 * most - 1) / (paddedWidth * info.components))
+        Vellum::Compute::fail("An image of " + toString(box) + " and " + std::to_string(info.components) +
                               " components is too large: it may have 2^31 values.");
 }
 
@@ -134,13 +138,13 @@ Image::Image(const Tile& tile)
     : tiles_{tile}, info_{tile.layout.box, tile.layout.components, tile.layout.type}, device_(tile.device()) {}
 
 void Image::reset(const Info& info, DeviceBase& device, const LayoutSpec& spec, unsigned, const MemoryKind& kind) {
-    const Info wanted = info;  // the caller may hand over this image's own
-    requirePossible(wanted);
-    *this = Image();
-    tiles_ = {allocateTile(layoutFor(wanted, spec), device, kind)};
-    info_ = wanted;
-    device_ = &device;
-    kind_ = kind;
+    requirePossible(info);
+    Image made;
+    made.tiles_.push_back(allocateTile(layoutFor(info, spec), device, kind));
+    made.info_ = info;
+    made.device_ = &device;
+    made.kind_ = kind;
+    *this = std::move(made);
 }
 
 Image Image::translate(const vnl_vector_fixed<int, 2>& offset) const {

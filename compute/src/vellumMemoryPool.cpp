@@ -14,6 +14,13 @@ namespace {
 
 constexpr std::size_t cacheLine = 64;
 constexpr std::size_t hugePage = std::size_t{2} << 20;
+/// No machine has as much; rounding up can't overflow below it.
+constexpr std::size_t mostBytes = std::size_t{1} << 59;
+
+[[noreturn]] void raiseShortage(std::size_t bytes) {
+    Cobalt::Base::raise(MemoryException("There is not enough memory: " + std::to_string(bytes >> 20) +
+                                        " MiB for one image could not be had."));
+}
 
 /// Sizes are rounded up to steps of at most an eighth, so that images of nearly one size share their blocks.
 std::size_t roundUp(std::size_t bytes) {
@@ -58,6 +65,7 @@ MemoryPool::~MemoryPool() {
 }
 
 Cobalt::Device::MemoryHandle MemoryPool::allocate(std::size_t bytes) {
+    if (bytes > mostBytes) raiseShortage(bytes);
     std::size_t size = roundUp(std::max<std::size_t>(bytes, 1));
     void* address = nullptr;
     {
@@ -65,9 +73,9 @@ Cobalt::Device::MemoryHandle MemoryPool::allocate(std::size_t bytes) {
         // Four planes serve where three are wanted: kept memory grows less with each kind of work that follows another.
         if (auto found = kept_.lower_bound(size); found != kept_.end() && found->first <= size + size / 2) {
             size = found->first;
-            address = found->second.back();
-            found->second.pop_back();
-            if (found->second.empty()) kept_.erase(found);
+            found = std::prev(kept_.upper_bound(size));  // the one that was in use last
+            address = found->second;
+            kept_.erase(found);
             bytesKept_ -= size;
         }
     }
@@ -76,9 +84,7 @@ Cobalt::Device::MemoryHandle MemoryPool::allocate(std::size_t bytes) {
         trim();
         address = source_->take(size);
     }
-    if (!address)
-        Cobalt::Base::raise(MemoryException("There is not enough memory: " + std::to_string(bytes >> 20) +
-                                            " MiB for one image could not be had."));
+    if (!address) raiseShortage(bytes);
     const auto giveBack = [this](void* taken) { source_->giveBack(taken); };
     std::unique_ptr<void, decltype(giveBack)> held(address, giveBack);
     Cobalt::Device::MemoryHandle block(new Block(address, size, shared_from_this()));
@@ -98,7 +104,7 @@ void MemoryPool::release(void* address, std::size_t bytes) {
 
 /// False where there is no memory for the list itself: blocks are released in destructors, which must not throw.
 bool MemoryPool::keep(void* address, std::size_t bytes) noexcept try {
-    kept_[bytes].push_back(address);
+    kept_.emplace(bytes, address);
     bytesKept_ += bytes;
     return true;
 } catch (const std::bad_alloc&) {
@@ -108,10 +114,9 @@ bool MemoryPool::keep(void* address, std::size_t bytes) noexcept try {
 void MemoryPool::trimTo(std::size_t bytes) {
     while (bytesKept_ > bytes) {
         const auto largest = std::prev(kept_.end());
-        source_->giveBack(largest->second.back());
-        largest->second.pop_back();
+        source_->giveBack(largest->second);
         bytesKept_ -= largest->first;
-        if (largest->second.empty()) kept_.erase(largest);
+        kept_.erase(largest);
     }
 }
 

@@ -1,15 +1,10 @@
 #include "framework/ResultCache.h"
 
-#include <unistd.h>
-
 #include <algorithm>
-#include <atomic>
 #include <bit>
 #include <cstdint>
-#include <cstring>
-#include <fstream>
-#include <string>
-#include <system_error>
+#include <istream>
+#include <ostream>
 #include <vector>
 
 #include "compute/HostDevice.h"
@@ -18,7 +13,6 @@ namespace Cobalt::Research::ResultCache {
 
 namespace {
 
-namespace fs = std::filesystem;
 using Fresco::Image::Channel;
 using Fresco::Image::Image_Cache;
 
@@ -44,7 +38,7 @@ bool readPlane(std::istream& file, float* pixels, std::size_t bytes) {
     Header header;
     if (!file.read(reinterpret_cast<char*>(&header), sizeof header) || header != Header{}) return false;
     if (!file.read(reinterpret_cast<char*>(pixels), static_cast<std::streamsize>(bytes))) return false;
-    return file.peek() == std::istream::traits_type::eof();
+    return file.peek() == std::istream::traits_type::eof() && !file.bad();
 }
 
 /// Rows of one component, perhaps with gaps.
@@ -59,7 +53,7 @@ struct Rows {
     bool withoutGaps() const { return pixelStride == 1 && rowStride == width; }
 };
 
-void writeRows(std::ofstream& file, const Rows& rows) {
+void writeRows(std::ostream& file, const Rows& rows) {
     const auto write = [&](const float* pixels, std::size_t bytes) {
         file.write(reinterpret_cast<const char*>(pixels), static_cast<std::streamsize>(bytes));
     };
@@ -76,27 +70,13 @@ void writeRows(std::ofstream& file, const Rows& rows) {
     }
 }
 
-/// A name of its own for each writer, in the folder of the file, that ends like no result.
-fs::path temporaryNameFor(const fs::path& file) {
-    static std::atomic<unsigned> number = 0;
-    return file.string() + "." + std::to_string(getpid()) + "-" + std::to_string(number++) + ".part";
-}
-
 bool storeRows(Image_Cache& cache, const Hash& key, const Rows& rows) {
-    if (!cache.add_file(key, rows.bytes() + sizeof(Header))) return false;
-    const fs::path target = cache.filename(key), temporary = temporaryNameFor(target);
-    std::error_code failed;
-    {
-        std::ofstream file(temporary, std::ios::binary);
-        const Header header;
-        file.write(reinterpret_cast<const char*>(&header), sizeof header);
-        writeRows(file, rows);
-        file.close();
-        if (file) fs::rename(temporary, target, failed);
-        if (file && !failed) return true;
-    }
-    fs::remove(temporary, failed);
-    return false;
+    const auto file = cache.add_file(key, rows.bytes() + sizeof(Header));
+    if (!file) return false;
+    const Header header;
+    file->stream().write(reinterpret_cast<const char*>(&header), sizeof header);
+    writeRows(file->stream(), rows);
+    return file->commit();
 }
 
 /// Calls rowsOf(i) for the i-th channel where there is no file yet.

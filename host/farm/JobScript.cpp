@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cctype>
 #include <filesystem>
+#include <stdexcept>
 #include <string_view>
 
 namespace ViewTint::Host {
@@ -62,9 +63,26 @@ std::vector<std::string> shotWords(const Submission& submission, const std::vect
     return words;
 }
 
+bool isControl(char c) {
+    const auto code = static_cast<unsigned char>(c);
+    return code < 0x20 || code == 0x7F;
+}
+
+/// With `\x0a` in place of a line's end, and so on.
+std::string withoutControls(const std::string& text) {
+    std::string shown;
+    for (const char c : text)
+        shown += isControl(c) ? fmt::format("\\x{:02x}", static_cast<unsigned char>(c)) : std::string(1, c);
+    return shown;
+}
+
 }  // namespace
 
 std::string shellWord(const std::string& word) {
+    if (const auto control = std::ranges::find_if(word, isControl); control != word.end())
+        throw std::invalid_argument(
+            fmt::format("'{}' has a control character, {}, which no job's script can hold; choose another name.",
+                        withoutControls(word), withoutControls(std::string(1, *control))));
     const bool plain = !word.empty() && std::ranges::all_of(word, [](unsigned char c) {
         return std::isalnum(c) || std::string_view("-_=+./,:@%").find(static_cast<char>(c)) != std::string_view::npos;
     });
@@ -80,6 +98,12 @@ std::string shellLine(const std::vector<std::string>& words) {
     for (const std::string& word : words)
         line += (line.empty() ? "" : " ") + shellWord(word);
     return line;
+}
+
+void checkWords(const Submission& submission) {
+    for (const auto& words : {std::vector{submission.program, submission.folder.string(), submission.output},
+                              submission.words, submission.slurmOptions})
+        shellLine(words);
 }
 
 std::vector<std::string> optionWords(const std::string& option, const std::string& value) {

@@ -8,9 +8,13 @@
 
 namespace ViewTint::Host {
 
-/// A word as a shell reads it back.
+/// A word as a shell reads it back. Throws std::invalid_argument for one with control characters: scripts, those who
+/// read them and the lines of Slurm's options don't agree on what they are.
 std::string shellWord(const std::string& word);
 std::string shellLine(const std::vector<std::string>& words);
+
+/// Throws std::invalid_argument where something of a submission can't be a word of a script.
+void checkWords(const Submission& submission);
 
 /// An option and its value, as one word where the value could be taken for an option.
 std::vector<std::string> optionWords(const std::string& option, const std::string& value);

@@ -3,47 +3,85 @@
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <boost/property_tree/json_parser.hpp>
-#include <boost/property_tree/ptree.hpp>
+#include <array>
 #include <cerrno>
 #include <cstddef>
 #include <fstream>
+#include <memory>
 #include <span>
+#include <stdexcept>
 #include <system_error>
 
 #include "host/farm/FarmError.h"
+#include "host/farm/JobScript.h"
+#include "host/farm/SubmissionText.h"
 #include "host/files/AtomicFile.h"
 
 namespace ViewTint::Host {
 
 namespace fs = std::filesystem;
-using boost::property_tree::ptree;
 
 namespace {
 
 constexpr const char* fileName = "submission.json";
-constexpr int formatVersion = 1;
-
-ptree listOf(const std::vector<std::string>& texts) {
-    ptree list;
-    for (const std::string& text : texts)
-        list.push_back({"", ptree(text)});
-    return list;
+/// The program and its folder out of a record are run as jobs of whoever submits them: it has to be his own.
+void requireTrusted(const fs::path& path, const struct ::stat& status, Submission::Use use) {
+    if ((status.st_mode & (S_IWGRP | S_IWOTH)) != 0)
+        throw FarmError(fmt::format(
+            "'{}' could have been changed by others, who may write to it, and it tells what jobs run. If you trust it: "
+            "chmod go-w {}",
+            path.string(), shellWord(path.string())));
+    if (use == Submission::Use::submit && status.st_uid != ::geteuid() && status.st_uid != 0)
+        throw FarmError(fmt::format(
+            "'{}' belongs to another user ({}), who alone can submit this again; give the frames another name.",
+            path.string(), status.st_uid));
 }
 
-std::vector<std::string> textsIn(const ptree& list) {
-    std::vector<std::string> texts;
-    for (const auto& [name, item] : list)
-        texts.push_back(item.data());
-    return texts;
+std::string reason() {
+    return std::generic_category().message(errno);
+}
+
+void requireTrustedFolder(const fs::path& folder, Submission::Use use) {
+    struct ::stat status {};
+    if (::stat(folder.c_str(), &status) != 0)
+        throw FarmError(fmt::format("Cannot look at the folder '{}' ({}).", folder.string(), reason()));
+    requireTrusted(folder, status, use);
+}
+
+/// A file's text, from a file that is no link, no device and no larger than a submission.
+std::string readTrusted(const fs::path& path, Submission::Use use) {
+    requireTrustedFolder(path.parent_path(), use);
+    const int descriptor = ::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+    const std::unique_ptr<const int, void (*)(const int*)> closing(&descriptor, [](const int* file) {
+        if (*file >= 0) ::close(*file);
+    });
+    struct ::stat status {};
+    if (descriptor < 0 || ::fstat(descriptor, &status) != 0)
+        throw FarmError(fmt::format("Cannot read '{}' ({}).", path.string(), reason()));
+    if (!S_ISREG(status.st_mode)) throw FarmError(fmt::format("'{}' is no file.", path.string()));
+    requireTrusted(path, status, use);
+    std::string text;
+    std::array<char, 65536> buffer;
+    for (ssize_t count; text.size() <= longestSubmission && (count = ::read(descriptor, buffer.data(), buffer.size()));)
+        if (count > 0)
+            text.append(buffer.data(), static_cast<std::size_t>(count));
+        else if (errno != EINTR)
+            throw FarmError(fmt::format("Cannot read '{}' ({}).", path.string(), reason()));
+    return text;
+}
+
+/// Others may not write to what is made here, whatever the user's mask says.
+void keepToOwner(const fs::path& path) {
+    fs::permissions(path, fs::perms::group_write | fs::perms::others_write, fs::perm_options::remove);
 }
 
 void makeFolder(const fs::path& folder) {
     std::error_code failed;
-    fs::create_directories(folder, failed);
+    if (fs::create_directories(folder, failed)) keepToOwner(folder);
     if (failed) throw FarmError(fmt::format("Cannot make the folder '{}' ({}).", folder.string(), failed.message()));
 }
 
@@ -62,33 +100,29 @@ bool Submission::exists(const FramePattern& output) {
     return fs::exists(farmFolderOf(output) / fileName, ignored);
 }
 
-Submission Submission::load(const FramePattern& output) {
+Submission Submission::load(const FramePattern& output, Use use) {
     const fs::path path = farmFolderOf(output) / fileName;
     if (!exists(output))
         throw FarmError(
             fmt::format("'{}' was not submitted: there is no '{}'. Give the name of the frames as they were submitted.",
                         output.text(), path.string()));
+    const std::string text = readTrusted(path, use);
     try {
-        ptree tree;
-        boost::property_tree::read_json(path.string(), tree);
-        if (tree.get<int>("format") != formatVersion)
-            throw FarmError(fmt::format("'{}' is of another version of this program.", path.string()));
-        Submission submission;
-        submission.record = {tree.get<std::string>("version"), tree.get<std::string>("controls"),
-                             tree.get<std::string>("options")};
-        submission.program = tree.get<std::string>("program");
-        submission.folder = tree.get<std::string>("folder");
-        submission.output = tree.get<std::string>("output");
-        submission.words = textsIn(tree.get_child("render"));
-        submission.frames = parseFrames(tree.get<std::string>("frames"));
-        submission.chunk = tree.get<int>("chunk");
-        submission.slurmOptions = textsIn(tree.get_child("slurm"));
-        for (const auto& [name, job] : tree.get_child("jobs"))
-            submission.jobs.push_back({job.get<long>("id"), textsIn(job.get_child("chunks"))});
+        Submission submission = submissionFromText(text);
+        std::error_code failed;
+        if (!fs::equivalent(submission.farmFolder(), path.parent_path(), failed))
+            throw FarmError(
+                fmt::format("'{}' tells of '{}', not of these frames: their folder was moved or copied. Submit "
+                            "the shot again; frames that are fine are kept.",
+                            path.string(), submission.output));
         return submission;
-    } catch (const boost::property_tree::ptree_error& error) {
-        throw FarmError(fmt::format("Cannot read '{}': {}. Submit the shot again; frames that are fine are kept.",
-                                    path.string(), error.what()));
+    } catch (const std::invalid_argument& error) {
+        std::string what = error.what();
+        if (what.ends_with('.')) what.pop_back();
+        throw FarmError(
+            fmt::format("Cannot use '{}': {}. Remove it and submit the shot again; frames that are fine are "
+                        "kept.",
+                        path.string(), what));
     }
 }
 
@@ -97,42 +131,32 @@ void Submission::makeFolders() const {
 }
 
 void Submission::save() const {
-    ptree tree, list;
-    tree.put("format", formatVersion);
-    tree.put("version", record.version);
-    tree.put("controls", record.controls);
-    tree.put("options", record.options);
-    tree.put("program", program);
-    tree.put("folder", folder.string());
-    tree.put("output", output);
-    tree.put_child("render", listOf(words));
-    tree.put("frames", formatFrames(frames));
-    tree.put("chunk", chunk);
-    tree.put_child("slurm", listOf(slurmOptions));
-    for (const Job& job : jobs) {
-        ptree item;
-        item.put("id", job.id);
-        item.put_child("chunks", listOf(job.chunks));
-        list.push_back({"", item});
+    const fs::path path = farmFolder() / fileName;
+    std::string text;
+    try {
+        text = textOf(*this);
+    } catch (const std::invalid_argument& error) {
+        throw FarmError(
+            fmt::format("'{}' can't be written so that it could be read again: {}.", path.string(), error.what()));
     }
-    tree.put_child("jobs", list);
-    AtomicFile file(farmFolder() / fileName);
+    AtomicFile file(path);
     std::ofstream stream(file.temporaryPath());
-    boost::property_tree::write_json(stream, tree);
+    stream << text;
     stream.close();
-    if (!stream)
-        throw FarmError(fmt::format("Cannot write '{}'; is the disk full?", (farmFolder() / fileName).string()));
+    if (!stream) throw FarmError(fmt::format("Cannot write '{}'; is the disk full?", path.string()));
+    keepToOwner(file.temporaryPath());
     file.commit();
 }
 
 Submission::Lock::Lock(const FramePattern& output) {
     const fs::path folder = farmFolderOf(output);
     makeFolder(folder);
-    descriptor_ = ::open((folder / ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+    requireTrustedFolder(folder, Use::submit);
+    descriptor_ = ::open((folder / ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0644);
     if (descriptor_ < 0 || ::flock(descriptor_, LOCK_EX) != 0) {
-        const std::string reason = std::generic_category().message(errno);
+        const std::string why = reason();
         if (descriptor_ >= 0) ::close(descriptor_);
-        throw FarmError(fmt::format("The folder '{}' can't be locked ({}).", folder.string(), reason));
+        throw FarmError(fmt::format("The folder '{}' can't be locked ({}).", folder.string(), why));
     }
 }
 

@@ -34,8 +34,11 @@ struct Submission {
 
     static std::filesystem::path farmFolderOf(const FramePattern& output);
     static bool exists(const FramePattern& output);
-    /// Throws FarmError where there is none, or it can't be read.
-    static Submission load(const FramePattern& output);
+    /// Whether jobs are made of a record, or it is looked at.
+    enum class Use { look, submit };
+    /// Throws FarmError where there is none, it isn't whole, is of other frames, or could have been written by others;
+    /// where jobs are made of it also where it belongs to another user.
+    static Submission load(const FramePattern& output, Use use);
     /// Creates the folders for the record and the logs. Throws FarmError.
     void makeFolders() const;
     /// Throws FileError, FarmError.

@@ -15,9 +15,11 @@
 #include <fstream>
 #include <functional>
 #include <string>
+#include <string_view>
 #include <system_error>
 
 #include "base/Failure.h"
+#include "host/files/Descriptor.h"
 #include "host/files/MultiViewFile.h"
 
 namespace ViewTint::Host {
@@ -61,21 +63,6 @@ void releaseSlot(int index) {
     if (index >= 0) slots[static_cast<std::size_t>(index)].state = Slot::unused;
 }
 
-/// Closes a descriptor whatever happens.
-class Descriptor {
-public:
-    explicit Descriptor(int value) : value_(value) {}
-    ~Descriptor() {
-        if (value_ >= 0) ::close(value_);
-    }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    int value() const { return value_; }
-
-private:
-    int value_;
-};
-
 bool syncPath(const fs::path& path) {
     const Descriptor descriptor(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
     return descriptor.value() >= 0 && ::fsync(descriptor.value()) == 0;
@@ -85,38 +72,39 @@ fs::path folderOf(const fs::path& path) {
     return path.has_parent_path() ? path.parent_path() : fs::path(".");
 }
 
-// ---- temporary names: .TARGET.viewtint-KERNEL-NUMBER, the number 0 unless several processes write one target ------
+// ---- temporary names: .viewtint-TARGET-KERNEL-NUMBER.partial
+// ---------------------------------------------------------
 
-constexpr const char* temporaryMark = ".viewtint-";
+constexpr std::string_view temporaryPrefix = ".viewtint-", temporarySuffix = ".partial";
 
 /// Locks are sure between processes of one running kernel; not every disk tells other machines of them.
 const std::string& runningKernel() {
     static const std::string mark = [] {
         std::string id;
         std::getline(std::ifstream("/proc/sys/kernel/random/boot_id"), id);
-        return fmt::format("{}{:0<8.8}-", temporaryMark, id);
+        return fmt::format("-{:0<8.8}-", id);
     }();
     return mark;
 }
 
-/// Room is left in a name's 255 bytes for what follows.
+/// Room is left in a name's 255 bytes for what stands round it.
 std::string shortened(const std::string& name) {
     constexpr std::size_t most = 200;
     if (name.size() <= most) return name;
     std::size_t end = most - 17;
-    while (end > 0 && (static_cast<unsigned char>(name[end]) & 0xc0) == 0x80)
+    while (end > 0 && (static_cast<unsigned char>(name[end]) & 0xc0) == 0x80)  // within a character of UTF-8
         --end;
     return fmt::format("{}~{:016x}", name.substr(0, end), std::hash<std::string>()(name));
 }
 
+/// The number is 0 unless a target is written several times at once.
 fs::path temporaryFor(const fs::path& target, unsigned number) {
-    return folderOf(target) / fmt::format(".{}{}{}", shortened(target.filename().string()), runningKernel(), number);
+    return folderOf(target) / fmt::format("{}{}{}{}{}", temporaryPrefix, shortened(target.filename().string()),
+                                          runningKernel(), number, temporarySuffix);
 }
 
-bool isTemporary(const std::string& name) {
-    const std::size_t mark = name.rfind(temporaryMark);
-    return mark != name.npos && mark > 0 && name.front() == '.' &&
-           name.find_first_not_of("0123456789abcdef-", mark + std::strlen(temporaryMark)) == name.npos;
+bool isTemporary(std::string_view name) {
+    return name.starts_with(temporaryPrefix) && name.ends_with(temporarySuffix);
 }
 
 /// Whether a file was written to within the last hour, by the clock of the disk that it is on.
@@ -142,7 +130,7 @@ bool removeIfAbandoned(const fs::path& path) {
     if (::fstat(file.value(), &status) != 0 || !S_ISREG(status.st_mode)) return false;
     if (::flock(file.value(), LOCK_EX | LOCK_NB) != 0) return false;  // in use, or on a disk without locks
     if (!isStillNamed(path.c_str(), file.value())) return true;
-    const bool ofThisKernel = path.native().find(runningKernel()) != std::string::npos;
+    const bool ofThisKernel = path.filename().native().find(runningKernel()) != std::string::npos;
     if (!ofThisKernel && isFresh(path, file.value())) return false;
     return ::unlink(path.c_str()) == 0;
 }
@@ -164,9 +152,10 @@ void checkTarget(const fs::path& shown, const fs::path& target) {
     }
     const fs::file_status status = fs::status(target, ignored);
     if (!fs::exists(status) && fs::is_symlink(fs::symlink_status(target, ignored))) {
-        throw FileError(fmt::format("Cannot write '{}': it is a link to '{}', which isn't there; remove the link, or "
-                                    "give another name.",
-                                    shown.string(), fs::read_symlink(target, ignored).string()));
+        throw FileError(
+            fmt::format("Cannot write '{}': it is a link to '{}', which isn't there; remove the link, or "
+                        "give another name.",
+                        shown.string(), fs::read_symlink(target, ignored).string()));
     }
     if (fs::is_directory(status)) {
         throw FileError(fmt::format("Cannot write '{}': it is a folder; give the name of a file.", shown.string()));
@@ -196,12 +185,11 @@ AtomicFile::AtomicFile(const fs::path& target) : shownPath_(target) {
 bool AtomicFile::tryCreate(unsigned mode) {
     for (;;) {
         const char* path = temporaryPath_.c_str();
-        descriptor_ = ::open(path, O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC | O_NOFOLLOW, static_cast<mode_t>(mode));
-        if (descriptor_ >= 0) {
+        file_ = Descriptor(::open(path, O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC | O_NOFOLLOW, mode_t{mode}));
+        if (file_) {
             // On a disk without locks nobody gets one, and the file is let be.
-            (void)::flock(descriptor_, LOCK_EX | LOCK_NB);
-            if (isStillNamed(path, descriptor_)) return true;
-            ::close(descriptor_);  // it was taken for abandoned before it was locked
+            (void)::flock(file_.value(), LOCK_EX | LOCK_NB);
+            if (isStillNamed(path, file_.value())) return true;  // or it was taken for abandoned before that
         } else if (errno != EEXIST) {
             throw FileError(fmt::format("Cannot write '{}': the folder '{}' takes no new file ({}).",
                                         shownPath_.string(), folderOf(target_).string(),
@@ -220,7 +208,7 @@ void AtomicFile::create() {
     do
         temporaryPath_ = temporaryFor(target_, number++);
     while (!tryCreate(mode));
-    slot_ = armSlot(temporaryPath_, descriptor_);
+    slot_ = armSlot(temporaryPath_, file_.value());
     pending_ = true;
     removeAbandonedFrom(target_, number);
 }
@@ -228,32 +216,31 @@ void AtomicFile::create() {
 AtomicFile::~AtomicFile() {
     if (pending_) ::unlink(temporaryPath_.c_str());
     releaseSlot(slot_);
-    ::close(descriptor_);
 }
 
 /// Of the file that is replaced.
 void AtomicFile::takeOverPermissions() const {
     struct stat old {
     }, made{};
-    if (::stat(target_.c_str(), &old) != 0 || ::fstat(descriptor_, &made) != 0) return;
+    if (::stat(target_.c_str(), &old) != 0 || ::fstat(file_.value(), &made) != 0) return;
     mode_t mode = old.st_mode & 07777;
-    if (::fchown(descriptor_, old.st_uid, old.st_gid) != 0) {
+    if (::fchown(file_.value(), old.st_uid, old.st_gid) != 0) {
         mode &= 01777;
         // What one group may do isn't meant for another.
-        if (made.st_gid != old.st_gid && ::fchown(descriptor_, static_cast<uid_t>(-1), old.st_gid) != 0)
+        if (made.st_gid != old.st_gid && ::fchown(file_.value(), static_cast<uid_t>(-1), old.st_gid) != 0)
             mode = (mode & ~mode_t{070}) | (mode & 007) << 3;
     }
-    (void)::fchmod(descriptor_, mode);
+    (void)::fchmod(file_.value(), mode);
 }
 
 void AtomicFile::commit() {
     const auto failure = [&](const std::string& reason) {
         return FileError(fmt::format("Cannot write '{}': {}.", shownPath_.string(), reason));
     };
-    if (!isStillNamed(temporaryPath_.c_str(), descriptor_))
+    if (!isStillNamed(temporaryPath_.c_str(), file_.value()))
         throw failure("its unfinished file was removed meanwhile; run again");
     takeOverPermissions();
-    if (::fsync(descriptor_) != 0 || ::rename(temporaryPath_.c_str(), target_.c_str()) != 0)
+    if (::fsync(file_.value()) != 0 || ::rename(temporaryPath_.c_str(), target_.c_str()) != 0)
         throw failure(Cobalt::Base::systemText(errno));
     pending_ = false;
     syncPath(folderOf(target_));  // some file systems cannot sync a folder; the file itself is safe already

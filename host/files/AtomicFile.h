@@ -2,6 +2,8 @@
 
 #include <filesystem>
 
+#include "host/files/Descriptor.h"
+
 namespace ViewTint::Host {
 
 /// A file that appears under its name only when it is whole.
@@ -36,7 +38,7 @@ private:
     std::filesystem::path target_;
     std::filesystem::path temporaryPath_;
     int slot_ = -1;
-    int descriptor_ = -1;  ///< holds a lock on the temporary file: it tells other processes that this one lives
+    Descriptor file_;  ///< holds a lock on the temporary file: it tells other processes that this one lives
     bool pending_ = false;
 };
 

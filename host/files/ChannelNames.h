@@ -12,7 +12,8 @@ struct ViewChannel {
 };
 
 /// Splits the name that a file has for a channel: the second-to-last component is the view's name ("right.R",
-/// "disparityL.right.x"). A name without one belongs to the default view, the first of `views`.
+/// "disparityL.right.x"). A name without one belongs to the default view, the first of `views`,
+/// which has one at least.
 ViewChannel splitViewName(const std::string& fileName, const std::vector<std::string>& views);
 
 /// The name of a view's channel in a one-part file: the opposite of splitViewName. Names of the default view's

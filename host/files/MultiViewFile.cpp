@@ -10,6 +10,7 @@
 #include <cstring>
 #include <limits>
 #include <new>
+#include <set>
 #include <utility>
 
 #include "base/Ensure.h"
@@ -18,6 +19,7 @@
 #include "host/files/ChannelNames.h"
 #include "host/files/HalfFloat.h"
 #include "host/files/MultiViewFileContents.h"
+#include "host/files/PictureLimits.h"
 
 namespace ViewTint::Host {
 
@@ -32,7 +34,7 @@ bool contains(const std::vector<std::string>& names, const std::string& name) {
 /// The views that a part's header speaks of; empty when it speaks of none.
 std::vector<std::string> viewsInHeader(const Imf::Header& header) {
     if (header.hasView()) return {header.view()};
-    if (Imf::hasMultiView(header)) return Imf::multiView(header);
+    if (Imf::hasMultiView(header)) return Imf::multiView(header);  // perhaps an empty list
     return {};
 }
 
@@ -91,10 +93,6 @@ std::size_t bytesOf(Imf::PixelType type) {
     return type == Imf::HALF ? 2 : 4;
 }
 
-FileStamp FileStamp::of(const std::filesystem::path& path) {
-    return {std::filesystem::file_size(path), std::filesystem::last_write_time(path)};
-}
-
 void MultiViewFile::Contents::nameChannels() {
     for (const StoredPart& part : parts) {
         for (const std::string& view : viewsInHeader(part.header)) {
@@ -103,14 +101,16 @@ void MultiViewFile::Contents::nameChannels() {
     }
     if (views.empty()) views.push_back(onlyView);
 
-    std::vector<std::string> begunViews;  // those of which an earlier part held the main layer
+    std::set<std::pair<std::string, std::string>> taken;  // by the channels before: views and names
+    std::vector<std::string> begunViews;                  // those of which an earlier part held the main layer
     for (StoredPart& part : parts) {
-        const bool partOfOneView = part.header.hasView() || !Imf::hasMultiView(part.header);
+        const std::vector<std::string> ownViews = viewsInHeader(part.header);
+        const bool partOfOneView = part.header.hasView() || ownViews.empty();
         const std::string partView = part.header.hasView() ? part.header.view() : views.front();
         const std::string layer = part.header.hasName() ? layerOfPart(part.header.name(), partView) : "";
         for (StoredChannel& channel : part.channels) {
             if (!partOfOneView) {
-                const ViewChannel split = splitViewName(channel.fileName, viewsInHeader(part.header));
+                const ViewChannel split = splitViewName(channel.fileName, ownViews);
                 channel.view = split.view;
                 channel.name = split.channel;
             } else {
@@ -124,8 +124,8 @@ void MultiViewFile::Contents::nameChannels() {
                 if (contains(begunViews, partView)) std::swap(channel.name, channel.secondName);
             }
             // Two channels under one name: the later one is shown as the file has it.
-            const Location earlier = find(channel.view, channel.name);
-            if (earlier.channel != nullptr && earlier.channel != &channel) channel.name = channel.fileName;
+            if (taken.contains({channel.view, channel.name})) channel.name = channel.fileName;
+            taken.insert({channel.view, channel.name});
         }
         if (partOfOneView) begunViews.push_back(partView);
     }
@@ -215,6 +215,15 @@ const std::filesystem::path& MultiViewFile::pathOf(const std::string& view) cons
     return file ? file->path() : path();
 }
 
+std::string MultiViewFile::identity() const {
+    std::string text;
+    for (const FileIdentity& file : contents_->identities)
+        text += file.text() + "\n";
+    for (const auto& file : contents_->files)
+        text += file->identity();
+    return text;
+}
+
 void MultiViewFile::saveView(const std::string& view, const std::filesystem::path& path) const {
     const MultiViewFile* file = fileOf(view);
     (file ? *file : *this).save(path);
@@ -286,12 +295,8 @@ Box MultiViewFile::dataBox(const std::string& view) const {
                           : Box{std::min(all.x0, box.x0), std::min(all.y0, box.y0), std::max(all.x1, box.x1),
                                 std::max(all.y1, box.y1)};
     }
-    constexpr std::int64_t mostPixels = std::int64_t{1} << 28;
-    if (all.pixels() > mostPixels || all.width() <= 0 || all.height() <= 0)
-        throw FileError(
-            fmt::format("'{}': the parts of the view '{}' lie too far apart to be one picture; check their "
-                        "data windows.",
-                        contents_->path.string(), view));
+    PictureLimits::current().requireSize(contents_->path, "data window (of all parts of a view)",
+                                         std::int64_t{all.x1} - all.x0, std::int64_t{all.y1} - all.y0);
     return all;
 }
 
@@ -359,8 +364,10 @@ MultiViewFile MultiViewFile::make(std::span<const ViewFile> sources, int width, 
                                   std::span<const NewView> views, PixelStorage storage) {
     auto contents = std::make_unique<Contents>();
     contents->path = sources.front().path;
-    for (const ViewFile& source : sources)
+    for (const ViewFile& source : sources) {
         contents->viewPaths[source.view] = source.path;
+        contents->identities.push_back(source.identity);
+    }
     StoredPart part;
     part.header = Imf::Header(width, height);
     part.replaced = true;

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "compute/Box.h"
+#include "host/files/FileIdentity.h"
 
 namespace ViewTint::Host {
 
@@ -49,9 +50,10 @@ enum class PixelStorage { half, single };
 /// upward. Files count rows downward; this class turns them over, both ways.
 class MultiViewFile {
 public:
-    /// Reads headers and pixels. Throws FileError: no such file, not an OpenEXR picture, truncated or damaged; deep
-    /// pixels, subsampled channels and several resolution levels are refused. With `channels`, named without their
-    /// view, only the pixels of these are read; no others may be asked for, nor may any be replaced.
+    /// Reads headers and pixels. Throws FileError: no such file, not an OpenEXR picture, truncated or damaged, changed
+    /// while it was read; deep pixels, subsampled channels and several resolution levels are refused. With `channels`,
+    /// named without their view, only the pixels of these are read; no others may be asked for, nor may any be
+    /// replaced.
     static MultiViewFile open(const std::filesystem::path& path,
                               const std::optional<std::set<std::string>>& channels = {});
 
@@ -62,6 +64,7 @@ public:
     struct ViewFile {
         std::string view;
         std::filesystem::path path;
+        FileIdentity identity = {};  ///< for `make`: of what was read
     };
     static MultiViewFile openViews(std::span<const ViewFile> files,
                                    const std::optional<std::set<std::string>>& channels = {});
@@ -78,6 +81,9 @@ public:
     const std::filesystem::path& path() const;
     /// The file that holds a view.
     const std::filesystem::path& pathOf(const std::string& view) const;
+
+    /// The identities of all files that the pixels were read from, as they were when they were read.
+    std::string identity() const;
 
     /// Names of the views in the file's order, the default view first. A file without views has one, "main".
     const std::vector<std::string>& views() const;

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "compute/Device.h"
+#include "host/files/FileIdentity.h"
 #include "host/files/MultiViewFile.h"
 
 namespace ViewTint::Host {
@@ -53,15 +54,6 @@ struct StoredPart {
     bool tiled() const { return header.hasTileDescription(); }
 };
 
-/// What a file was when it was read, to notice that it has changed since.
-struct FileStamp {
-    std::uintmax_t size = 0;
-    std::filesystem::file_time_type time;
-
-    static FileStamp of(const std::filesystem::path& path);
-    friend bool operator==(const FileStamp&, const FileStamp&) = default;
-};
-
 struct MultiViewFile::Contents {
     struct Location {
         const StoredPart* part = nullptr;
@@ -69,7 +61,7 @@ struct MultiViewFile::Contents {
     };
 
     std::filesystem::path path;
-    FileStamp stamp;
+    std::vector<FileIdentity> identities;  ///< of what was read into `parts`
     std::vector<std::string> views;
     Imath::Box2i display;
     std::vector<StoredPart> parts;

@@ -8,7 +8,6 @@
 #include <ImfOutputFile.h>
 #include <ImfOutputPart.h>
 #include <ImfPartType.h>
-#include <ImfStdIO.h>
 #include <ImfTestFile.h>
 #include <ImfThreading.h>
 #include <ImfTiledInputPart.h>
@@ -16,18 +15,23 @@
 #include <ImfTiledOutputPart.h>
 #include <ImfVersion.h>
 #include <fmt/format.h>
-#include <unistd.h>
 
 #include <algorithm>
+#include <climits>
 #include <cstdint>
+#include <mutex>
 #include <new>
+#include <optional>
 #include <string_view>
 #include <type_traits>
 
 #include "host/files/AtomicFile.h"
+#include "host/files/ExrScan.h"
 #include "host/files/ExrStream.h"
+#include "host/files/InputFile.h"
 #include "host/files/MultiViewFile.h"
 #include "host/files/MultiViewFileContents.h"
+#include "host/files/PictureLimits.h"
 #include "host/files/ZipPart.h"
 
 namespace ViewTint::Host {
@@ -38,60 +42,36 @@ namespace {
 
 // ---- reading ---------------------------------------------------------------------------------------------------
 
-void checkReadable(const fs::path& path) {
-    std::error_code ignored;
-    const fs::file_status status = fs::status(path, ignored);
-    if (!fs::exists(status)) {
-        throw FileError(
-            fmt::format("Cannot read '{}': there is no such file; check its name and folder.", path.string()));
-    }
-    if (fs::is_directory(status)) {
-        throw FileError(fmt::format("Cannot read '{}': it is a folder; give the name of a picture.", path.string()));
-    }
-    if (::access(path.c_str(), R_OK) != 0) {
-        throw FileError(fmt::format("Cannot read '{}': no permission; change the file's mode.", path.string()));
-    }
-    if (!Imf::isOpenExrFile(path.c_str())) {
+void requireOpenExr(InputFile& file, const fs::path& path) {
+    const bool isOpenExr = Imf::isOpenExrFile(file);
+    file.seekg(0);
+    if (!isOpenExr)
         throw FileError(
             fmt::format("Cannot read '{}': it is not an OpenEXR picture; separate pictures can be packed "
                         "into one first.",
                         path.string()));
-    }
 }
 
-FileError incomplete(const fs::path& path, const std::string& detail) {
-    return FileError(fmt::format("Cannot read '{}': it is truncated or damaged{}; write or copy it again.",
-                                 path.string(), detail.empty() ? "" : " (" + detail + ")"));
+/// A second lock: scanExr has refused such headers before.
+void limitLibrary() {
+    static std::once_flag once;
+    std::call_once(once, [] {
+        const int side = static_cast<int>(std::min<std::uint64_t>(PictureLimits::current().side, INT_MAX));
+        Imf::Header::setMaxImageSize(side, side);
+        Imf::Header::setMaxTileSize(side, side);
+    });
 }
 
 FileError unsupported(const fs::path& path, const std::string& what, const std::string& remedy) {
     return FileError(fmt::format("Cannot read '{}': it has {}; {}.", path.string(), what, remedy));
 }
 
-void checkSupported(const fs::path& path, const Imf::Header& header) {
-    if (header.hasType() && !Imf::isImage(header.type())) {
-        throw unsupported(path, "deep pixels", "flatten the picture first");
-    }
-    if (header.hasTileDescription() && header.tileDescription().mode != Imf::ONE_LEVEL) {
-        throw unsupported(path, "several resolution levels", "write it with one level");
-    }
-    for (auto channel = header.channels().begin(); channel != header.channels().end(); ++channel) {
-        if (channel.channel().xSampling != 1 || channel.channel().ySampling != 1) {
-            throw unsupported(path, fmt::format("the subsampled channel '{}'", channel.name()),
-                              "write it with a value for every pixel");
-        }
-    }
-}
-
-/// A damaged header may promise any size. The best compression packs an all-black picture 21000-fold.
-void checkPlausibleSize(const fs::path& path, std::int64_t pixels, const Imf::Header& header, std::uintmax_t fileSize) {
-    constexpr std::uint64_t alwaysAllowed = std::uint64_t{1} << 30;
-    constexpr std::uint64_t largestRatio = 50000;
-    std::uint64_t bytes = 0;
-    for (auto channel = header.channels().begin(); channel != header.channels().end(); ++channel) {
-        bytes += static_cast<std::uint64_t>(pixels) * bytesOf(channel.channel().type);
-    }
-    if (bytes > alwaysAllowed && bytes / largestRatio > fileSize) throw incomplete(path, "impossible size");
+void checkSupported(const fs::path& path, const ExrPart& part) {
+    if (part.deep) throw unsupported(path, "deep pixels", "flatten the picture first");
+    if (part.severalLevels) throw unsupported(path, "several resolution levels", "write it with one level");
+    if (!part.subsampledChannel.empty())
+        throw unsupported(path, fmt::format("the subsampled channel '{}'", part.subsampledChannel),
+                          "write it with a value for every pixel");
 }
 
 /// The library refuses parts of unlike display windows as it refuses damaged files; only its words differ.
@@ -125,13 +105,10 @@ void readScanLines(Imf::MultiPartInputFile& file, int index, const Imath::Box2i&
     input.readPixels(window.min.y, window.max.y);
 }
 
-StoredPart readHeader(Imf::MultiPartInputFile& file, int index, const fs::path& path, std::uintmax_t fileSize) {
+StoredPart readHeader(Imf::MultiPartInputFile& file, int index, const fs::path& path) {
     StoredPart part;
     part.header = file.header(index);
-    checkSupported(path, part.header);
-    const std::int64_t pixels = part.width() * part.height();
-    checkPlausibleSize(path, pixels, part.header, fileSize);
-    if (!file.partComplete(index)) throw incomplete(path, "");
+    if (!file.partComplete(index)) throw damagedFile(path, "");
 
     const Imf::ChannelList& list = part.header.channels();
     for (auto channel = list.begin(); channel != list.end(); ++channel) {
@@ -175,13 +152,13 @@ void decodePixels(Imf::MultiPartInputFile& file, int index, const StoredPart& pa
 }
 
 /// Reading a one-part file adds a `type` attribute to its header in memory; true if the file itself has one.
-bool onePartHeaderHasType(const fs::path& path) {
-    Imf::StdIFStream stream(path.c_str());
+bool onePartHeaderHasType(InputFile& file) {
+    file.seekg(0);
     char magicAndVersion[8];
-    stream.read(magicAndVersion, sizeof magicAndVersion);
+    file.read(magicAndVersion, sizeof magicAndVersion);
     int version = static_cast<unsigned char>(magicAndVersion[5]) << 8 | static_cast<unsigned char>(magicAndVersion[4]);
     Imf::Header header;
-    header.readFrom(stream, version);
+    header.readFrom(file, version);
     return header.hasType();
 }
 
@@ -246,30 +223,36 @@ void setFileThreads(int count) try {
 template <class ReadPart>
 std::unique_ptr<MultiViewFile::Contents> MultiViewFile::readParts(const fs::path& path, int threads,
                                                                   ReadPart readPart) {
-    checkReadable(path);
+    InputFile input(path);
     auto contents = std::make_unique<Contents>();
     contents->path = path;
+    contents->identities.push_back(input.identity());
     try {
-        contents->stamp = FileStamp::of(path);
-        Imf::MultiPartInputFile file(path.c_str(), threads, /*reconstructChunkOffsetTable=*/false);
+        requireOpenExr(input, path);
+        for (const ExrPart& part : scanExr(input, path))
+            checkSupported(path, part);
+        limitLibrary();
+        Imf::MultiPartInputFile file(input, threads, /*reconstructChunkOffsetTable=*/false);
         for (int index = 0; index < file.parts(); ++index) {
-            contents->parts.push_back(readHeader(file, index, path, contents->stamp.size));
+            contents->parts.push_back(readHeader(file, index, path));
         }
         contents->nameChannels();
         for (int index = 0; index < file.parts(); ++index)
             readPart(file, index, contents->parts[static_cast<std::size_t>(index)]);
-        if (!Imf::isMultiPart(file.version()) && !onePartHeaderHasType(path)) contents->parts[0].header.erase("type");
+        if (!Imf::isMultiPart(file.version()) && !onePartHeaderHasType(input)) contents->parts[0].header.erase("type");
+        input.requireUnchanged();
     } catch (const FileError&) {
         throw;
     } catch (const std::bad_alloc&) {
         throw FileError(
             fmt::format("Cannot read '{}': there is not enough memory for a picture of this size.", path.string()));
     } catch (const std::exception& error) {
+        input.requireUnchanged();
         if (tellsUnlikeSizes(error)) {
             throw FileError(fmt::format("Cannot read '{}': its parts differ in size; write all views with one size.",
                                         path.string()));
         }
-        throw incomplete(path, error.what());
+        throw damagedFile(path, error.what());
     }
     contents->display = contents->parts.front().header.displayWindow();
     return contents;
@@ -292,16 +275,23 @@ void MultiViewFile::save(const fs::path& path) const {
     AtomicFile target(path);
     ExrStream stream(target.temporaryPath(), path);
     try {
+        std::optional<InputFile> input;
         std::unique_ptr<Imf::MultiPartInputFile> source;
         std::vector<const StoredPart*> parts;
         for (const StoredPart& part : contents_->parts)
             if (part.saved) parts.push_back(&part);
         if (!std::ranges::all_of(parts, &StoredPart::replaced)) {
-            if (FileStamp::of(contents_->path) != contents_->stamp) {
+            try {
+                input.emplace(contents_->path);
+            } catch (const FileError&) {
+                throw FileError(fmt::format("Cannot write '{}': '{}' cannot be read again; run again.", path.string(),
+                                            contents_->path.string()));
+            }
+            if (input->identity() != contents_->identities.front()) {
                 throw FileError(fmt::format("Cannot write '{}': '{}' was changed meanwhile; run again.", path.string(),
                                             contents_->path.string()));
             }
-            source = std::make_unique<Imf::MultiPartInputFile>(contents_->path.c_str());
+            source = std::make_unique<Imf::MultiPartInputFile>(*input);
         }
         std::vector<Imf::Header> headers;
         for (const StoredPart* part : parts) {
@@ -315,9 +305,6 @@ void MultiViewFile::save(const fs::path& path) const {
         }
     } catch (const Iex::BaseExc& error) {
         throw FileError(fmt::format("Cannot write '{}': {}.", path.string(), error.what()));
-    } catch (const fs::filesystem_error& error) {
-        throw FileError(fmt::format("Cannot write '{}': '{}' cannot be read again ({}).", path.string(),
-                                    contents_->path.string(), error.code().message()));
     }
     stream.finish();
     target.commit();

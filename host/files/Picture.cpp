@@ -1,5 +1,6 @@
 #include "host/files/Picture.h"
 
+#include <ImfTestFile.h>
 #include <dlfcn.h>
 #include <fmt/format.h>
 
@@ -7,6 +8,8 @@
 #include <string>
 
 #include "host/files/AtomicFile.h"
+#include "host/files/ExrScan.h"
+#include "host/files/InputFile.h"
 #include "host/files/PictureCodec.h"
 
 namespace ViewTint::Host {
@@ -16,6 +19,7 @@ namespace fs = std::filesystem;
 namespace {
 
 std::atomic<int> threads = 0;
+constexpr std::uint64_t exrMagicBytes = 4;
 
 /// From where it was built, or from beside the program.
 void* loadLibrary() {
@@ -36,10 +40,31 @@ const PictureCodec& codec() {
                 "The library for pictures other than multi-view OpenEXR can't be loaded ({}); put it beside "
                 "the program, or build again.",
                 ::dlerror()));
+        get()->setLimits(PictureLimits::current());
         return get();
     }();
     if (const int wanted = threads.exchange(0); wanted > 0) loaded->setThreads(wanted);
     return *loaded;
+}
+
+/// Looks at what a decoder would take memory for before it does.
+void requireReasonable(const fs::path& path) {
+    std::error_code failed;
+    if (!fs::exists(path, failed) || fs::is_directory(path, failed)) return;  // the decoder says so
+    InputFile file(path);
+    if (file.size() >= exrMagicBytes && Imf::isOpenExrFile(file)) scanExr(file, path);
+}
+
+/// The decoders open files by their names.
+template <class Read>
+Picture readUnchanged(const fs::path& path, const char* decoding, Read read) {
+    const FileIdentity before = FileIdentity::of(path);
+    requireReasonable(path);
+    Picture picture = read();
+    before.requireUnchanged(FileIdentity::of(path), path);
+    picture.identity = before;
+    picture.identity.decoding = decoding;
+    return picture;
 }
 
 }  // namespace
@@ -49,14 +74,16 @@ void setPictureThreads(int count) {
 }
 
 Picture readPicture(const fs::path& path, Colourspace colourspace) {
-    return codec().readPicture(path, colourspace);
+    return readUnchanged(path, colourspace == Colourspace::sRGB ? "sRGB" : "linear",
+                         [&] { return codec().readPicture(path, colourspace); });
 }
 
 Picture readCodes(const fs::path& path) {
-    return codec().readCodes(path);
+    return readUnchanged(path, "codes", [&] { return codec().readCodes(path); });
 }
 
 Colourspace usualColourspace(const fs::path& path) {
+    requireReasonable(path);
     return codec().usualColourspace(path);
 }
 

@@ -15,18 +15,21 @@ struct Picture {
     int height = 0;
     std::vector<std::string> channels;       ///< "R", "G", "B", perhaps "A"; a grey picture has "Y"
     std::vector<std::vector<float>> planes;  ///< one for each channel, width * height values
+    FileIdentity identity = {};
 };
 
 enum class Colourspace { linear, sRGB };
 
 /// Reads a PNG, JPEG, TIFF, DPX or single-view OpenEXR picture through OpenImageIO. Integer codes become 0 to 1;
-/// with Colourspace::sRGB colour channels are decoded with the piecewise sRGB curve. Throws FileError.
+/// with Colourspace::sRGB colour channels are decoded with the piecewise sRGB curve. Throws FileError, also where
+/// the file was changed while it was read.
 Picture readPicture(const std::filesystem::path& path, Colourspace colourspace);
 
 /// Reads a one-channel picture with its integer codes as they are (255 stays 255). Throws FileError.
 Picture readCodes(const std::filesystem::path& path);
 
-/// sRGB for a picture stored as integers, linear for one stored as floats, sRGB also for one that can't be opened.
+/// sRGB for a picture stored as integers, linear for one stored as floats, sRGB also for one that can't be decoded.
+/// Throws FileError for one that is refused before that.
 Colourspace usualColourspace(const std::filesystem::path& path);
 
 /// Interleaved RGB in another size, by a triangle filter.

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "host/files/Picture.h"
+#include "host/files/PictureLimits.h"
 
 namespace ViewTint::Host {
 
@@ -15,6 +16,8 @@ class PictureCodec {
 public:
     virtual ~PictureCodec() = default;
     virtual void setThreads(int count) const = 0;
+    /// What may be read from now on; the library can't see this program's own.
+    virtual void setLimits(const PictureLimits& limits) const = 0;
     /// As the functions of these names in host/files/Picture.h.
     virtual Picture readPicture(const std::filesystem::path& path, Colourspace colourspace) const = 0;
     virtual Picture readCodes(const std::filesystem::path& path) const = 0;

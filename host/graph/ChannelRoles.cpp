@@ -33,13 +33,32 @@ void ChannelRoles::assign(const std::string& assignment) {
         const bool shortName =
             role.channel <= Fresco::Image::alphaChannel && wanted.size() == 1 && (wanted[0] | 0x20) == role.name[0];
         if (shortName || wanted == role.name) {
-            role.fileChannel = assignment.substr(equals + 1);
+            const std::string fileChannel = assignment.substr(equals + 1);
+            if (role.chosen && role.fileChannel != fileChannel)
+                throw SettingError(fmt::format("{} can't be read from two channels, '{}' and '{}'; choose one.",
+                                               role.name, role.fileChannel, fileChannel));
+            role.fileChannel = fileChannel;
             role.chosen = true;
             return;
         }
         known += (known.empty() ? "" : ", ") + role.name;
     }
     throw SettingError(fmt::format("There is no channel role '{}'; the roles are: {}.", wanted, known));
+}
+
+std::map<std::string, std::vector<ChannelRoles::Role>> ChannelRoles::sharing() const {
+    std::map<std::string, std::vector<Role>> sharing;
+    for (const Role& role : roles_)
+        sharing[role.fileChannel].push_back(role);
+    std::erase_if(sharing, [](const auto& channel) { return channel.second.size() < 2; });
+    return sharing;
+}
+
+ChannelRoles ChannelRoles::fallingBack(const std::function<bool(const std::string&)>& there) const {
+    ChannelRoles roles = *this;
+    for (Role& role : roles.roles_)
+        if (!there(role.fileChannel) && there(role.usualChannel)) role.fileChannel = role.usualChannel;
+    return roles;
 }
 
 const ChannelRoles::Role* ChannelRoles::find(Fresco::Image::Channel channel) const {

@@ -3,6 +3,8 @@
 #include <utility>
 
 #include "base/Ensure.h"
+#include "compute/Catalogue.h"
+#include "compute/Device.h"
 #include "host/graph/BuildIdentity.h"
 
 namespace ViewTint::Host {
@@ -37,6 +39,12 @@ std::unique_ptr<PlanarIop> makeOperator(const std::string& className, Fresco::Im
     ENSURE(planar, "{} delivers no planes", className);
     made.release();
     return std::unique_ptr<PlanarIop>(planar);
+}
+
+std::string computingDevice() {
+    if (const auto gpu = VellumLibrary::GetCurrentGPUContext(Cobalt::Device::APIEnum::CUDA))
+        return gpu->device().name();
+    return Vellum::CodeGen::toString(Vellum::CodeGen::instructionSet());
 }
 
 }  // namespace
@@ -118,9 +126,22 @@ Fresco::Image::Knob* OperatorNode::knob(std::string_view name) const {
     return nullptr;
 }
 
+/// The key of a result is made of everything that its pixels come from, and of nothing else:
+///  - the build of the program, and the device that computes: the GPU's name, or the CPU's instruction set. A render
+///  that
+///    had to leave the GPU for the CPU is kept as the GPU's;
+///  - the operator's class and the values of all its controls, the numbers of the chosen views among them; the frame
+///  and
+///    the view; what the operator adds of its own (the stereo pair, the number of views);
+///  - each input, neighbouring frames and the mask included, by its class and what it adds: FileReadOp the identity of
+///    the files that were read (path, device, inode, size, time, decoding: host/files/FileIdentity.h), those of all
+///    views, the view's name, the file that disparity was taken from or the estimator's name, and the channel of each
+///    role. A held frame is the file that is held; one beyond the shot is of a class of its own.
+/// Estimated disparity is kept by the same rule: its operator has no controls, and its build tells the estimator.
 Fresco::Image::Hash OperatorNode::hash() const {
     Fresco::Image::Hash hash;
     hash.append(buildIdentity());
+    hash.append(std::string_view(computingDevice()));
     hash.append(std::string_view(op_->Class()));
     for (const auto& knob : knobs_)
         hash.append(knob->get_value());

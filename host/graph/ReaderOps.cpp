@@ -1,7 +1,6 @@
 #include "host/graph/ReaderOps.h"
 
 #include <algorithm>
-#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -31,23 +30,30 @@ void scatter(const std::vector<float>& pixels, ImagePlane& plane, int component)
 
 /// Operators that fetch report failures with attributes in their own words, and others in no words at all.
 [[noreturn]] void raiseForOperators(const FileError& error) {
-    Cobalt::Base::Exception failure("%%(Error)%%");
-    failure.set("Error", error.what());
+    Cobalt::Base::Exception failure;
+    failure.setPlainMessage(error.what());
     Cobalt::Base::raise(std::move(failure));
 }
 
 }  // namespace
 
-FileReadOp::FileReadOp(std::shared_ptr<const MultiViewFile> file, std::string view, const ChannelRoles& roles)
-    : Iop(nullptr), file_(std::move(file)), view_(std::move(view)), roles_(roles) {}
+FileReadOp::FileReadOp(std::shared_ptr<const MultiViewFile> file, std::string view, ChannelRoles roles)
+    : Iop(nullptr), file_(std::move(file)), view_(std::move(view)), roles_(std::move(roles)) {}
 
 void FileReadOp::_validate(bool) {
     info_ = {};
     info_.box = file_->dataBox(view_);
-    info_.format = {file_->width(), file_->height()};
+    info_.shown = {file_->width(), file_->height()};
+    if (fillsWhatIsShown()) info_.format = info_.shown;
     for (const ChannelRoles::Role& role : roles_.all()) {
         if (file_->hasChannel(view_, role.fileChannel)) info_.channels.insert(role.channel);
     }
+}
+
+/// With pixels beside what is shown, or without some of it, in either view, its ends don't meet.
+bool FileReadOp::fillsWhatIsShown() const {
+    const Box shown{0, 0, file_->width(), file_->height()};
+    return std::ranges::all_of(file_->views(), [&](const std::string& view) { return file_->dataBox(view) == shown; });
 }
 
 void FileReadOp::fetchPlane(ImagePlane& plane) {
@@ -78,10 +84,7 @@ void FileReadOp::readInto(ImagePlane& plane) const {
 }
 
 void FileReadOp::append(Fresco::Image::Hash& hash) {
-    std::error_code ignored;
-    hash.append(file_->pathOf(view_).native());
-    hash.append(std::filesystem::file_size(file_->pathOf(view_), ignored));
-    hash.append(std::filesystem::last_write_time(file_->pathOf(view_), ignored).time_since_epoch().count());
+    hash.append(std::string_view(file_->identity()));
     hash.append(view_);
     hash.append(std::string_view(file_->addedFrom()));
     for (const ChannelRoles::Role& role : roles_.all())

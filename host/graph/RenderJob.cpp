@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "base/Exception.h"
+#include "base/Failure.h"
 #include "compute/StageStatistics.h"
 #include "host/files/AtomicFile.h"
 #include "host/graph/ProjectViews.h"
@@ -57,6 +58,44 @@ void checkEqualSize(const MultiViewFile& picture, const std::string& a, const st
 
 }  // namespace
 
+/// A mask's reader, which knows what was read. The usual channels serve where it lacks those that were chosen: a choice
+/// is made for the picture.
+class MaskReadOp : public FileReadOp {
+public:
+    MaskReadOp(const std::shared_ptr<const MultiViewFile>& file, const std::string& view, const ChannelRoles& roles)
+        : FileReadOp(file, view,
+                     roles.fallingBack([&](const std::string& channel) { return file->hasChannel(view, channel); })) {}
+
+    void fetchPlane(Fresco::Image::ImagePlane& plane) override {
+        for (const Fresco::Image::Channel channel : plane.channels())
+            read_.insert(channel);
+        FileReadOp::fetchPlane(plane);
+    }
+
+    /// The roles that were read from chosen channels though there are the usual ones.
+    std::vector<ChannelRoles::Role> doubtful() const {
+        std::vector<ChannelRoles::Role> found;
+        for (const ChannelRoles::Role& role : roles_.all())
+            if (read_.contains(role.channel) && role.fileChannel != role.usualChannel &&
+                file_->hasChannel(view_, role.usualChannel))
+                found.push_back(role);
+        return found;
+    }
+
+    /// What a mask without the channels that it needs has instead.
+    std::string channelsText() const {
+        std::string text =
+            fmt::format("'{}' has the channels {}.", file_->path().string(), fmt::join(file_->channels(view_), ", "));
+        for (const ChannelRoles::Role& role : roles_.all())
+            if (role.chosen && role.channel <= Fresco::Image::alphaChannel)
+                text += fmt::format(" Its {} is '{}' or '{}'.", role.name, role.fileChannel, role.usualChannel);
+        return text;
+    }
+
+private:
+    std::set<Fresco::Image::Channel> read_;
+};
+
 /// The operators of one frame: readers, made as they are asked for, and the node.
 class RenderJob::Graph {
 public:
@@ -89,6 +128,7 @@ public:
         node_.op().fetchPlane(plane);
         job_.throwIfAborted();
         if (!node_.errors().empty() || !plane.buffer()) fail(view);
+        warnOfDoubtfulMask();
         store(plane, *views_.name(view));
         return true;
     }
@@ -119,7 +159,7 @@ private:
         const std::vector<std::string>& views = job_.mask_->views();
         const std::string* wanted = views_.name(context.view);
         const bool has = wanted != nullptr && std::ranges::find(views, *wanted) != views.end();
-        maskReader_ = std::make_unique<FileReadOp>(job_.mask_, has ? *wanted : views.front(), job_.roles_);
+        maskReader_ = std::make_unique<MaskReadOp>(job_.mask_, has ? *wanted : views.front(), job_.roles_);
         return maskReader_.get();
     }
 
@@ -144,10 +184,24 @@ private:
         }
     }
 
+    /// Once for all frames.
+    void warnOfDoubtfulMask() const {
+        if (!maskReader_ || !job_.services_.warn) return;
+        for (const ChannelRoles::Role& role : maskReader_->doubtful())
+            if (job_.warnedOf_.insert(role.channel).second)
+                job_.services_.warn(
+                    fmt::format("the mask's {} is read from '{}', which was chosen for the picture, and not from its "
+                                "'{}': '{}' has both.",
+                                role.name, role.fileChannel, role.usualChannel, job_.mask_->path().string()));
+    }
+
     /// Of several errors the first tells the cause.
     [[noreturn]] void fail(int view) const {
         const std::vector<std::string> errors = node_.errors();
-        if (!errors.empty()) throw RenderError(errors.front());
+        if (!errors.empty()) {
+            const bool ofMask = maskReader_ && errors.front().starts_with("Channel selected as Mask is missing.");
+            throw RenderError(errors.front() + (ofMask ? " " + maskReader_->channelsText() : ""));
+        }
         throw RenderError(fmt::format("'{}': {} delivered no pixels for the view '{}'.", picture_->path().string(),
                                       node_.op().displayName(), *views_.name(view)));
     }
@@ -170,7 +224,7 @@ private:
     ProjectViews views_;
     BlackOp black_;
     std::map<std::pair<int, std::string>, std::unique_ptr<Fresco::Image::Iop>> readers_;
-    std::unique_ptr<FileReadOp> maskReader_;
+    std::unique_ptr<MaskReadOp> maskReader_;
     std::set<std::string> usedViews_;  ///< those that the node asks for at the frame itself
     OperatorNode node_;
 };
@@ -200,8 +254,8 @@ std::shared_ptr<MultiViewFile> RenderJob::render(int frame) {
             graph.render(view);
     } catch (const Cobalt::Base::InterruptedException&) {
         throw RenderInterrupted();
-    } catch (const Cobalt::Base::Exception& failure) {
-        throw RenderError(userMessage(failure));
+    } catch (const Cobalt::Base::ExceptionDecoration&) {
+        throw RenderError(Cobalt::Base::currentFailure());
     }
     record_.writeTo(*picture);
     return picture;

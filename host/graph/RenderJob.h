@@ -3,6 +3,7 @@
 #include <exception>
 #include <filesystem>
 #include <memory>
+#include <set>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -67,6 +68,7 @@ private:
     RenderServices services_;
     std::shared_ptr<const MultiViewFile> mask_;
     RenderRecord record_;
+    std::set<Fresco::Image::Channel> warnedOf_;  ///< of the mask's
 };
 
 }  // namespace ViewTint::Host

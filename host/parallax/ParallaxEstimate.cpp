@@ -168,7 +168,14 @@ double scaleTo(int width, int most) {
 cv::Mat shrunk(const cv::Mat& picture, double scale) {
     if (scale == 1) return picture;
     cv::Mat small;
-    cv::resize(picture, small, {}, scale, scale, cv::INTER_AREA);
+    const int shorter = std::min(picture.cols, picture.rows);
+    if (std::lround(shorter * scale) > 0)
+        cv::resize(picture, small, {}, scale, scale, cv::INTER_AREA);
+    else  // a strip: a pixel of it must be left
+        cv::resize(
+            picture, small,
+            {std::max(int(std::lround(picture.cols * scale)), 1), std::max(int(std::lround(picture.rows * scale)), 1)},
+            0, 0, cv::INTER_AREA);
     return small;
 }
 

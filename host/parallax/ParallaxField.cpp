@@ -1,5 +1,7 @@
 #include "host/parallax/ParallaxField.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <array>
 
@@ -59,7 +61,8 @@ const OutputContext& ParallaxField::inputContext(int, int offset, OutputContext&
 
 void ParallaxField::_validate(bool forReal) {
     PlanarIop::_validate(forReal);
-    info_.box = {0, 0, info_.format.width, info_.format.height};
+    info_.format = info_.shown;
+    info_.box = {0, 0, info_.shown.width, info_.shown.height};
     outChannels_ =
         outputContext().view == leftView || outputContext().view == rightView ? fieldChannels() : ChannelSet();
     info_.channels.insert(outChannels_);
@@ -90,6 +93,13 @@ bool ParallaxField::estimate() {
     if (estimate_ && frameOfEstimate_ == outputContext().frame) return true;
     const Vellum::Compute::Stage stage("estimate disparity");
     progressMessage("Estimating disparity");
+    if (const Box& box = info().box; std::max(box.width(), box.height()) > longestEstimatedSide) {
+        error(fmt::format(
+            "Q_ParallaxField: the picture is {} x {} pixels, and disparity is estimated up to {} on a side; "
+            "give the disparity with the picture, or with --disparity FILE.",
+            box.width(), box.height(), longestEstimatedSide));
+        return false;
+    }
     RgbPicture left, right;
     if (!fetchColours(0, left) || !fetchColours(1, right)) {
         error("Q_ParallaxField: a left and a right view are needed.");

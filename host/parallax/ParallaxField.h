@@ -27,7 +27,7 @@ public:
     void getRequests(const Fresco::Image::Box& box, const Fresco::Image::ChannelSet& channels, int count,
                      Fresco::Image::RequestOutput& requests) override;
     bool useStripes() const override { return false; }
-    /// Of the views' whole format. Reports an error where a view isn't there.
+    /// Of all that is shown of the views. Reports an error where a view isn't there.
     void renderStripe(Fresco::Image::ImagePlane& plane) override;
 
 protected:

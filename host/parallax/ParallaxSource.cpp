@@ -6,8 +6,10 @@
 #include <array>
 #include <set>
 #include <stdexcept>
+#include <system_error>
 
 #include "base/Exception.h"
+#include "base/Failure.h"
 #include "host/graph/ProjectViews.h"
 #include "host/graph/ReaderOps.h"
 #include "host/graph/RenderJob.h"
@@ -58,7 +60,8 @@ void ParallaxSettings::parse(const std::string& text) {
                                 : DisparityFrom::otherFile;
     if (from != DisparityFrom::otherFile) return;
     const auto pattern = FramePattern::parse(text);
-    if (!pattern && !std::filesystem::exists(text))
+    std::error_code ignored;
+    if (!pattern && !std::filesystem::exists(text, ignored))
         throw std::invalid_argument(
             fmt::format("there is no file '{}' with disparity; give estimate, file or the name of one.", text));
     otherFile = [pattern, text](int frame) { return pattern ? pattern->path(frame) : std::filesystem::path(text); };
@@ -130,8 +133,10 @@ void ParallaxSource::estimate(int number, const std::shared_ptr<MultiViewFile>& 
         ImagePlane plane(node.op().info().box, false, node.op().outChannels());
         try {
             node.op().fetchPlane(plane);
-        } catch (const Cobalt::Base::Exception& failure) {
-            throw RenderError(userMessage(failure));
+        } catch (const Cobalt::Base::InterruptedException&) {
+            throw RenderInterrupted();
+        } catch (const Cobalt::Base::ExceptionDecoration&) {
+            throw RenderError(Cobalt::Base::currentFailure());
         }
         if (services_.aborted()) throw RenderInterrupted();
         if (!node.errors().empty()) throw RenderError(node.errors().front());
@@ -159,9 +164,7 @@ void ParallaxSource::takeFrom(const std::filesystem::path& path, MultiViewFile& 
                                     path.string(), other.width(), other.height(), picture.path().string(),
                                     picture.width(), picture.height()));
     const Box box{0, 0, other.width(), other.height()};
-    std::error_code ignored;
-    const std::string origin = fmt::format("{}:{}:{}", path.string(), std::filesystem::file_size(path, ignored),
-                                           std::filesystem::last_write_time(path, ignored).time_since_epoch().count());
+    const std::string origin = other.identity();
     int taken = 0;
     for (const std::string& view : {settings_.views.first, settings_.views.second})
         for (const ChannelRoles::Role& role : roles_.all()) {

@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <climits>
 #include <cmath>
 #include <fstream>
 #include <functional>
@@ -27,6 +28,21 @@ std::string firstLine(const std::string& text) {
     return text.substr(0, text.find('\n'));
 }
 
+PictureLimits limits;
+
+/// A damaged header may promise any size.
+void requirePlausible(const fs::path& path, const OIIO::ImageInput& input) {
+    const std::string_view format = input.format_name();
+    // DEFLATE packs 1032-fold; JPEG takes a bit at least for each 64 values. Other formats may tell long runs in few
+    // bits.
+    const std::uint64_t largestRatio = format == "png" || format == "jpeg" ? 2000 : 50000;
+    constexpr std::uint64_t alwaysAllowed = std::uint64_t{64} << 20;
+    std::error_code ignored;
+    const auto bytes = static_cast<std::uint64_t>(input.spec().image_bytes(/*native=*/true));
+    if (bytes > alwaysAllowed && bytes / largestRatio > fs::file_size(path, ignored))
+        throw cannotRead(path, "it is truncated or damaged (impossible size); write or copy it again");
+}
+
 std::unique_ptr<OIIO::ImageInput> openPicture(const fs::path& path) {
     std::error_code ignored;
     const fs::file_status status = fs::status(path, ignored);
@@ -39,7 +55,15 @@ std::unique_ptr<OIIO::ImageInput> openPicture(const fs::path& path) {
         throw cannotRead(
             path, "it is not a picture that can be read, or it is truncated (" + firstLine(OIIO::geterror()) + ")");
     }
-    if (input->spec().deep) throw cannotRead(path, "it has deep pixels; flatten the picture first");
+    const OIIO::ImageSpec& spec = input->spec();
+    if (spec.deep) throw cannotRead(path, "it has deep pixels; flatten the picture first");
+    if (spec.width < 1 || spec.height < 1 || spec.full_width < 1 || spec.full_height < 1 || spec.depth > 1)
+        throw cannotRead(path, "it is damaged (a window without pixels); write or copy it again");
+    limits.requireSize(path, "data window", spec.width, spec.height);
+    limits.requireSize(path, "display window", spec.full_width, spec.full_height);
+    const auto channels = static_cast<std::uint64_t>(spec.nchannels);
+    limits.require<&PictureLimits::channels>(path, channels, fmt::format("it has {} channels a view", channels));
+    requirePlausible(path, *input);
     return input;
 }
 
@@ -78,15 +102,25 @@ bool isWhole(const fs::path& path, std::string_view format) {
     return true;
 }
 
+/// Values that nobody has set: memory is taken as they are decoded, and little of it for a file that ends soon.
 template <class Value>
-std::vector<Value> readPixels(OIIO::ImageInput& input, const fs::path& path, OIIO::TypeDesc type) {
+struct Values {
+    std::unique_ptr<Value[]> first;
+    std::size_t count;
+
+    explicit Values(std::size_t count) : first(new Value[count]), count(count) {}
+    const Value& operator[](std::size_t place) const { return first[place]; }
+};
+
+template <class Value>
+Values<Value> readPixels(OIIO::ImageInput& input, const fs::path& path, OIIO::TypeDesc type) {
     const OIIO::ImageSpec& spec = input.spec();
     if (!isWhole(path, input.format_name())) {
         throw cannotRead(path, "it is truncated; write or copy it again");
     }
-    std::vector<Value> pixels(static_cast<std::size_t>(spec.image_pixels()) * spec.nchannels);
+    Values<Value> pixels(static_cast<std::size_t>(spec.image_pixels()) * static_cast<std::size_t>(spec.nchannels));
     // Some decoders note an error and call the picture read.
-    if (!input.read_image(0, 0, 0, spec.nchannels, type, pixels.data()) || input.has_error()) {
+    if (!input.read_image(0, 0, 0, spec.nchannels, type, pixels.first.get()) || input.has_error()) {
         throw cannotRead(path,
                          "it is truncated or damaged (" + firstLine(input.geterror()) + "); write or copy it again");
     }
@@ -104,7 +138,7 @@ bool isColour(const OIIO::ImageSpec& spec, int channel) {
 }
 
 /// Interleaved rows from the top, in the file's data window, become planes from the bottom, in its display window.
-Picture toPlanes(const OIIO::ImageSpec& spec, const std::vector<float>& pixels) {
+Picture toPlanes(const OIIO::ImageSpec& spec, const Values<float>& pixels) {
     Picture picture;
     picture.width = spec.full_width;
     picture.height = spec.full_height;
@@ -140,14 +174,24 @@ void multiplyByAlpha(Picture& picture, const OIIO::ImageSpec& spec) {
 }
 
 template <class Code>
-std::vector<float> codesAsFloats(OIIO::ImageInput& input, const fs::path& path, OIIO::TypeDesc type) {
-    const std::vector<Code> codes = readPixels<Code>(input, path, type);
-    return {codes.begin(), codes.end()};
+Values<float> codesAsFloats(OIIO::ImageInput& input, const fs::path& path, OIIO::TypeDesc type) {
+    const Values<Code> codes = readPixels<Code>(input, path, type);
+    Values<float> floats(codes.count);
+    std::copy_n(codes.first.get(), codes.count, floats.first.get());
+    return floats;
 }
 
 class OpenImageIOCodec : public PictureCodec {
 public:
     void setThreads(int count) const override { OIIO::attribute("threads", count); }
+
+    void setLimits(const PictureLimits& wanted) const override {
+        constexpr std::uint64_t floatsOfPixel = 4;
+        const std::uint64_t megabytes = (wanted.pixels >> 20) * floatsOfPixel * sizeof(float) + 1;
+        limits = wanted;
+        OIIO::attribute("limits:imagesize_MB", static_cast<int>(std::min<std::uint64_t>(megabytes, INT_MAX)));
+        OIIO::attribute("limits:channels", static_cast<int>(std::min<std::uint64_t>(limits.channels, INT_MAX)));
+    }
 
     Picture readPicture(const fs::path& path, Colourspace colourspace) const override {
         const auto input = openPicture(path);

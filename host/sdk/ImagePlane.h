@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <mutex>
 #include <shared_mutex>
 #include <utility>
@@ -32,9 +33,10 @@ class RefCountedFloatBuffer {
 public:
     /// No pixels.
     RefCountedFloatBuffer() = default;
-    /// Contents are unspecified. Throws Cobalt::Base::Exception where there is no room.
-    explicit RefCountedFloatBuffer(std::size_t floats)
-        : memory_(VellumLibrary::GetCurrentCPUContext()->device().allocate(floats * sizeof(float),
+    /// For that many planes of that many pixels. Contents are unspecified. Throws Cobalt::Base::Exception where there
+    /// is no room, also for a number of bytes that no integer holds.
+    RefCountedFloatBuffer(std::int64_t pixels, std::uint32_t planes)
+        : memory_(VellumLibrary::GetCurrentCPUContext()->device().allocate(bytesFor(pixels, planes),
                                                                            Cobalt::Device::bufferMemory())) {}
 
     explicit operator bool() const { return memory_ != nullptr; }
@@ -43,6 +45,13 @@ public:
     const Cobalt::Device::MemoryHandle& getBuffer() const { return memory_; }
 
 private:
+    static std::size_t bytesFor(std::int64_t pixels, std::uint32_t planes) {
+        std::size_t bytes = 0;
+        const bool tooMany =
+            __builtin_mul_overflow(pixels, planes, &bytes) || __builtin_mul_overflow(bytes, sizeof(float), &bytes);
+        return tooMany ? std::numeric_limits<std::size_t>::max() : bytes;  // which no device has
+    }
+
     Cobalt::Device::MemoryHandle memory_;
 };
 
@@ -74,7 +83,7 @@ public:
     RefCountedFloatBuffer writableBuffer() {
         if (RefCountedFloatBuffer made = buffer()) return made;
         const ReadWriteLock::Writing writing(lock_);
-        if (!buffer_) buffer_ = RefCountedFloatBuffer(static_cast<std::size_t>(box_.pixels()) * components());
+        if (!buffer_) buffer_ = RefCountedFloatBuffer(box_.pixels(), components());
         return buffer_;
     }
 

@@ -7,7 +7,7 @@ namespace Fresco::Image {
 
 using Vellum::Image::Box;
 
-/// Width and height of the picture as it is shown, in pixels; its lower left corner is (0, 0).
+/// Width and height in pixels of an area whose lower left corner is (0, 0).
 struct Format {
     int width = 0;
     int height = 0;
@@ -15,11 +15,12 @@ struct Format {
     friend bool operator==(const Format&, const Format&) = default;
 };
 
-/// What an operator delivers: where pixels are, the format, and the channels that exist.
+/// What an operator delivers.
 struct Info {
-    Box box;
-    Format format;
-    ChannelSet channels;
+    Box box;        ///< where pixels are
+    Format format;  ///< at which the picture closes round: what is shown, where exactly that has pixels; else none
+    ChannelSet channels;  ///< that exist
+    Format shown;         ///< the picture as it is shown
 
     friend bool operator==(const Info&, const Info&) = default;
 };

@@ -6,10 +6,9 @@
 #include <charconv>
 #include <cstdint>
 #include <cstdlib>
-#include <regex>
-#include <set>
 #include <stdexcept>
 #include <system_error>
+#include <unordered_set>
 
 namespace ViewTint::Host {
 
@@ -17,59 +16,120 @@ namespace fs = std::filesystem;
 
 namespace {
 
-const std::regex& placeOfNumber() {
-    static const std::regex place("#+|@+|%0?[0-9]*d");
-    return place;
-}
-
-int digitsOf(const std::string& place) {
-    if (place.front() != '%') return static_cast<int>(place.size());
-    const std::string width = place.substr(1, place.size() - 2);
-    return width.empty() ? 1 : std::max(1, std::stoi(width));
-}
-
+constexpr std::size_t longestName = 4095;  // bytes with the folder: what systems take
+constexpr int mostDigits = 12;
+constexpr int largestFrame = 999'999'999;  // neighbours of it are numbers, too
 constexpr std::size_t mostFrames = 1'000'000;
 
-std::optional<int> wholeNumber(std::string_view text) {
+/// In quotes, and cut off where it is too long to be read.
+std::string inQuotes(std::string_view text) {
+    constexpr std::size_t readable = 120;
+    if (text.size() <= readable) return fmt::format("'{}'", text);
+    std::size_t end = readable;
+    while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80)  // within a character of UTF-8
+        --end;
+    return fmt::format("'{}...'", text.substr(0, end));
+}
+
+/// Where the number stands in a name, and how many digits it has at least.
+struct Place {
+    std::size_t begin, end;
+    std::size_t digits;
+};
+
+/// Digits that `04` asks for; of long ones no more than that they are too many.
+std::size_t widthOf(std::string_view text) {
+    text.remove_prefix(std::min(text.find_first_not_of('0'), text.size()));
+    std::size_t width = 0;
+    for (const char digit : text)
+        width = std::min<std::size_t>(10 * width + static_cast<std::size_t>(digit - '0'), longestName);
+    return std::max<std::size_t>(width, 1);
+}
+
+std::optional<Place> placeIn(std::string_view name, std::size_t from = 0) {
+    constexpr std::size_t digitsOfOneHash = 4;
+    for (std::size_t i = name.find_first_of("#@%", from); i < name.size(); i = name.find_first_of("#@%", i + 1)) {
+        if (name[i] != '%') {
+            const std::size_t end = std::min(name.find_first_not_of(name[i], i), name.size());
+            return Place{i, end, name[i] == '#' && end - i == 1 ? digitsOfOneHash : end - i};
+        }
+        const std::size_t letter = name.find_first_not_of("0123456789", i + 1);
+        if (letter < name.size() && name[letter] == 'd')
+            return Place{i, letter + 1, widthOf(name.substr(i + 1, letter - i - 1))};
+    }
+    return std::nullopt;
+}
+
+/// Takes a number from the beginning of a text.
+std::optional<int> takeNumber(std::string_view& text) {
     int number = 0;
     const auto [end, failure] = std::from_chars(text.data(), text.data() + text.size(), number);
-    return failure == std::errc() && end == text.data() + text.size() ? std::optional(number) : std::nullopt;
+    if (failure == std::errc::invalid_argument) return std::nullopt;
+    if (failure != std::errc() || std::abs(std::int64_t{number}) > largestFrame)
+        throw std::invalid_argument(
+            fmt::format("{}: numbers of frames go from -{} to {}.", inQuotes(text), largestFrame, largestFrame));
+    text.remove_prefix(static_cast<std::size_t>(end - text.data()));
+    return number;
+}
+
+/// Takes a sign if the text begins with it.
+bool take(std::string_view& text, char sign) {
+    if (!text.starts_with(sign)) return false;
+    text.remove_prefix(1);
+    return true;
 }
 
 /// `first`, `first-last` or `first-lastxstep`; numbers may be negative.
 struct FrameRun {
-    int first, last, step;
+    std::int64_t first, last, step;
 
-    static std::optional<FrameRun> parse(const std::string& text) {
-        static const std::regex form("(-?[0-9]+)(?:-(-?[0-9]+)(?:x([0-9]+))?)?");
-        std::smatch match;
-        if (!std::regex_match(text, match, form)) return std::nullopt;
-        const auto first = wholeNumber(match[1].str());
-        const auto last = match[2].matched ? wholeNumber(match[2].str()) : first;
-        const auto step = match[3].matched ? wholeNumber(match[3].str()) : 1;
-        if (!first || !last || !step || *step < 1) return std::nullopt;
+    static std::optional<FrameRun> parse(std::string_view text) {
+        const auto first = takeNumber(text);
+        if (!first) return std::nullopt;
+        const bool ranges = take(text, '-');
+        const auto last = ranges ? takeNumber(text) : first;
+        const auto step = ranges && take(text, 'x') ? takeNumber(text) : 1;
+        if (!last || !step || *step < 1 || !text.empty()) return std::nullopt;
         return FrameRun{*first, *last, *step};
     }
+    std::size_t count() const { return static_cast<std::size_t>(std::abs(last - first) / step) + 1; }
 };
 
 }  // namespace
 
 std::optional<FramePattern> FramePattern::parse(const std::string& text) {
-    const fs::path path = text;
-    const std::string folder = path.parent_path().string(), name = path.filename().string();
-    std::smatch match;
-    if (std::regex_search(folder, match, placeOfNumber()))
+    if (text.size() > longestName)
         throw std::invalid_argument(
-            fmt::format("'{}': the frame number belongs into the file's name, not into its folder's.", text));
-    if (!std::regex_search(name, match, placeOfNumber())) return std::nullopt;
+            fmt::format("{}: the name has {} characters; {} are possible.", inQuotes(text), text.size(), longestName));
+    const fs::path path = text;
+    const std::string name = path.filename().string();
+    const auto place = placeIn(name);
+    if (!place) {
+        std::error_code ignored;
+        if (placeIn(path.parent_path().string()) && !fs::exists(path.parent_path(), ignored))
+            throw std::invalid_argument(
+                fmt::format("{}: there is no such folder. The frame number belongs into the file's name; write for "
+                            "example folder/shot.####.exr.",
+                            inQuotes(text)));
+        return std::nullopt;
+    }
+    const auto placeText = [&](const Place& one) { return name.substr(one.begin, one.end - one.begin); };
+    if (const auto other = placeIn(name, place->end))
+        throw std::invalid_argument(
+            fmt::format("{} has several places for the frame number, {} and {}; it needs one, as shot.####.exr has. #, "
+                        "@ and %d stand for nothing else.",
+                        inQuotes(text), inQuotes(placeText(*place)), inQuotes(placeText(*other))));
+    if (place->digits > mostDigits)
+        throw std::invalid_argument(
+            fmt::format("{}: the place for the frame number, {}, has more than {} digits; write for example "
+                        "shot.####.exr.",
+                        inQuotes(text), inQuotes(placeText(*place)), mostDigits));
     FramePattern pattern;
     pattern.text_ = text;
     pattern.folder_ = path.parent_path();
-    pattern.before_ = match.prefix();
-    pattern.after_ = match.suffix();
-    pattern.digits_ = digitsOf(match.str());
-    if (std::regex_search(pattern.after_, placeOfNumber()))
-        throw std::invalid_argument(fmt::format("'{}' has several places for the frame number; it needs one.", text));
+    pattern.before_ = name.substr(0, place->begin);
+    pattern.after_ = name.substr(place->end);
+    pattern.digits_ = static_cast<int>(place->digits);
     return pattern;
 }
 
@@ -87,9 +147,11 @@ std::optional<int> FramePattern::frameOf(const std::string& fileName) const {
     if (fileName.size() <= before_.size() + after_.size() || !fileName.starts_with(before_) ||
         !fileName.ends_with(after_))
         return std::nullopt;
-    const auto number = wholeNumber(
-        std::string_view(fileName).substr(before_.size(), fileName.size() - before_.size() - after_.size()));
-    return number && path(*number).filename() == fileName ? number : std::nullopt;
+    const char* const end = fileName.data() + fileName.size() - after_.size();
+    int number = 0;
+    const auto [numberEnd, failure] = std::from_chars(fileName.data() + before_.size(), end, number);
+    const bool whole = failure == std::errc() && numberEnd == end && std::abs(std::int64_t{number}) <= largestFrame;
+    return whole && path(number).filename() == fileName ? std::optional(number) : std::nullopt;
 }
 
 std::vector<int> FramePattern::existing() const {
@@ -120,19 +182,22 @@ std::optional<std::string> nameForView(const std::string& text, const std::strin
 
 std::vector<int> parseFrames(std::string_view text) {
     std::vector<int> frames;
-    std::set<int> seen;
+    std::unordered_set<int> seen;
+    std::size_t typed = 0;
     for (std::size_t begin = 0; begin <= text.size();) {
         const std::size_t end = std::min(text.find(',', begin), text.size());
-        const std::string part(text.substr(begin, end - begin));
+        const std::string_view part = text.substr(begin, end - begin);
         const auto run = FrameRun::parse(part);
         if (!run)
             throw std::invalid_argument(fmt::format(
-                "'{}' is no range of frames; write for example 1001-1240, 1001-1240x2 or 1001,1005.", part));
-        const long long step = run->last < run->first ? -run->step : run->step;
-        for (long long frame = run->first; step > 0 ? frame <= run->last : frame >= run->last; frame += step) {
-            if (seen.insert(static_cast<int>(frame)).second) frames.push_back(static_cast<int>(frame));
-            if (frames.size() > mostFrames)
-                throw std::invalid_argument(fmt::format("'{}' are more than {} frames.", part, mostFrames));
+                "{} is no range of frames; write for example 1001-1240, 1001-1240x2 or 1001,1005.", inQuotes(part)));
+        typed += run->count();
+        if (typed > mostFrames)
+            throw std::invalid_argument(fmt::format("{} are more than {} frames.", inQuotes(text), mostFrames));
+        const std::int64_t step = run->last < run->first ? -run->step : run->step;
+        for (std::size_t i = 0; i < run->count(); ++i) {
+            const int frame = static_cast<int>(run->first + static_cast<std::int64_t>(i) * step);
+            if (seen.insert(frame).second) frames.push_back(frame);
         }
         begin = end + 1;
     }

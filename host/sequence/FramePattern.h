@@ -9,18 +9,19 @@
 
 namespace ViewTint::Host {
 
-/// A name with a place for the frame number: `shot.####.exr` (a digit for each sign), `shot.@@@.exr` (the same),
-/// `shot.%04d.exr` or `shot.%d.exr`. The place lies in the file's name, not in its folder's, and there is one.
+/// A name with a place for the frame number: `shot.####.exr` (a digit for each sign; `#` alone is four), `shot.@@@.exr`
+/// (a digit for each sign), `shot.%04d.exr` or `shot.%d.exr`. There is one, in the file's name: folders may be called
+/// as they like.
 class FramePattern {
 public:
-    /// Null for a name without a place. Throws std::invalid_argument with a sentence for one with several, or with one
-    /// in the folder's name.
+    /// Null for a name without a place. Throws std::invalid_argument with a sentence for one with several, with too
+    /// many digits, or with one in the name of a folder that doesn't exist, and for names that are too long.
     static std::optional<FramePattern> parse(const std::string& text);
 
     const std::string& text() const { return text_; }
     /// The same for all ways of writing the place: `shot.####.exr`.
     std::string canonicalText() const;
-    /// The file of a frame. Numbers with more digits than places keep them all.
+    /// The file of a frame. Numbers with more digits keep them all.
     std::filesystem::path path(int frame) const;
     /// The frames whose files exist, in ascending order.
     std::vector<int> existing() const;

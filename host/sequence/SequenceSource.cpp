@@ -4,9 +4,25 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <exception>
+#include <new>
+#include <system_error>
 #include <utility>
 
 namespace ViewTint::Host {
+
+namespace {
+
+std::string noFiles(const FramePattern& pattern) {
+    std::error_code ignored;
+    const bool isName = std::filesystem::exists(pattern.text(), ignored);
+    return fmt::format("There are no files '{}', such as '{}'.{}", pattern.text(), pattern.path(1).filename().string(),
+                       isName ? " In a file's name #, @ and %d stand for the frame number; rename the one that has "
+                                "this very name."
+                              : "");
+}
+
+}  // namespace
 
 SequenceSource::SequenceSource(ViewPatterns patterns, Outside outside, Missing missing)
     : patterns_(std::move(patterns)),
@@ -15,7 +31,7 @@ SequenceSource::SequenceSource(ViewPatterns patterns, Outside outside, Missing m
       files_(patterns_.front().second.existing()) {
     for (const auto& [view, pattern] : patterns_) {
         const std::vector<int> others = pattern.existing();
-        if (others.empty()) throw FileError(fmt::format("There are no files '{}'.", pattern.text()));
+        if (others.empty()) throw FileError(noFiles(pattern));
         std::erase_if(files_, [&](int file) { return !std::ranges::binary_search(others, file); });
     }
     if (files_.empty())
@@ -55,7 +71,11 @@ void SequenceSource::plan(std::vector<int> frames, NeighbourRequests neighbours,
         neighbours_ = std::move(neighbours);
         readAhead_ = readAhead;
     }
-    if (!reader_.joinable() && readAhead > 0) reader_ = std::thread([this] { readAheadUntilEnd(); });
+    try {
+        if (!reader_.joinable() && readAhead > 0) reader_ = std::thread([this] { readAheadUntilEnd(); });
+    } catch (const std::system_error&) {
+        // The system gives no more threads: frames are read when they are asked for.
+    }
     changed_.notify_all();
 }
 
@@ -104,7 +124,7 @@ std::optional<int> SequenceSource::nextToRead() const {
     return std::nullopt;
 }
 
-void SequenceSource::readAheadUntilEnd() {
+void SequenceSource::readAheadUntilEnd() try {
     std::unique_lock lock(mutex_);
     while (!ending_) {
         if (const auto file = nextToRead())
@@ -112,12 +132,14 @@ void SequenceSource::readAheadUntilEnd() {
         else
             changed_.wait(lock);
     }
+} catch (const std::bad_alloc&) {
+    // Frames are read when they are asked for.
 }
 
 std::shared_ptr<SequenceSource::Slot> SequenceSource::read(int file, std::unique_lock<std::mutex>& lock) {
+    const Channels channels = channelsOf(file);
     const auto slot = slots_[file] = std::make_shared<Slot>();
     ++filesRead_;
-    const Channels channels = channelsOf(file);
     lock.unlock();
     try {
         slot->picture = std::make_shared<MultiViewFile>(open(file, channels));

@@ -35,6 +35,8 @@ public:
         progress_.fraction(stepsDone_ / stepCount_);
         stepsDone_ += 1.0f;
     }
+    /// How far the stage after the last report is, 0 to 1.
+    void reportWithin(float done) { progress_.fraction((stepsDone_ - 1.0f + done) / stepCount_); }
 
 private:
     Cobalt::Base::Progress& progress_;
@@ -107,7 +109,10 @@ void ViewTintPlugin::render(Fresco::Image::ImagePlane& plane, Steps& steps) {
     Vellum::Tone::ToneAligner aligner(bufferManager, kernelFlags());
     setUp(aligner, fullSize, corrected.box().width());
     aligner.setStageObserver(stageObserver);
-    aligner.setCheckpoint([this] { abortCheck(*this); });
+    aligner.setCheckpoint([&](float done) {
+        abortCheck(*this);
+        steps.reportWithin(done);
+    });
     steps.report();
 
     const auto process = [&] { aligner.process(target, projected, mask, occlusion, edgeMask, corrected); };

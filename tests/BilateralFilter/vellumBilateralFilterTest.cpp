@@ -87,7 +87,7 @@ struct Fill {
     Pixels expected(const Pixels& values, const Pixels& guide, const Pixels& mask) const {
         const Box& box = values.box();
         const Pixels distance =
-            walked(seedsWhere(box, [&](int x, int y) { return mask.at(x, y, 0) > 1e-4f ? 0.0f : 1.0f; }));
+            distances(seedsWhere(box, [&](int x, int y) { return mask.at(x, y, 0) > 1e-4f ? 0.0f : 1.0f; }), false);
         Pixels result = values;
         for (int y = box.y0; y < box.y1; ++y)
             for (int x = box.x0; x < box.x1; ++x) {
@@ -105,7 +105,7 @@ struct Fill {
                             const double k = sigma[c] > 0 ? 1 / (double{sigma[c]} * sigma[c]) : 100000;
                             e -= std::pow(double{guide.at(column, row, c)} - guide.at(x, y, c), 2) * k;
                         }
-                        const double w = std::max(std::exp(e), 1e-5);
+                        const double w = std::exp(e) > 1e-5 ? std::exp(e) : 1e-5;
                         total += w;
                         for (int c = 0; c < 3; ++c)
                             sum[c] += w * values.at(column, row, c);
@@ -178,6 +178,56 @@ TEST_F(BilateralFilter, severalBlocksAreOnePicture) {
         wide, [](int x, int y) { return (x > 200 && x < 232 && y % 64 < 60) || (y > 250 && y < 262) ? 1.0f : 0.0f; });
     const Fill fill{.boost = 2};
     EXPECT_LT(largestDifference(fill.expected(values, values, mask), fill.run(values, values, mask)), 3e-5);
+}
+
+/// Far from those that give pixels are filled from lists.
+TEST_F(BilateralFilter, largeHolesAreFilledAsAPlainLoopDoes) {
+    const Box large{-7, 3, 173, 143};
+    const Pixels values = randomPixels(large, 3, 12, false);
+    Pixels guide = randomPixels(large, 3, 13, false);
+    guide.forEach([&](int x, int y, int c) { guide.at(x, y, c) = 0.2f * guide.at(x, y, c) + (x + y * c) * 0.003f; });
+    guide.at(160, 30, 1) = NAN;
+    std::minstd_rand random(14);
+    const auto oneIn = [&](int many) { return random() % static_cast<unsigned>(many) == 0; };
+    const std::pair<Fill, std::function<float(int, int)>> cases[] = {
+        {{.boost = 20}, [](int x, int) { return x < 120 ? 1.0f : 0.0f; }},
+        {{.sigma = {0.05f, 0, 0.1f}, .boost = 9},
+         [](int x, int y) { return std::hypot(x, y - 70) < 130 ? 0.75f : 0.0f; }},
+        {{.sigma = {3, 3, 3}, .boost = 50}, [&](int, int) { return oneIn(3000) ? 0.0f : 1.0f; }},
+        {{.boost = 0}, [](int x, int y) { return (x + y) % 2 == 0 && x > 140 ? 0.0f : 1.0f; }}};
+    const SoftwareContext context;
+    for (const auto& [fill, hole] : cases) {
+        const Pixels mask = seedsWhere(large, hole), filled = fill.run(values, guide, mask);
+        // Half of it is the rounding to a float of values from -1 to 2.
+        EXPECT_LT(largestDifference(fill.expected(values, guide, mask), filled), 1e-5);
+        EXPECT_EQ(firstDifference(filled, fill.run(values, guide, mask, context.device())), "");
+        Vellum::Compute::Host::setThreads(3);
+        EXPECT_EQ(firstDifference(filled, fill.run(values, guide, mask)), "");
+        Vellum::Compute::Host::setThreads(0);
+    }
+}
+
+TEST_F(BilateralFilter, tellsHowFarItIsAndCanBeStopped) {
+    const Box large{0, 0, 600, 300};
+    const Pixels values = randomPixels(large, 3, 15, false);
+    BufferManager manager(hostDevice(), hostDevice());
+    Filter filter(manager, {1, 1, 1}, 20, 0);
+    const TestImage v(values, Arrangement::planar);
+    TestImage out(Pixels(large, 3), Arrangement::planar);
+    std::vector<float> told;
+    filter.setProgress([&](float done) {
+        told.push_back(done);
+        if (told.size() == 5) throw std::runtime_error("enough");
+    });
+    const auto fillWhere = [&](auto hidden) {
+        const TestImage m(seedsWhere(large, hidden), Arrangement::planar);
+        filter.apply(v.image(), v.image(), m.image(), out.image());
+    };
+    EXPECT_THROW(fillWhere([](int x, int) { return x < 400 ? 1.0f : 0.0f; }), std::runtime_error);
+    EXPECT_TRUE(std::ranges::is_sorted(told) && told.back() > told.front() && told.back() < 1);
+    fillWhere([](int, int) { return 1.0f; });
+    EXPECT_EQ(told.size(), 5u) << "without a donor nothing is walked";
+    EXPECT_EQ(firstDifference(values, out.pixels()), "");
 }
 
 TEST_F(BilateralFilter, nothingToFillAndNothingToFillFrom) {

@@ -131,7 +131,7 @@ TEST_F(BilateralKernels, growthOfDistances) {
                  return results;
              },
          .range = [](const Box& box) { return IterationController::over(box); },
-        .otherReferences = {{2, [](const Scene& s, int x, int y) { return Pixel{grown(s, x, y).distance}; }}},
+         .otherReferences = {{2, [](const Scene& s, int x, int y) { return Pixel{grown(s, x, y).distance}; }}},
          .prepare = prepareGrowth,
          .hostilePixels = false});
 }

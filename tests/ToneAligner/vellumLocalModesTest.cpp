@@ -58,7 +58,7 @@ struct Local {
     Pixels edges = constant(0);
     ToneAligner::Settings settings;
     bool fused = true;
-    std::function<void()> checkpoint = nullptr;
+    std::function<void(float)> checkpoint = nullptr;
 
     Local() {
         settings.maxBlockSize = 30;
@@ -239,14 +239,20 @@ TEST_P(LocalModes, anInterruptionLeavesNothing) {
     auto& pool = hostDevice().pool();
     match.run();
     int calls = 0;
-    match.checkpoint = [&] { ++calls; };
+    float lately = 0;
+    match.checkpoint = [&](float done) {
+        EXPECT_GE(done, lately);
+        EXPECT_LE(done, 1);
+        lately = done;
+        ++calls;
+    };
     match.run();
     EXPECT_GE(calls, 6);
     const std::size_t before = pool.bytesInUse();
     struct Stop {};
     for (int stop = 1; stop <= calls; ++stop) {
         int call = 0;
-        match.checkpoint = [&] {
+        match.checkpoint = [&](float) {
             if (++call == stop) throw Stop{};
         };
         EXPECT_THROW(match.run(), Stop);

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <limits>
 
 #include "compute/Exception.h"
 #include "tests/harness/SoftwareDevice.h"
@@ -132,14 +133,32 @@ TEST(Image, transfersToADeviceOfItsOwnMemory) {
     EXPECT_EQ(away.translate({1, 1}).device(), &device);
 }
 
-TEST(Image, tooLargeImagesAreRefused) {
-    const std::int32_t far = 2000000000;
-    EXPECT_THROW(imageOf({-far, 0, far, 1}, 1), Cobalt::Base::Exception);
-    EXPECT_THROW(imageOf({-far, -far, far, far}, 4), Cobalt::Base::Exception);
-    const Image small = imageOf({0, 0, 8, 8}, 1);
-    EXPECT_THROW(small.subView({-far, 0, far, 1}), Cobalt::Base::Exception);
-    EXPECT_THROW(imageOf({0, 0, 1 << 20, 1 << 20}, 1), Cobalt::Base::Exception);
-    EXPECT_THROW(imageOf({0, 0, 1, 1}, 5), Cobalt::Base::Exception);
+/// Before anything is allocated or given back.
+TEST(Image, impossibleImagesAreRefusedAndLeaveWhatWasThere) {
+    constexpr std::int32_t most = std::numeric_limits<std::int32_t>::max(), far = 1 << 30;
+    Image image = imageOf({0, 0, 8, 8}, 1);
+    const float* const pixels = image.data();
+    const std::pair<Box, std::uint32_t> cases[] = {{{0, 0, 1, 1}, 0},
+                                                   {{0, 0, 1, 1}, 5},
+                                                   {{0, 0, 0, 0}, 0},
+                                                   {{-most, 0, most, 1}, 1},
+                                                   {{-most, -most, most, most}, 4},
+                                                   {{-far, 0, far, 1}, 1},
+                                                   {{-far, -far, far, far}, 4},
+                                                   {{0, -far, 1, far}, 1},
+                                                   {{0, 0, 1 << 20, 1 << 20}, 1},
+                                                   {{most - 1, 0, most, 1}, 1}};
+    for (const auto& [box, components] : cases) {
+        EXPECT_THROW(image.reset({box, components}, hostDevice()), Cobalt::Base::Exception) << toString(box);
+        EXPECT_EQ(image.data(), pixels);
+        EXPECT_EQ(image.box(), (Box{0, 0, 8, 8}));
+    }
+    EXPECT_THROW(image.subView({-most, 0, most, 1}), Cobalt::Base::Exception);
+    SoftwareContext full;
+    full.device().failAt(SoftwareDevice::Operation::allocation, 0);
+    EXPECT_THROW(image.reset(image.info(), full.device()), Cobalt::Base::Exception);
+    EXPECT_EQ(image.data(), pixels);
+    EXPECT_THROW(hostDevice().pool().allocate(SIZE_MAX), Cobalt::Base::Exception);
 }
 
 TEST(MemoryPool, blocksAreReusedWithinTheBudget) {
@@ -165,6 +184,12 @@ TEST(MemoryPool, blocksAreReusedWithinTheBudget) {
     EXPECT_LE(pool->bytesKept(), std::size_t{8} << 20);
     pool->trim();
     EXPECT_EQ(pool->bytesKept(), 0u);
+}
+
+TEST(MemoryPool, sizesThatNoMachineHasAreRefused) {
+    const auto pool = std::make_shared<Vellum::Compute::MemoryPool>(0);
+    for (const std::size_t bytes : {std::numeric_limits<std::size_t>::max(), (std::size_t{1} << 63) + 1})
+        EXPECT_THROW(pool->allocate(bytes), Vellum::Compute::MemoryException);
 }
 
 TEST(MemoryPool, imagesMayOutliveTheirDevice) {

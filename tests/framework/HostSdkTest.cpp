@@ -61,6 +61,11 @@ TEST(Planes, PlacePixelsPackedAndPlanar) {
     }
 }
 
+TEST(Planes, OfMoreBytesThanAnIntegerHoldsAreRefused) {
+    ImagePlane plane({0, 0, 1200306406, 1280696883}, false, ChannelSet::fromMask(0xfff));
+    EXPECT_THROW(plane.writableBuffer(), Cobalt::Base::Exception);
+}
+
 TEST(Planes, MakeOneBufferForAllThreads) {
     for (int round = 0; round < 50; ++round) {
         ImagePlane plane({0, 0, 4, 4}, false, {redChannel});

@@ -21,6 +21,7 @@ namespace ResultCache = Cobalt::Research::ResultCache;
 using Host::ImageCacheDirectory;
 
 constexpr std::size_t headerBytes = 8;
+constexpr std::size_t oneFile = headerBytes + 6 * 4 * sizeof(float) + ImageCacheDirectory::sealBytes;
 
 /// A render of 6 by 4 pixels; the cache lies in a folder of the test's own.
 class Results : public Render {
@@ -69,7 +70,7 @@ TEST_F(Results, AreReadBackWithoutFetchingAnything) {
     EXPECT_EQ(renderAgain(), 8);
     EXPECT_EQ(files(), 4u);
     EXPECT_EQ(files(".part"), 0u);
-    EXPECT_EQ(fs::file_size(firstFile()), headerBytes + 6 * 4 * sizeof(float));
+    EXPECT_EQ(fs::file_size(firstFile()), oneFile);
     host.progress.clear();
     EXPECT_EQ(renderAgain(), 0);
     EXPECT_TRUE(host.progress.empty()) << "no progress is shown";
@@ -138,8 +139,7 @@ TEST_F(Results, WithoutAnArtistTheDiskIsLeftAlone) {
 }
 
 TEST_F(Results, AFullCacheGivesUpWhatWasNotReadForLongest) {
-    const std::size_t one = headerBytes + 6 * 4 * sizeof(float);
-    const ImageCacheDirectory cache(folder, 9 * one);
+    const ImageCacheDirectory cache(folder, 9 * oneFile);
     renderAgain();
     ImagePlane plane(box, false, ChannelSet::fromMask(rgbaMask));
     plane.writableBuffer();
@@ -173,8 +173,7 @@ TEST_F(Results, AFolderThatFailsIsNoFailureOfTheRender) {
 }
 
 TEST_F(Results, TwoProcessesShareAFolder) {
-    const std::size_t one = headerBytes + 6 * 4 * sizeof(float);
-    const ImageCacheDirectory cache(folder, 8 * one);
+    const ImageCacheDirectory cache(folder, 8 * oneFile);
     const auto work = [&] {
         bool right = true;
         for (int turn = 0; turn < 200; ++turn) {

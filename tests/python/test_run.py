@@ -1,3 +1,5 @@
+import re
+
 import numpy as np
 import pytest
 
@@ -165,6 +167,8 @@ def test_unknown_names_are_answered_with_the_known_ones(image):
         run("thresholdKernel", [a, o], treshold=1)
     assert str(raised.value) == (
         'Kernel "thresholdKernel" has no parameter "treshold"; there are threshold, binarise.')
+    with pytest.raises(viewtint.UnknownNameError, match=re.escape('has no parameter "%%(ThrowFile)%%"; there are')):
+        run("thresholdKernel", [a, o], **{"%%(ThrowFile)%%": 1})
     with pytest.raises(viewtint.UnknownNameError, match="constEdgeColorA, constEdgeColorB"):
         run("crossFadeKernel", [a, a, o], constEdgeColorO=[0] * 4)
     with pytest.raises(viewtint.UnknownNameError, match="result"):

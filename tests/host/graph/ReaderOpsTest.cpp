@@ -1,6 +1,9 @@
 #include "host/graph/ReaderOps.h"
 
+#include <fstream>
+
 #include "base/Exception.h"
+#include "host/files/InputFile.h"
 #include "tests/host/files/RawExr.h"
 
 namespace ViewTint::Host::Testing {
@@ -28,7 +31,8 @@ TEST_F(ReaderOpsTest, tellsWhatTheFileHolds) {
     FileReadOp reader(picture(), "main", ChannelRoles());
     reader.validate(true);
     EXPECT_EQ(reader.info().box, (Box{1, 1, 5, 4}));
-    EXPECT_EQ(reader.info().format, (Fresco::Image::Format{6, 4}));
+    EXPECT_EQ(reader.info().shown, (Fresco::Image::Format{6, 4}));
+    EXPECT_EQ(reader.info().format, Fresco::Image::Format{}) << "its ends don't meet";
     const Channel occlusion = Fresco::Image::getChannel("mask_occlusion.alpha", false);
     EXPECT_EQ(reader.info().channels, (ChannelSet{1, 2, 13, occlusion}));
 
@@ -111,6 +115,30 @@ TEST_F(ReaderOpsTest, hashesFollowTheFileTheViewAndTheRoles) {
     std::filesystem::last_write_time(file("in.exr"),
                                      std::filesystem::file_time_type::clock::now() - std::chrono::hours(1));
     EXPECT_NE(hashOf({}), before);
+}
+
+TEST_F(ReaderOpsTest, hashesBelongToThePixelsAndNotToWhatBearsTheNameNow) {
+    const auto read = picture();
+    const auto hashOf = [](const std::shared_ptr<const MultiViewFile>& file) {
+        FileReadOp reader(file, "main", ChannelRoles());
+        Fresco::Image::Hash hash;
+        reader.append(hash);
+        return hash;
+    };
+    const auto before = hashOf(read);
+    std::filesystem::rename(file("in.exr"), file("old.exr"));
+    const auto later = picture();
+    EXPECT_EQ(hashOf(read), before);
+    EXPECT_NE(hashOf(later), before);
+}
+
+TEST_F(ReaderOpsTest, aFileThatIsWrittenToWhileItIsReadIsRefused) {
+    picture();
+    const InputFile input(file("in.exr"));
+    input.requireUnchanged();
+    std::ofstream(file("in.exr"), std::ios::app) << "more";
+    const std::string error = fileErrorOf([&] { input.requireUnchanged(); });
+    EXPECT_NE(error.find(file("in.exr").string() + "': it was changed while it was read"), std::string::npos) << error;
 }
 
 }  // namespace
