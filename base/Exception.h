@@ -94,8 +94,8 @@ private:
 };
 
 /// The base of every failure that carries named values. Attributes in use: "UserMessage" (the sentence for the
-/// artist, with references), "Message" (one without), "ThrowFile", "ThrowLine", "ThrowFunction", "ExceptionClass" (set by raise), and what a
-/// throw site adds for its message, for instance "Error" or "Device".
+/// artist, with references), "Message" (one without), "ThrowFile", "ThrowLine", "ThrowFunction", "ExceptionClass" (set
+/// by raise), and what a throw site adds for its message, for instance "Error" or "Device".
 class Exception : public ExceptionDecoration {
 public:
     Exception() = default;

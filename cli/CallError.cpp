@@ -16,8 +16,11 @@ const CLI::Validator existingFile(
         std::error_code ignored;
         const fs::file_status status = fs::status(name, ignored);
         if (!fs::exists(status)) return fmt::format("there is no file '{}'; check its name and folder", name);
-        return fs::is_directory(status) ? fmt::format("'{}' is a folder; give the name of a picture", name)
-                                        : std::string{};
+        if (fs::is_directory(status)) return fmt::format("'{}' is a folder; give the name of a picture", name);
+        // Opening a pipe waits for its writer, and pictures aren't read from the front to the back.
+        return fs::is_regular_file(status)
+                   ? std::string{}
+                   : fmt::format("'{}' is a pipe or a device; write the picture to a file and give its name", name);
     },
     "");
 

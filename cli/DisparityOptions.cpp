@@ -96,7 +96,7 @@ void tellParallax(const Host::ParallaxReport& report, const std::string& file, b
     if (!quiet)
         put(stderr,
             fmt::format("viewtint: {}: disparity estimated; found in the other view: left {:.1f}%, right {:.1f}%\n",
-                        file, 100 * report.leftMatched, 100 * report.rightMatched));
+                        printable(file), 100 * report.leftMatched, 100 * report.rightMatched));
     if ((report.leftMatched + report.rightMatched) / 2 < half)
         warn(fmt::format(
             "{}: less than half of the picture was found in the other view; what wasn't counts as occluded. "

@@ -131,7 +131,7 @@ void FrameReports::tellSummary(double seconds) {
                                 count(Status::written), some(count(Status::unmatched), "unmatched"),
                                 count(Status::skipped), count(Status::failed), some(all - ended, "left"), seconds));
     } else if (still_ && still_->status != Status::failed) {
-        put(stdout, fmt::format("{}: written{} in {:.2f} s\n", still_->file.string(),
+        put(stdout, fmt::format("{}: written{} in {:.2f} s\n", printable(still_->file.string()),
                                 still_->status == Status::unmatched ? " uncorrected" : "", seconds));
     }
 }

@@ -11,8 +11,12 @@ public:
     const char* what() const noexcept override { return "interrupted"; }
 };
 
-/// From now on SIGINT, SIGTERM and SIGHUP set the flag below instead of ending the program.
+/// From now on the first SIGINT, SIGTERM or SIGHUP sets the flag below instead of ending the program; a second one
+/// takes back the files under way and ends it at once.
 void catchInterrupts();
+
+/// From now on a file that would outgrow the limit of its size is an error of writing and doesn't end the program.
+void failWritesBeyondLimit();
 
 /// From now on printing to a pipe whose reader has gone doesn't end the program.
 void goOnWithoutReader();

@@ -30,7 +30,7 @@ Json Json::text(std::string_view value) {
             quoted += "\\ufffd";  // names of files may be any bytes
         else if (letter == '"' || letter == '\\')
             quoted += {'\\', static_cast<char>(letter)};
-        else if (letter < 0x20)
+        else if (letter < 0x20 || (letter >= 0x7f && letter < 0xa0))
             quoted += fmt::format("\\u{:04x}", static_cast<unsigned>(letter));
         else
             quoted.append(begin, at);

@@ -32,7 +32,7 @@ void ProgressBar::show(double done, const std::string& stage) {
         draw(std::clamp(done, 0.0, 1.0), stage);
         drawn_ = true;
     } else if (stage != stage_) {
-        put(stderr, fmt::format("viewtint: {}\n", stage));
+        put(stderr, fmt::format("viewtint: {}\n", printable(stage)));
     }
     stage_ = stage;
 }
@@ -45,8 +45,9 @@ void ProgressBar::clear() {
 
 void ProgressBar::draw(double done, const std::string& stage) const {
     const int full = static_cast<int>(std::lround(done * barCells));
-    put(stderr,
-        fmt::format("{}[{:#<{}}{:.<{}}] {:3.0f}% {}", clearLine, "", full, "", barCells - full, done * 100, stage));
+    fmt::print(stderr, "{}[{:#<{}}{:.<{}}] {:3.0f}% {}", clearLine, "", full, "", barCells - full, done * 100,
+               printable(stage));
+    std::fflush(stderr);
 }
 
 }  // namespace ViewTint::Cli

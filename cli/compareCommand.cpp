@@ -51,8 +51,9 @@ std::string roleOf(const std::string& file, bool withTruth) {
 
 void printText(const CompareOptions& options, const ComparisonReport& report) {
     const bool withTruth = options.truth.has_value();
-    print("{:<7} {}\n{:<7} {}\n", roleOf("A", withTruth), options.a, roleOf("B", withTruth), options.b);
-    if (withTruth) print("{:<7} {}\n", "truth", *options.truth);
+    print("{:<7} {}\n{:<7} {}\n", roleOf("A", withTruth), printable(options.a), roleOf("B", withTruth),
+          printable(options.b));
+    if (withTruth) print("{:<7} {}\n", "truth", printable(*options.truth));
     print("\n{:<36} {:>8} {:>7} {:>9} {:>8} {:>9}\n", "", "PSNR dB", "SSIM", "CIEDE2000", "99th pc.", "pixels");
     for (const MeasuredView& row : report.views)
         printRow(withTruth ? fmt::format("{}, {} against truth", row.view, roleOf(row.first, true))

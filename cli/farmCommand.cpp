@@ -150,11 +150,12 @@ void tellHandedIn(const Submission& submission, std::span<const Submission::Job>
         members.emplace_back("chunks", Json::integer(static_cast<long long>(chunks)));
         members.emplace_back("frames", Json::integer(static_cast<long long>(frames)));
         members.emplace_back("logs", Json::text(submission.logFolder().string()));
-        fmt::print("{}\n", Json::object(members).str());
+        print("{}\n", Json::object(members).str());
     } else if (added.empty()) {
-        fmt::print("{}: nothing to retry\n", submission.output);
+        print("{}: nothing to retry\n", submission.output);
     } else {
-        fmt::print(
+        // Named in full: one of the values is of fmt's, which has a print, too.
+        Cli::print(
             "job{} {}: {} in {}; job {} verifies them\nlogs: {}\nTo see how far it is: viewtint farm status {}\n",
             texts.size() == 1 ? "" : "s", fmt::join(texts, ", "), counted(frames, "frame"), counted(chunks, "task"),
             added.back().id, submission.logFolder().string(), Host::shellWord(submission.output));
@@ -273,7 +274,7 @@ int verify(FarmOptions& options) {
             {"fine", Json::integer(static_cast<long long>(frames[State::fine].size()))}};
         for (const Kind& kind : kinds)
             members.emplace_back(kind.key, list(frames[kind.state]));
-        fmt::print("{}\n", Json::object(members).str());
+        print("{}\n", Json::object(members).str());
         return allFine ? exitFine : exitFailed;
     }
     complainOf(checks);
@@ -282,9 +283,9 @@ int verify(FarmOptions& options) {
         if (!frames[kind.state].empty())
             summary += fmt::format(", {} {} ({})", frames[kind.state].size(), kind.words,
                                    Host::formatFrames(frames[kind.state]));
-    fmt::print("{}\n", summary);
+    print("{}\n", summary);
     if (!allFine && Submission::exists(submission.pattern()))
-        fmt::print("To render these again: viewtint farm retry {}\n", Host::shellWord(submission.output));
+        print("To render these again: viewtint farm retry {}\n", Host::shellWord(submission.output));
     return allFine ? exitFine : exitFailed;
 }
 
@@ -335,22 +336,22 @@ int status(FarmOptions& options) {
         std::vector<Json> jobs;
         for (const Submission::Job& job : submission.jobs)
             jobs.push_back(Json::integer(job.id));
-        fmt::print("{}\n", Json::object({{"output", Json::text(submission.output)},
-                                         {"frames", number(submission.frames.size())},
-                                         {"there", number(there)},
-                                         {"tasks", Json::object({{"waiting", number(standing.waiting)},
-                                                                 {"running", number(standing.running)},
-                                                                 {"ended", number(standing.ended)},
-                                                                 {"failed", number(standing.failed)}})},
-                                         {"jobs", Json::array(jobs)}})
-                               .str());
+        print("{}\n", Json::object({{"output", Json::text(submission.output)},
+                                    {"frames", number(submission.frames.size())},
+                                    {"there", number(there)},
+                                    {"tasks", Json::object({{"waiting", number(standing.waiting)},
+                                                            {"running", number(standing.running)},
+                                                            {"ended", number(standing.ended)},
+                                                            {"failed", number(standing.failed)}})},
+                                    {"jobs", Json::array(jobs)}})
+                          .str());
         return exitFine;
     }
-    fmt::print("{}: {} of {} there\n", submission.output, there, counted(submission.frames.size(), "frame"));
-    fmt::print("tasks: {} waiting, {} running, {} ended, {} of them failed\n", standing.waiting, standing.running,
-               standing.ended, standing.failed);
+    print("{}: {} of {} there\n", printable(submission.output), there, counted(submission.frames.size(), "frame"));
+    print("tasks: {} waiting, {} running, {} ended, {} of them failed\n", standing.waiting, standing.running,
+          standing.ended, standing.failed);
     for (const std::string& line : standing.lines)
-        fmt::print("{}\n", line);
+        print("{}\n", line);
     return exitFine;
 }
 

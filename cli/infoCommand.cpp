@@ -16,6 +16,7 @@
 #include "cli/FileLayout.h"
 #include "cli/GpuOptions.h"
 #include "cli/Json.h"
+#include "cli/Printing.h"
 
 namespace ViewTint::Cli {
 
@@ -65,25 +66,25 @@ std::string describe(const Layer& layer) {
 }
 
 void printText(const std::string& path, const FileLayout& layout) {
-    fmt::print("{}: {} x {} pixels, {} {}, {} {}, {}\n", path, layout.width, layout.height, layout.views.size(),
-               layout.views.size() == 1 ? "view" : "views", layout.parts, layout.parts == 1 ? "part" : "parts",
-               layout.compression);
+    print("{}: {} x {} pixels, {} {}, {} {}, {}\n", printable(path), layout.width, layout.height, layout.views.size(),
+          layout.views.size() == 1 ? "view" : "views", layout.parts, layout.parts == 1 ? "part" : "parts",
+          layout.compression);
     if (const auto& made = layout.made; !made.version.empty())
-        fmt::print("corrected by viewtint {} with {}{}{}\n", made.version, made.controls,
-                   made.options.empty() ? "" : " ", made.options);
+        print("corrected by viewtint {} with {}{}{}\n", printable(made.version), printable(made.controls),
+              made.options.empty() ? "" : " ", made.options);
     for (const FileLayout::View& view : layout.views) {
-        fmt::print("view {}: data window {}\n", view.name, toString(view.dataBox));
+        print("view {}: data window {}\n", printable(view.name), toString(view.dataBox));
         for (const Layer& layer : layersOf(view))
-            fmt::print("  {:<16} {}\n", layer.name.empty() ? "colour" : layer.name, describe(layer));
+            print("  {:<16} {}\n", layer.name.empty() ? "colour" : printable(layer.name), printable(describe(layer)));
         if (!layout.made.version.empty()) continue;  // a result, which lacks nothing
         const RenderOutlook outlook = renderOutlook(layout, view);
-        if (outlook.missing.empty()) fmt::print("  nothing is missing to correct this view\n");
+        if (outlook.missing.empty()) print("  nothing is missing to correct this view\n");
         for (const std::string& thing : outlook.missing)
-            fmt::print("  missing to correct this view: {}\n", thing);
+            print("  missing to correct this view: {}\n", printable(thing));
         for (const std::string& thing : outlook.estimated)
-            fmt::print("  absent, will be estimated: {}\n", thing);
+            print("  absent, will be estimated: {}\n", printable(thing));
         for (const std::string& thing : outlook.zero)
-            fmt::print("  absent, read as 0: {}\n", thing);
+            print("  absent, read as 0: {}\n", printable(thing));
     }
 }
 
@@ -117,7 +118,7 @@ void printJson(const std::string& path, const FileLayout& layout) {
                                         {"controls", Json::text(layout.made.controls)},
                                         {"options", Json::text(layout.made.options)},
                                         {"views", Json::array(views)}});
-    fmt::print("{}\n", document.str());
+    print("{}\n", document.str());
 }
 
 }  // namespace

@@ -1,5 +1,9 @@
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
 #include <exception>
-#include <new>
 #include <optional>
 #include <sstream>
 #include <string>
@@ -11,6 +15,7 @@
 #include <tbb/info.h>
 #include <CLI/CLI.hpp>
 
+#include "base/Failure.h"
 #include "cli/CallError.h"
 #include "cli/CommandContext.h"
 #include "cli/Interruption.h"
@@ -23,6 +28,7 @@
 #include "cli/packCommand.h"
 #include "cli/parallaxCommand.h"
 #include "cli/renderCommand.h"
+#include "compute/Threader.h"
 #include "host/files/MultiViewFile.h"
 #include "host/files/Picture.h"
 #include "host/files/PictureLimits.h"
@@ -87,9 +93,15 @@ void refuseUnknownWords(const CLI::App& app, const CommandContext& context) {
 }
 
 int runWork(const CommandContext& context) {
-    const int threads = context.threads > 0 ? context.threads : tbb::info::default_concurrency();
+    const int wanted = context.threads > 0 ? context.threads : tbb::info::default_concurrency();
+    const int threads = Vellum::Parallel::securedThreads(wanted, /*poolsBeside=*/1);
+    if (threads < wanted) {
+        warn(fmt::format("of {} threads only {} can be had here, by limits of processes or of memory (ulimit -u, -v)",
+                         wanted, threads));
+        ::setenv("OPENIMAGEIO_THREADS", "1", 1);  // its pool, too, starts with as many as the machine has
+    }
     const tbb::global_control threadLimit(tbb::global_control::max_allowed_parallelism, std::size_t(threads));
-    Host::setPictureThreads(threads);
+    Host::setPictureThreads(threads < wanted ? 1 : threads);
     Host::setFileThreads(threads > 1 ? threads : 0);
     return context.work();
 }
@@ -136,12 +148,19 @@ int run(int argc, char** argv) {
     } catch (const CallError& error) {
         complain(error.what());
         return exitWrongCall;
-    } catch (const std::bad_alloc&) {
-        complain("there is not enough memory for these pictures.");
-    } catch (const std::exception& error) {
-        complain(error.what());
+    } catch (...) {
+        complain(Cobalt::Base::currentFailure());
     }
-    return exitFailed;
+    return interruptFlag() ? exitInterrupted : exitFailed;
+}
+
+/// Files that are opened later mustn't get the numbers of the standard streams, or what is printed goes into them. A
+/// standard output that was closed stays one that can't be written to.
+void reserveStandardStreams() {
+    for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+        if (::fcntl(stream, F_GETFD) < 0 && errno == EBADF &&
+            ::open("/dev/null", stream == STDERR_FILENO ? O_WRONLY : O_RDONLY) != stream)
+            ::_exit(exitFailed);
 }
 
 }  // namespace
@@ -149,5 +168,14 @@ int run(int argc, char** argv) {
 }  // namespace ViewTint::Cli
 
 int main(int argc, char** argv) {
-    return ViewTint::Cli::finishOutput(ViewTint::Cli::run(argc, argv));
+    namespace Cli = ViewTint::Cli;
+    Cli::reserveStandardStreams();
+    Cli::failWritesBeyondLimit();
+    int exitCode = Cli::exitFailed;
+    try {
+        exitCode = Cli::run(argc, argv);
+    } catch (...) {  // while the command line is read
+        Cli::complain(Cobalt::Base::currentFailure());
+    }
+    return Cli::finishOutput(exitCode);
 }

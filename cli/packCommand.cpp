@@ -144,7 +144,7 @@ void printView(const char* name, const Host::PackedViewReport& view, const Host:
 
 int pack(const PackOptions& options) {
     const Host::PackReport report = Host::packFiles(requestOf(options), checkpoint);
-    print("{}: {} x {} pixels\n", options.output, report.width, report.height);
+    print("{}: {} x {} pixels\n", printable(options.output), report.width, report.height);
     printView("left", report.left, report);
     printView("right", report.right, report);
     return exitFine;

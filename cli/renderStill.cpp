@@ -4,14 +4,13 @@
 #include <fmt/ranges.h>
 
 #include <chrono>
-#include <exception>
 #include <memory>
-#include <new>
 #include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "base/Failure.h"
 #include "cli/CallError.h"
 #include "cli/CommandContext.h"
 #include "cli/FrameReports.h"
@@ -125,12 +124,11 @@ int renderStill(RenderOptions& options) {
         throw;
     } catch (const Host::SettingError&) {
         throw;
-    } catch (const std::bad_alloc&) {
+    } catch (const Interrupted&) {
+        interrupted = true;
+    } catch (...) {
         result.status = Host::FrameResult::Status::failed;
-        result.message = "there is not enough memory for these pictures.";
-    } catch (const std::exception& error) {
-        result.status = Host::FrameResult::Status::failed;
-        result.message = error.what();
+        result.message = Cobalt::Base::currentFailure();
     }
     result.file = options.output;
     result.seconds = secondsSince(start);

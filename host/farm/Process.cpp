@@ -11,9 +11,9 @@
 #include <cstdio>
 #include <memory>
 #include <string_view>
-#include <system_error>
 #include <thread>
 
+#include "base/Failure.h"
 #include "host/farm/FarmError.h"
 
 namespace ViewTint::Host {
@@ -24,10 +24,9 @@ namespace {
 class Scratch {
 public:
     Scratch() : file_(std::tmpfile(), &std::fclose) {
-        if (!file_) throw FarmError(fmt::format("No temporary file can be made ({}).", describe(errno)));
+        if (!file_)
+            throw FarmError(fmt::format("No temporary file can be made ({}).", Cobalt::Base::systemText(errno)));
     }
-    static std::string describe(int error) { return std::generic_category().message(error); }
-
     int descriptor() const { return ::fileno(file_.get()); }
     void write(const std::string& text) {
         std::fwrite(text.data(), 1, text.size(), file_.get());
@@ -86,13 +85,23 @@ std::optional<ProcessOutcome> runProcess(const std::vector<std::string>& words, 
     posix_spawn_file_actions_adddup2(&actions, in.descriptor(), STDIN_FILENO);
     posix_spawn_file_actions_adddup2(&actions, out.descriptor(), STDOUT_FILENO);
     posix_spawn_file_actions_adddup2(&actions, err.descriptor(), STDERR_FILENO);
+    // What this program ignores (cli/Interruption.h) isn't for others to ignore.
+    posix_spawnattr_t attributes;
+    posix_spawnattr_init(&attributes);
+    sigset_t usual;
+    sigemptyset(&usual);
+    sigaddset(&usual, SIGPIPE);
+    sigaddset(&usual, SIGXFSZ);
+    posix_spawnattr_setsigdefault(&attributes, &usual);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF);
     pid_t child = 0;
-    const int failure = ::posix_spawnp(&child, arguments[0], &actions, nullptr, arguments.data(),
+    const int failure = ::posix_spawnp(&child, arguments[0], &actions, &attributes, arguments.data(),
                                        environmentWithout(withoutVariables).data());
+    posix_spawnattr_destroy(&attributes);
     posix_spawn_file_actions_destroy(&actions);
     if (failure == ENOENT) return std::nullopt;
     if (failure != 0)
-        throw FarmError(fmt::format("'{}' can't be started ({}).", words.front(), Scratch::describe(failure)));
+        throw FarmError(fmt::format("'{}' can't be started ({}).", words.front(), Cobalt::Base::systemText(failure)));
     const int status = waitFor(child, longest);
     return ProcessOutcome{WIFEXITED(status) ? WEXITSTATUS(status) : -1, out.read(), err.read()};
 }

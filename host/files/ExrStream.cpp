@@ -4,8 +4,8 @@
 #include <fmt/format.h>
 
 #include <cerrno>
-#include <system_error>
 
+#include "base/Failure.h"
 #include "host/files/MultiViewFile.h"
 
 namespace ViewTint::Host {
@@ -17,7 +17,7 @@ ExrStream::ExrStream(const std::filesystem::path& temporaryPath, const std::file
 
 void ExrStream::check(bool good) {
     if (good) return;
-    if (firstError_.empty()) firstError_ = errno != 0 ? std::generic_category().message(errno) : "the disk refused";
+    if (firstError_.empty()) firstError_ = errno != 0 ? Cobalt::Base::systemText(errno) : "the disk refused";
     throw Iex::IoExc(firstError_);
 }
 
@@ -40,7 +40,7 @@ void ExrStream::finish() {
     if (firstError_.empty()) {
         stream_.close();
         if (stream_) return;
-        firstError_ = errno != 0 ? std::generic_category().message(errno) : "the disk refused";
+        firstError_ = errno != 0 ? Cobalt::Base::systemText(errno) : "the disk refused";
     }
     throw FileError(fmt::format("Cannot write '{}': {}.", shownPath_.string(), firstError_));
 }

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <system_error>
 
+#include "base/Failure.h"
 #include "host/files/MultiViewFile.h"
 
 namespace ViewTint::Host {
@@ -32,7 +33,7 @@ int openOrdinary(const fs::path& path) {
     if (!fs::is_regular_file(status)) throw cannotRead(path, "it is not an ordinary file; give the name of a picture");
     const int file = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (file < 0 && errno == EACCES) throw cannotRead(path, "no permission; change the file's mode");
-    if (file < 0) throw cannotRead(path, std::generic_category().message(errno));
+    if (file < 0) throw cannotRead(path, Cobalt::Base::systemText(errno));
     return file;
 }
 
@@ -54,7 +55,7 @@ std::size_t InputFile::readAt(std::uint64_t position, char* bytes, std::size_t c
     while (done < count) {
         const ssize_t got = ::pread(file_.value(), bytes + done, count - done, static_cast<off_t>(position + done));
         if (got < 0 && errno == EINTR) continue;
-        if (got < 0) throw Iex::IoExc(std::generic_category().message(errno));
+        if (got < 0) throw Iex::IoExc(Cobalt::Base::systemText(errno));
         if (got == 0) break;
         done += static_cast<std::size_t>(got);
     }

@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "base/Exception.h"
+#include "base/Failure.h"
 #include "compute/StageStatistics.h"
 #include "host/files/AtomicFile.h"
 #include "host/graph/MatchCheck.h"
@@ -287,8 +288,8 @@ RenderedFrame RenderJob::render(int frame) {
             if (!graph.render(view)) matched = false;
     } catch (const Cobalt::Base::InterruptedException&) {
         throw RenderInterrupted();
-    } catch (const Cobalt::Base::Exception& failure) {
-        throw RenderError(userMessage(failure));
+    } catch (const Cobalt::Base::ExceptionDecoration&) {
+        throw RenderError(Cobalt::Base::currentFailure());
     }
     record_.writeTo(*picture);
     return {picture, matched};

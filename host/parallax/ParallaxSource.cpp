@@ -9,6 +9,7 @@
 #include <system_error>
 
 #include "base/Exception.h"
+#include "base/Failure.h"
 #include "host/graph/ProjectViews.h"
 #include "host/graph/ReaderOps.h"
 #include "host/graph/RenderJob.h"
@@ -132,8 +133,10 @@ void ParallaxSource::estimate(int number, const std::shared_ptr<MultiViewFile>& 
         ImagePlane plane(node.op().info().box, false, node.op().outChannels());
         try {
             node.op().fetchPlane(plane);
-        } catch (const Cobalt::Base::Exception& failure) {
-            throw RenderError(userMessage(failure));
+        } catch (const Cobalt::Base::InterruptedException&) {
+            throw RenderInterrupted();
+        } catch (const Cobalt::Base::ExceptionDecoration&) {
+            throw RenderError(Cobalt::Base::currentFailure());
         }
         if (services_.aborted()) throw RenderInterrupted();
         if (!node.errors().empty()) throw RenderError(node.errors().front());

@@ -14,8 +14,8 @@ namespace ViewTint::Host {
 /// as they like.
 class FramePattern {
 public:
-    /// Null for a name without a place. Throws std::invalid_argument with a sentence for one with several, with too many
-    /// digits, or with one in the name of a folder that doesn't exist, and for names that are too long.
+    /// Null for a name without a place. Throws std::invalid_argument with a sentence for one with several, with too
+    /// many digits, or with one in the name of a folder that doesn't exist, and for names that are too long.
     static std::optional<FramePattern> parse(const std::string& text);
 
     const std::string& text() const { return text_; }

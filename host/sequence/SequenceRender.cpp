@@ -7,11 +7,14 @@
 #include <chrono>
 #include <condition_variable>
 #include <deque>
+#include <exception>
 #include <mutex>
 #include <system_error>
 #include <thread>
 #include <utility>
 
+#include "base/Exception.h"
+#include "base/Failure.h"
 #include "compute/StageStatistics.h"
 #include "host/files/AtomicFile.h"
 #include "host/sequence/FrameCheck.h"
@@ -57,22 +60,28 @@ const char* FrameResult::word() const {
 class SequenceRender::Writer {
 public:
     Writer(int waiting, std::string view, const std::function<void(const FrameResult&)>& report)
-        : most_(static_cast<std::size_t>(std::max(1, waiting))),
-          view_(std::move(view)),
-          report_(report),
-          thread_([this] { writeUntilEnd(); }) {}
-    /// Writes what is left.
-    ~Writer() {
-        {
-            const std::lock_guard holding(mutex_);
-            ending_ = true;
+        : most_(static_cast<std::size_t>(std::max(1, waiting))), view_(std::move(view)), report_(report) {
+        try {
+            thread_ = std::thread([this] { writeUntilEnd(); });
+        } catch (const std::system_error&) {
+            // The system gives no more threads: add() writes.
         }
-        changed_.notify_all();
-        thread_.join();
+    }
+    /// Writes what is left.
+    ~Writer() { waitForEnd(); }
+    /// The same, and throws what couldn't be told.
+    void finish() {
+        waitForEnd();
+        if (failure_) std::rethrow_exception(failure_);
     }
 
     /// Waits while too many pictures do.
     void add(FrameResult result, std::shared_ptr<const MultiViewFile> picture) {
+        if (!thread_.joinable()) {
+            Entry entry(std::move(result), std::move(picture));
+            write(entry);
+            return;
+        }
         std::unique_lock lock(mutex_);
         changed_.wait(lock, [&] { return queue_.size() < most_; });
         queue_.emplace_back(std::move(result), std::move(picture));
@@ -86,6 +95,15 @@ public:
 private:
     using Entry = std::pair<FrameResult, std::shared_ptr<const MultiViewFile>>;
 
+    void waitForEnd() {
+        if (!thread_.joinable()) return;
+        {
+            const std::lock_guard holding(mutex_);
+            ending_ = true;
+        }
+        changed_.notify_all();
+        thread_.join();
+    }
     void writeUntilEnd() {
         std::unique_lock lock(mutex_);
         for (;;) {
@@ -93,7 +111,11 @@ private:
             if (queue_.empty()) return;
             Entry& entry = queue_.front();  // stays in the queue while it is written, so that it counts
             lock.unlock();
-            write(entry);
+            try {
+                write(entry);
+            } catch (...) {
+                if (!failure_) failure_ = std::current_exception();
+            }
             lock.lock();
             queue_.pop_front();
             changed_.notify_all();
@@ -104,9 +126,9 @@ private:
         try {
             const Vellum::Compute::Stage stage("write");
             view_.empty() ? picture->save(result.file) : picture->saveView(view_, result.file);
-        } catch (const std::exception& error) {
+        } catch (...) {
             result.status = FrameResult::Status::failed;
-            result.message = error.what();
+            result.message = Cobalt::Base::currentFailure();
         }
         picture.reset();
         tell(result);
@@ -119,6 +141,7 @@ private:
     std::condition_variable changed_;
     std::deque<Entry> queue_;
     bool ending_ = false;
+    std::exception_ptr failure_;  ///< of the thread's; read when that has ended
     std::thread thread_;
 };
 
@@ -153,7 +176,7 @@ void SequenceRender::run() {
             waiting = inFlight.behind;
             source_.plan(settings_.frames, settings_.neighbours, inFlight.ahead);
         }
-    } catch (const FileError&) {
+    } catch (...) {
         // The frame says so itself when its turn comes.
     }
     Writer writer(waiting, settings_.savedView, report);
@@ -161,6 +184,7 @@ void SequenceRender::run() {
         source_.enter(place);
         renderFrame(place, writer);
     }
+    writer.finish();
 }
 
 bool SequenceRender::skips(int frame) const {
@@ -192,8 +216,10 @@ void SequenceRender::renderFrame(std::size_t place, Writer& writer) {
         return;
     } catch (const RenderInterrupted&) {
         throw;
-    } catch (const std::exception& error) {
-        result.message = error.what();
+    } catch (const Cobalt::Base::InterruptedException&) {
+        throw RenderInterrupted();
+    } catch (...) {
+        result.message = Cobalt::Base::currentFailure();
     }
     result.seconds = secondsSince(start);
     result.status = FrameResult::Status::failed;

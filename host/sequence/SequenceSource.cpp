@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <exception>
+#include <new>
 #include <system_error>
 #include <utility>
 
@@ -69,7 +71,11 @@ void SequenceSource::plan(std::vector<int> frames, NeighbourRequests neighbours,
         neighbours_ = std::move(neighbours);
         readAhead_ = readAhead;
     }
-    if (!reader_.joinable() && readAhead > 0) reader_ = std::thread([this] { readAheadUntilEnd(); });
+    try {
+        if (!reader_.joinable() && readAhead > 0) reader_ = std::thread([this] { readAheadUntilEnd(); });
+    } catch (const std::system_error&) {
+        // The system gives no more threads: frames are read when they are asked for.
+    }
     changed_.notify_all();
 }
 
@@ -118,7 +124,7 @@ std::optional<int> SequenceSource::nextToRead() const {
     return std::nullopt;
 }
 
-void SequenceSource::readAheadUntilEnd() {
+void SequenceSource::readAheadUntilEnd() try {
     std::unique_lock lock(mutex_);
     while (!ending_) {
         if (const auto file = nextToRead())
@@ -126,12 +132,14 @@ void SequenceSource::readAheadUntilEnd() {
         else
             changed_.wait(lock);
     }
+} catch (const std::bad_alloc&) {
+    // Frames are read when they are asked for.
 }
 
 std::shared_ptr<SequenceSource::Slot> SequenceSource::read(int file, std::unique_lock<std::mutex>& lock) {
+    const Channels channels = channelsOf(file);
     const auto slot = slots_[file] = std::make_shared<Slot>();
     ++filesRead_;
-    const Channels channels = channelsOf(file);
     lock.unlock();
     try {
         slot->picture = std::make_shared<MultiViewFile>(open(file, channels));

@@ -1,4 +1,5 @@
 #include "base/Ensure.h"
+#include "base/Failure.h"
 #include "bindings.h"
 #include "compute/Exception.h"
 #include "node/KernelLibraries.h"
@@ -22,6 +23,8 @@ void translate(const std::exception_ptr& exception, void*) {
         set(packageClass("viewtint.errors", "Error"), failure);
     } catch (const Cobalt::Base::ExceptionDecoration& failure) {  // some failures aren't Exceptions
         PyErr_SetString(packageClass("viewtint.errors", "Error").ptr(), failure.attributeText("UserMessage").c_str());
+    } catch (const Cobalt::Base::MessageException&) {
+        PyErr_SetString(packageClass("viewtint.errors", "Error").ptr(), Cobalt::Base::currentFailure().c_str());
     }
 }
 

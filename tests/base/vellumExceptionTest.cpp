@@ -1,12 +1,19 @@
+#include <cerrno>
 #include <exception>
+#include <filesystem>
 #include <memory>
+#include <new>
+#include <stdexcept>
 #include <string>
+#include <system_error>
 #include <thread>
+#include <utility>
 
 #include <gtest/gtest.h>
 #include <boost/exception_ptr.hpp>
 
 #include "base/Exception.h"
+#include "base/Failure.h"
 
 namespace {
 
@@ -118,6 +125,28 @@ TEST(Raise, IsCaughtAsEveryBaseButInterruptionIsNoFailure) {
     } catch (...) {
     }
     EXPECT_FALSE(failure);
+}
+
+TEST(CurrentFailure, TellsExceptionsOfEveryClassInWords) {
+    const std::pair<void (*)(), const char*> cases[] = {
+        {[] { raise(DeviceFailure("the device is gone")); }, "the device is gone"},
+        {[] { throw InterruptedException(); }, "interrupted"},
+        {[] { throw std::runtime_error("a sentence"); }, "a sentence"},
+        {[] { throw std::bad_alloc(); }, "not enough memory"},
+        {[] { throw std::system_error(EAGAIN, std::system_category()); }, "ulimit -u"},
+        {[] {
+             throw std::filesystem::filesystem_error("", "/a/b", {ENOSPC, std::generic_category()});
+         },
+         "'/a/b': No space left on device; make room"},
+        {[] { throw 1; }, "unknown"},
+    };
+    for (const auto& [fail, words] : cases) {
+        try {
+            fail();
+        } catch (...) {
+            EXPECT_NE(currentFailure().find(words), std::string::npos) << currentFailure();
+        }
+    }
 }
 
 /// Catches `store`d copies after the thrower's own object is gone.
