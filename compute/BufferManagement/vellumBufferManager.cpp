@@ -3,9 +3,10 @@
 #include <cstdlib>
 #include <exception>
 #include <iostream>
-#include <new>
+#include <string>
 
 #include "base/Exception.h"
+#include "base/Failure.h"
 
 namespace Vellum::Utils::BufferManagement {
 
@@ -36,21 +37,6 @@ void distribute(std::vector<Image>& images, DeviceBase& device) {
 }
 
 /// What the exception that is being handled says.
-std::string currentReason() {
-    if (!std::current_exception()) return {};
-    try {
-        throw;
-    } catch (const Cobalt::Base::Exception& failure) {
-        return userMessage(failure);
-    } catch (const std::bad_alloc&) {
-        return "there is not enough memory";
-    } catch (const std::exception& failure) {
-        return failure.what();
-    } catch (...) {
-        return {};
-    }
-}
-
 Image viewOrEmpty(const Image& image, const Box& box) {
     const bool fits = !image.empty() && Vellum::Image::fitsInto(box, image.box());
     return fits ? image.subView(box) : Image();
@@ -165,7 +151,9 @@ void BufferManager::releaseTuple(const std::string& name) {
 }
 
 void BufferManager::tell(Fallback::Cause cause, const char* line) const {
-    if (observer_ && observer_({cause, !sameDevices(), currentReason()})) return;
+    if (observer_ &&
+        observer_({cause, !sameDevices(), std::current_exception() ? Cobalt::Base::currentFailure() : std::string()}))
+        return;
     std::cout << line << std::endl;
 }
 

@@ -142,13 +142,14 @@ private:
 }  // namespace
 
 std::string SharedPicture::complaint(const std::string& view, const std::string& occlusion) const {
+    const std::string share = masked ? fmt::format("nothing that the mask fully selects in the view '{}'", view)
+                                     : fmt::format("only {:.2f}% of the view '{}'", 100 * visible, view);
     return fmt::format(
-        "only {:.2f}% of {}the view '{}' can be seen in both views, too little to match their colours, so it stays as "
-        "it is: '{}' hides {:.1f}%, the disparity leads out of the other view from {:.1f}%. Check {}that '{}' holds 1 "
-        "where a pixel is hidden and 0 elsewhere, that the disparity is in pixels, and that these are two views of one "
-        "scene.",
-        100 * visible, masked ? "what the mask selects in " : "", view, occlusion, 100 * hidden, 100 * outside,
-        masked ? "that the mask reaches 1 in the right place, " : "", occlusion);
+        "{} can be seen in both views, too little to match their colours, so it stays as it is: '{}' hides {:.1f}%, "
+        "the disparity leads out of the other view from {:.1f}%. Check {}that '{}' holds 1 where a pixel is hidden and "
+        "0 elsewhere, that the disparity is in pixels, and that these are two views of one scene.",
+        share, occlusion, 100 * hidden, 100 * outside, masked ? "that the mask reaches 1 in the right place, " : "",
+        occlusion);
 }
 
 std::optional<SharedPicture> tooLittleShared(const OperatorNode& node) {
@@ -161,15 +162,17 @@ std::optional<SharedPicture> tooLittleShared(const OperatorNode& node) {
     if (const auto selected = op->selection(box)) mask.emplace(*selected);
     if (!node.errors().empty()) return std::nullopt;
     const std::int64_t pixels = box.pixels(), selectedPixels = mask ? mask->pixels() : 0;
-    const auto enough = [](const Counts& counts, std::int64_t all) {
-        return static_cast<double>(counts.visible) >= leastShare * static_cast<double>(all);
+    const auto wholeIsEnough = [&](const Counts& counts) {
+        return static_cast<double>(counts.visible) >= leastShare * static_cast<double>(pixels);
     };
+    // Masks are often small or soft: a few pixels measure well enough, none at all would turn out black.
+    const auto selectionIsEnough = [&](const Counts& counts) { return counts.visible > 0 || selectedPixels == 0; };
     Counts whole, selected;
     for (int y = box.y0; y < box.y1; y += rowsAtATime) {
         inputs.count({box.x0, y, box.x1, std::min(y + rowsAtATime, box.y1)}, mask ? &*mask : nullptr, whole, selected);
-        if (enough(whole, pixels) && enough(selected, selectedPixels)) return std::nullopt;
+        if (wholeIsEnough(whole) && selectionIsEnough(selected)) return std::nullopt;
     }
-    const bool masked = enough(whole, pixels);
+    const bool masked = wholeIsEnough(whole);
     const Counts& counts = masked ? selected : whole;
     const auto share = [&](std::int64_t count) {
         return static_cast<double>(count) / static_cast<double>(masked ? selectedPixels : pixels);

@@ -18,10 +18,10 @@ struct SharedPicture {
     std::string complaint(const std::string& view, const std::string& occlusion) const;
 };
 
-/// Looks at what the node will be given, as the node itself does. Nothing where at least one per cent of the view, and
-/// of what a mask selects in it, is visible in both views, which is enough to match their colours; and where an input
-/// is missing: the node says so. `node` has been entered in the context of the view to correct; of other nodes than the
-/// colour matching one nothing is said.
+/// Looks at what the node will be given, as the node itself does. Nothing where at least one per cent of the view is
+/// visible in both views, and of what a mask fully selects in it at least a pixel: enough to match their colours.
+/// Nothing either where an input is missing: the node says so. `node` has been entered in the context of the view to
+/// correct; of other nodes than the colour matching one nothing is said.
 std::optional<SharedPicture> tooLittleShared(const OperatorNode& node);
 
 }  // namespace ViewTint::Host

@@ -98,8 +98,8 @@ class Node:
         component, 1 where the other view doesn't show the pixel, or a sequence of them: of this frame, then of the
         frames -1, +1, -2, +2. All over one box. mask: the input Mask, 1 component (alpha), 3 or 4, of any box.
         Raises Error where the node refuses; `messages` then holds all that it said. Where less than one per cent of the
-        view, or of what the mask selects, is visible in both views it comes back as it is, with a warning; `matched`
-        is then False. Warns of pixels that are no numbers, too.
+        view, or nothing that the mask fully selects, is visible in both views it comes back as it is, with a warning;
+        `matched` is then False. Warns of pixels that are no numbers, too.
         """
         single = isinstance(occlusions, _viewtint.Image)
         frames = [occlusions] if single else list(occlusions)

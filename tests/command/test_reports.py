@@ -74,7 +74,7 @@ def test_output_that_cannot_be_written_is_a_failure(shot, words):
     with open("/dev/full", "w") as full:
         done = viewtint(*words, folder=shot, stdout=full)
     assert done.returncode == 1
-    assert done.stderr.count("the standard output can't be written to: No space left on device.") == 1, done.stderr
+    assert done.stderr.count("the standard output can't be written to: No space left on device;") == 1, done.stderr
     for frame in FRAMES if "shot.%d.exr" in words and words[0] == "render" else ():
         assert (shot / f"out.{frame}.exr").exists()
 
