@@ -35,8 +35,12 @@ void catchInterrupts() {
     sigemptyset(&action.sa_mask);
     for (const int signal : {SIGINT, SIGTERM, SIGHUP})
         sigaddset(&action.sa_mask, signal);
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP})
-        ::sigaction(signal, &action, nullptr);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+        struct sigaction before {};
+        const bool outlivesTerminal = signal == SIGHUP && ::sigaction(signal, nullptr, &before) == 0 &&
+                                      before.sa_handler == SIG_IGN;  // under nohup
+        if (!outlivesTerminal) ::sigaction(signal, &action, nullptr);
+    }
     // A parent may have handed them down blocked.
     pthread_sigmask(SIG_UNBLOCK, &action.sa_mask, nullptr);
 }

@@ -13,6 +13,7 @@
 #include <fmt/ranges.h>
 #include <tbb/global_control.h>
 #include <tbb/info.h>
+#include <tbb/task_arena.h>
 #include <CLI/CLI.hpp>
 
 #include "base/Failure.h"
@@ -103,7 +104,9 @@ int runWork(const CommandContext& context) {
     const tbb::global_control threadLimit(tbb::global_control::max_allowed_parallelism, std::size_t(threads));
     Host::setPictureThreads(threads < wanted ? 1 : threads);
     Host::setFileThreads(threads > 1 ? threads : 0);
-    return context.work();
+    if (threads > 1) return context.work();
+    // oneTBB would start a worker for one thread, too, where it isn't told that there is no room for any.
+    return tbb::task_arena(1).execute(context.work);
 }
 
 int run(int argc, char** argv) {

@@ -30,7 +30,8 @@ int openOrdinary(const fs::path& path) {
     const fs::file_status status = fs::status(path, ignored);
     if (!fs::exists(status)) throw cannotRead(path, "there is no such file; check its name and folder");
     if (fs::is_directory(status)) throw cannotRead(path, "it is a folder; give the name of a picture");
-    if (!fs::is_regular_file(status)) throw cannotRead(path, "it is not an ordinary file; give the name of a picture");
+    if (!fs::is_regular_file(status))
+        throw cannotRead(path, "it is a pipe or a device; write the picture to a file and give its name");
     const int file = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (file < 0 && errno == EACCES) throw cannotRead(path, "no permission; change the file's mode");
     if (file < 0) throw cannotRead(path, Cobalt::Base::systemText(errno));

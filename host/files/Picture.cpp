@@ -5,9 +5,16 @@
 #include <fmt/format.h>
 
 #include <atomic>
+#include <cerrno>
+#include <cstdlib>
+#include <mutex>
 #include <new>
 #include <string>
+#include <system_error>
+#include <thread>
+#include <vector>
 
+#include "base/Failure.h"
 #include "host/files/AtomicFile.h"
 #include "host/files/ExrScan.h"
 #include "host/files/InputFile.h"
@@ -31,8 +38,27 @@ void* loadLibrary() {
     return ::dlopen(beside.c_str(), RTLD_LAZY | RTLD_LOCAL);
 }
 
+/// Libraries beneath the one for pictures start threads while they are loaded, and hang or end the program where they
+/// can't. Throws FileError there.
+void requireThreads() {
+    unsigned needed = 8;
+    if (!std::getenv("OPENIMAGEIO_THREADS")) needed += std::thread::hardware_concurrency();
+    std::mutex all;
+    std::vector<std::jthread> started;
+    started.reserve(needed);
+    const std::lock_guard atOnce(all);
+    try {
+        while (started.size() < needed)
+            started.emplace_back([&all] { const std::lock_guard wait(all); });
+    } catch (const std::system_error&) {
+        throw FileError(fmt::format("Pictures other than multi-view OpenEXR need {} threads, and {}.", needed,
+                                    Cobalt::Base::systemText(EAGAIN)));
+    }
+}
+
 const PictureCodec& codec() {
     static const PictureCodec* loaded = [] {
+        requireThreads();
         void* library = loadLibrary();
         auto* get =
             library ? reinterpret_cast<PictureCodec::Get*>(::dlsym(library, PictureCodec::entryPoint)) : nullptr;

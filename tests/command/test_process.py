@@ -14,6 +14,7 @@ from pictures import COMMAND, stereo_pair, viewtint, write_exr
 FRAMES = (1, 2, 3)
 STILL = ("render", "pair.exr", "-o", "out.exr")
 SEQUENCE = ("render", "in.####.exr", "-o", "out.####.exr")
+PACK = ("pack", "-o", "out.exr", "--left", "pair.exr", "--right")
 OTHER_USER = 54321
 
 
@@ -72,17 +73,16 @@ def test_nothing_is_printed_into_a_picture(shot, expected, words, closed):
     assert done.returncode == 0 or (1 in closed and done.returncode == 1)
 
 
-@pytest.mark.parametrize("threads", [1, 16])
 @pytest.mark.parametrize("words", [STILL, SEQUENCE], ids=["still", "sequence"])
 @pytest.mark.parametrize("kind, value", [
     *((resource.RLIMIT_AS, mebibytes << 20) for mebibytes in (190, 244, 300, 390, 600)),
     *((resource.RLIMIT_NPROC, threads) for threads in (1, 2, 3, 5, 8, 12)),
 ])
-def test_what_cant_be_had_is_done_without_or_told(shot, expected, words, threads, kind, value):
+def test_what_cant_be_had_is_done_without_or_told(shot, expected, words, kind, value):
     by_processes = kind == resource.RLIMIT_NPROC
     if by_processes and os.geteuid() != 0:
         pytest.skip("the limit of processes needs a user without any others")
-    done = viewtint(*words, "--threads", threads, folder=shot[0],
+    done = viewtint(*words, "--threads", 16, folder=shot[0],
                     preexec_fn=limited(kind, value, OTHER_USER if by_processes else None))
     assert done.returncode in (0, 1), done.stderr
     if by_processes or value >= 390 << 20:
@@ -93,9 +93,20 @@ def test_what_cant_be_had_is_done_without_or_told(shot, expected, words, threads
         assert "memory" in done.stderr
 
 
-@pytest.mark.parametrize("words", [STILL, SEQUENCE, ("pack", "pair.exr", "pair.exr", "-o", "out.exr"),
-                                   ("compare", "pair.exr", "pair.exr", "--heatmap", "out.png")],
-                         ids=lambda words: words[0])
+@pytest.mark.skipif(os.geteuid() != 0, reason="the limit of processes needs a user without any others")
+@pytest.mark.parametrize("processes", [1, 2, 5, 8])
+@pytest.mark.parametrize("words", [("compare", "pair.exr", "pair.exr"), ("parallax", "pair.exr", "-o", "out.exr"),
+                                   ("compare", "pair.exr", "pair.exr", "--sheet", "out.png")], ids=" ".join)
+def test_libraries_that_need_threads_are_kept_from_them(shot, expected, words, processes):
+    done = viewtint(*words, "--threads", 16, folder=shot[0],
+                    preexec_fn=limited(resource.RLIMIT_NPROC, processes, OTHER_USER))
+    assert done.returncode == 0 or ("--sheet" in words and done.returncode == 1 and "ulimit -u" in done.stderr)
+    for path in shot[0].glob("out.png"):
+        path.unlink()
+
+
+@pytest.mark.parametrize("words", [STILL, SEQUENCE, ("parallax", "pair.exr", "-o", "out.exr"),
+                                   ("compare", "pair.exr", "pair.exr", "--sheet", "out.png")], ids=" ".join)
 def test_a_file_beyond_the_limit_is_an_error_of_writing(shot, expected, words):
     before = sorted(os.listdir(shot[0]))
     done = viewtint(*words, folder=shot[0], preexec_fn=limited(resource.RLIMIT_FSIZE, 2000))
@@ -113,7 +124,7 @@ def test_too_many_open_files_are_told(pair):
 
 @pytest.mark.parametrize("words", [
     ("render", "pipe.exr", "-o", "out.exr"), ("info", "pipe.exr"), ("parallax", "pipe.exr", "-o", "out.exr"),
-    ("compare", "pair.exr", "pipe.exr"), ("compare", "pipe.png", "pair.exr"), ("pack", "pipe.exr", "pair.exr", "-o", "out.exr"),
+    ("compare", "pair.exr", "pipe.exr"), ("compare", "pipe.png", "pair.exr"), (*PACK, "pipe.exr"),
     ("render", "pair.exr", "-o", "out.exr", "--mask", "pipe.exr"), ("render", "pair.####.exr", "-o", "out.####.exr"),
 ], ids=" ".join)
 def test_a_pipe_is_refused_and_not_waited_for(pair, words):
@@ -243,8 +254,9 @@ def test_names_may_be_as_long_as_the_disk_takes(pair, length):
 def test_names_cant_steer_a_terminal(pair, name, shown):
     os.rename(pair / "pair.exr", os.fsencode(pair) + b"/" + name)
     path = os.fsdecode(name)
-    for words in (("render", path, "-o", "out." + path), ("info", path), ("info", "absent" + path), ("compare", path, path),
-                  ("render", path, "-o", "nowhere/" + path), ("render", path, "-o", "out.exr", "--" + path)):
+    for words in (("render", path, "-o", "out." + path), ("info", path), ("info", "absent" + path),
+                  ("compare", path, path), ("render", path, "-o", "nowhere/" + path),
+                  ("render", path, "-o", "out.exr", "--" + path)):
         done = viewtint(*words, folder=pair, text=False)
         said = (done.stdout + done.stderr).decode()
         assert shown in said
