@@ -141,10 +141,8 @@ struct symmetricConvolutionKernel : PerComponent<In<"A", Pattern::axis, EdgeMeth
         images[0].rangeMax[0] = radius;
         if (radius < 0) return;
         const float variance = p.sigma * p.sigma;
-        // The centre's exponent is 0 also where the variance is so small that it is 0 in single precision.
-        p.taps[0] = 1;
-        float total = 2;
-        for (int i = 1; i <= radius; ++i) {
+        float total = 0;
+        for (int i = 0; i <= radius; ++i) {
             const float exponent = -static_cast<float>(i * i) / variance;
             p.taps[i] = exponent <= -88.f ? 0.f : exp(exponent);
             total += 2.f * p.taps[i];

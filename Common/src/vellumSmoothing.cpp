@@ -86,6 +86,10 @@ void boxFilter(const Image& source, Image& temporary, Image& output, int radius)
 void gaussianBlur(const Image& source, Image& temporary, Image& output, float sigma) {
     const float positive = std::abs(sigma);
     const int radius = static_cast<int>(std::fmin(std::floor(3 * positive + 0.5f), mostRadius));
+    if (radius == 0) {  // the one tap is 1; its exponent is 0 / 0 where sigma squared is 0 in single precision
+        copy(source, output);
+        return;
+    }
     const auto blur = [&](const Image& from, Image& to, bool horizontal) {
         runKernel(symmetricConvolutionSource, {&from, &to}, onePixel, {}, Scalar{"sigma", positive},
                   Scalar{"radius", radius}, Scalar{"horizontal", horizontal});
