@@ -4,6 +4,9 @@
 
 namespace Cobalt::Base {
 
+/// What to do about a shortage of that error number, a clause; null where nothing is known.
+const char* remedy(int error);
+
 /// Why the system refused, by its error number: a clause without its full stop. Shortages say what to do.
 std::string systemText(int error);
 

@@ -12,9 +12,6 @@
 
 namespace Cobalt::Base {
 
-namespace {
-
-/// What to do about a shortage, or null.
 const char* remedy(int error) {
     switch (error) {
         case ENOSPC:
@@ -34,8 +31,6 @@ const char* remedy(int error) {
             return nullptr;
     }
 }
-
-}  // namespace
 
 std::string systemText(int error) {
     if (error == EAGAIN)  // the system's own words name nothing

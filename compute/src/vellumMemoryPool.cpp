@@ -3,9 +3,11 @@
 #include <sys/mman.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
 #include <new>
 
+#include "base/Failure.h"
 #include "compute/Exception.h"
 
 namespace Vellum::Compute {
@@ -19,7 +21,7 @@ constexpr std::size_t mostBytes = std::size_t{1} << 59;
 
 [[noreturn]] void raiseShortage(std::size_t bytes) {
     Cobalt::Base::raise(MemoryException("There is not enough memory: " + std::to_string(bytes >> 20) +
-                                        " MiB for one image could not be had."));
+                                        " MiB for one image could not be had; " + Cobalt::Base::remedy(ENOMEM) + "."));
 }
 
 /// Sizes are rounded up to steps of at most an eighth, so that images of nearly one size share their blocks.
