@@ -73,7 +73,6 @@ fs::path folderOf(const fs::path& path) {
 }
 
 // ---- temporary names: .viewtint-TARGET-KERNEL-NUMBER.partial
-// ---------------------------------------------------------
 
 constexpr std::string_view temporaryPrefix = ".viewtint-", temporarySuffix = ".partial";
 
@@ -187,9 +186,11 @@ bool AtomicFile::tryCreate(unsigned mode) {
         const char* path = temporaryPath_.c_str();
         file_ = Descriptor(::open(path, O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC | O_NOFOLLOW, mode_t{mode}));
         if (file_) {
-            // On a disk without locks nobody gets one, and the file is let be.
-            (void)::flock(file_.value(), LOCK_EX | LOCK_NB);
-            if (isStillNamed(path, file_.value())) return true;  // or it was taken for abandoned before that
+            // Whoever took it for abandoned before that holds the lock until it is gone. On a disk without locks nobody
+            // gets one, and the file is let be.
+            while (::flock(file_.value(), LOCK_EX) != 0 && errno == EINTR) {
+            }
+            if (isStillNamed(path, file_.value())) return true;
         } else if (errno != EEXIST) {
             throw FileError(fmt::format("Cannot write '{}': the folder '{}' takes no new file ({}).",
                                         shownPath_.string(), folderOf(target_).string(),
