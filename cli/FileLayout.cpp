@@ -102,6 +102,7 @@ FileLayout readLayout(const std::filesystem::path& path) {
     layout.width = file.width();
     layout.height = file.height();
     layout.made = Host::RenderRecord::of(file);
+    layout.unmatched = Host::RenderRecord::tellsUnmatched(file);
     try {
         const Imf::MultiPartInputFile headers(path.c_str());
         layout.parts = headers.parts();

@@ -25,6 +25,7 @@ struct FileLayout {
     int parts = 0;
     std::string compression;  ///< of the first part
     Host::RenderRecord made;  ///< how it was corrected, if it was
+    bool unmatched = false;   ///< it was rendered so, and stayed as it was
     std::vector<View> views;
 };
 

@@ -70,8 +70,9 @@ void printText(const std::string& path, const FileLayout& layout) {
           layout.views.size() == 1 ? "view" : "views", layout.parts, layout.parts == 1 ? "part" : "parts",
           layout.compression);
     if (const auto& made = layout.made; !made.version.empty())
-        print("corrected by viewtint {} with {}{}{}\n", printable(made.version), printable(made.controls),
-              made.options.empty() ? "" : " ", made.options);
+        print("{} by viewtint {} with {}{}{}\n",
+              layout.unmatched ? "left as it was, for want of matches," : "corrected", printable(made.version),
+              printable(made.controls), made.options.empty() ? "" : " ", printable(made.options));
     for (const FileLayout::View& view : layout.views) {
         print("view {}: data window {}\n", printable(view.name), toString(view.dataBox));
         for (const Layer& layer : layersOf(view))
@@ -117,6 +118,7 @@ void printJson(const std::string& path, const FileLayout& layout) {
                                         {"corrected_by", Json::text(layout.made.version)},
                                         {"controls", Json::text(layout.made.controls)},
                                         {"options", Json::text(layout.made.options)},
+                                        {"unmatched", Json::boolean(layout.unmatched)},
                                         {"views", Json::array(views)}});
     print("{}\n", document.str());
 }

@@ -291,7 +291,7 @@ RenderedFrame RenderJob::render(int frame) {
     } catch (const Cobalt::Base::ExceptionDecoration&) {
         throw RenderError(Cobalt::Base::currentFailure());
     }
-    record_.writeTo(*picture);
+    record_.writeTo(*picture, matched);
     return {picture, matched};
 }
 

@@ -15,6 +15,8 @@ namespace {
 constexpr const char* versionAttribute = "viewtintVersion";
 constexpr const char* controlsAttribute = "viewtintControls";
 constexpr const char* optionsAttribute = "viewtintOptions";
+constexpr const char* statusAttribute = "viewtintStatus";
+constexpr const char* unmatchedStatus = "unmatched";
 
 }  // namespace
 
@@ -35,10 +37,15 @@ std::string RenderRecord::optionsText(const std::vector<Option>& given) {
     return text;
 }
 
-void RenderRecord::writeTo(MultiViewFile& picture) const {
+void RenderRecord::writeTo(MultiViewFile& picture, bool matched) const {
     picture.setText(versionAttribute, version);
     picture.setText(controlsAttribute, controls);
     picture.setText(optionsAttribute, options);
+    picture.setText(statusAttribute, matched ? "corrected" : unmatchedStatus);
+}
+
+bool RenderRecord::tellsUnmatched(const MultiViewFile& picture) {
+    return picture.text(statusAttribute) == unmatchedStatus;
 }
 
 }  // namespace ViewTint::Host

@@ -17,6 +17,7 @@ class MultiViewFile;
 /// | `viewtintVersion` | programVersion() |
 /// | `viewtintControls` | every control as an option of the command, those left at their defaults included |
 /// | `viewtintOptions` | other options that the pixels depend on, as far as they were given |
+/// | `viewtintStatus` | "corrected", or "unmatched" where the view stayed as it was |
 struct RenderRecord {
     std::string version, controls, options;
 
@@ -24,7 +25,9 @@ struct RenderRecord {
     static RenderRecord of(const ControlValues& controls, std::string options = "");
     /// What a file tells; empty texts where it tells nothing.
     static RenderRecord of(const MultiViewFile& picture);
-    void writeTo(MultiViewFile& picture) const;
+    void writeTo(MultiViewFile& picture, bool matched) const;
+    /// Whether a file tells that its view stayed as it was.
+    static bool tellsUnmatched(const MultiViewFile& picture);
 
     /// `--name value` for each that has a value. Of files the name without its folder is told: the frames of a shot
     /// are alike wherever they were rendered.

@@ -81,7 +81,7 @@ def test_it_is_told_counts_as_written_and_fails_a_strict_render(tmp_path, output
     for word in ("warning: ", "'in.", "0.00%", "'left'", "'mask_occlusion.alpha' hides 100.0%"):
         assert word in plain.stderr
     assert viewtint("render", source, "-o", output, "--strict", folder=tmp_path).returncode == 1
-    assert viewtint("info", output.replace("%d", "1"), folder=tmp_path).stdout.count("corrected by viewtint") == 1
+    assert viewtint("info", output.replace("%d", "1"), folder=tmp_path).stdout.count("left as it was") == 1
     if "%d" in output:
         again = viewtint("render", source, "-o", output, "--skip-verified", "--strict", "--json", folder=tmp_path)
         assert again.returncode == 0 and events(again)[0]["status"] == "skipped"
