@@ -127,7 +127,7 @@ int startable(int wanted) {
 }
 
 /// oneTBB starts its threads when they are first needed. This needs them now, before memory is taken for pictures.
-void startWorkers(int threads) {
+[[maybe_unused]] void startWorkers(int threads) {
     constexpr std::chrono::milliseconds longest{100};
     const auto end = std::chrono::steady_clock::now() + longest;
     std::mutex mutex;
@@ -168,7 +168,9 @@ int securedThreads(int wanted, int poolsBeside) {
     if (threads < wanted)
         shortage = std::make_unique<tbb::global_control>(tbb::global_control::max_allowed_parallelism,
                                                          static_cast<std::size_t>(threads));
+#if !VIEWTINT_THREAD_SANITIZER  // blind inside oneTBB, it would think the stack that the workers meet on still in use
     if (threads > secured) startWorkers(threads);
+#endif
     return secured = threads;
 }
 
