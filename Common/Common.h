@@ -2,6 +2,7 @@
 
 #include <array>
 
+#include "Common/kernels/largestValue.h"
 #include "compute/Image.h"
 
 /// The shared pixel operations. Sources come first, the destination last; all images of a call lie on one device.
@@ -103,7 +104,9 @@ void labToRgb(const Image& source, Image& output, int flags = 1);
 void srgbToLinear(const Image& source, Image& output);
 void linearToSrgb(const Image& source, Image& output);
 
-// ---- pixels that are broken: with a component that is no value, which is NaN, infinite or beyond 1e12 in magnitude
+// ---- pixels that are broken: with a component that is no value, which is NaN, infinite or beyond largestValue
+
+using Kernels::largestValue;
 
 /// The number of pixels with such a component from `firstComponent` to `lastComponent`, as far as there are: in a
 /// picture its alpha doesn't matter. From 2^24 on to the precision of a float.

@@ -20,8 +20,10 @@ class BlockKernels;
 /// jumps.
 void detectDisparityEdges(const Vellum::Image::Image& disparity, Vellum::Image::Image& result, float scale, bool thin);
 
-/// How many pixels of each picture have a value that is NaN, infinite or beyond 1e12 in magnitude. An alpha doesn't
-/// matter.
+/// How far a pixel may be from selected, and how far occluded, and still count.
+inline constexpr float countedTolerance = 0.0001f;
+
+/// How many pixels of each picture are broken, see Common::countBroken. An alpha doesn't matter.
 struct BrokenPixels {
     std::size_t source = 0;
     std::size_t rebuilt = 0;

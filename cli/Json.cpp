@@ -5,6 +5,8 @@
 #include <fmt/format.h>
 #include <boost/locale/utf.hpp>
 
+#include "cli/Printing.h"
+
 namespace ViewTint::Cli {
 
 namespace {
@@ -30,7 +32,7 @@ Json Json::text(std::string_view value) {
             quoted += "\\ufffd";  // names of files may be any bytes
         else if (letter == '"' || letter == '\\')
             quoted += {'\\', static_cast<char>(letter)};
-        else if (letter < 0x20 || (letter >= 0x7f && letter < 0xa0))
+        else if (isControl(letter))
             quoted += fmt::format("\\u{:04x}", static_cast<unsigned>(letter));
         else
             quoted.append(begin, at);
@@ -66,7 +68,7 @@ Json Json::join(char open, char close, const std::vector<std::string>& items) {
 
 std::string Json::line() const {
     std::string line;
-    for (std::size_t i = 0; i < text_.size(); ++i) {  // texts hold no line breaks, they are written as \\u000a
+    for (std::size_t i = 0; i < text_.size(); ++i) {  // texts hold no line breaks: theirs are \\u000a
         if (text_[i] != '\n') {
             line += text_[i];
             continue;

@@ -20,14 +20,13 @@ std::atomic<int> outputError = 0;
 
 std::string printableBut(char kept, std::string_view text) {
     namespace utf = boost::locale::utf;
-    const auto controls = [](utf::code_point letter) { return letter < 0x20 || (letter >= 0x7f && letter < 0xa0); };
     std::string result;
     for (auto at = text.begin(); at != text.end();) {
         auto end = at;
         const utf::code_point letter = utf::utf_traits<char>::decode(end, text.end());
         const bool known = letter != utf::illegal && letter != utf::incomplete;
         if (!known) end = at + 1;
-        if (*at == kept || (known && !controls(letter)))
+        if (*at == kept || (known && !isControl(letter)))
             result.append(at, end);
         else
             std::for_each(at, end,
@@ -38,6 +37,10 @@ std::string printableBut(char kept, std::string_view text) {
 }
 
 }  // namespace
+
+bool isControl(std::uint32_t letter) {
+    return letter < 0x20 || (letter >= 0x7f && letter < 0xa0);
+}
 
 std::string printable(std::string_view text) {
     constexpr char none = ' ';  // is printable anyway

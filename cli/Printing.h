@@ -2,12 +2,16 @@
 
 #include <fmt/format.h>
 
+#include <cstdint>
 #include <cstdio>
 #include <string>
 #include <string_view>
 #include <utility>
 
 namespace ViewTint::Cli {
+
+/// Whether a Unicode character is a control.
+bool isControl(std::uint32_t letter);
 
 /// A text that can't steer a terminal or pass for other lines: control characters, line breaks among them, and bytes
 /// that aren't UTF-8 are written as \x1b and the like. For names of files, views and channels.

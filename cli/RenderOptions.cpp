@@ -97,8 +97,8 @@ void addShotOptions(CLI::App& command, RenderOptions& options) {
         ->default_str("10GB")
         ->needs("--cache");
     command.add_flag("--strict", options.strict,
-                     "Ends with exit code 1, too, where a frame was left as it was because too little of it is visible "
-                     "in both views");
+                     "Exit code 1 also where a frame was left uncorrected because too little of it is visible in both "
+                     "views");
     options.disparity.addTo(command);
     options.gpu.addTo(command);
     options.controls.addTo(command);

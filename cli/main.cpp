@@ -97,8 +97,9 @@ int runWork(const CommandContext& context) {
     const int wanted = context.threads > 0 ? context.threads : tbb::info::default_concurrency();
     const int threads = Vellum::Parallel::securedThreads(wanted, /*poolsBeside=*/1);
     if (threads < wanted) {
-        warn(fmt::format("of {} threads only {} can be had here, by limits of processes or of memory (ulimit -u, -v)",
-                         wanted, threads));
+        warn(fmt::format(
+            "only {} of {} threads can be had here: a limit of processes or of memory (ulimit -u, -v) allows no more",
+            threads, wanted));
         ::setenv("OPENIMAGEIO_THREADS", "1", 1);  // its pool, too, starts with as many as the machine has
     }
     const tbb::global_control threadLimit(tbb::global_control::max_allowed_parallelism, std::size_t(threads));
@@ -128,7 +129,7 @@ int run(int argc, char** argv) {
                    throw CLI::ValidationError("--limits", error.what());
                }
            },
-           "How large pictures may be that are read; larger ones are refused before they take memory")
+           "Limits of pictures that are read; what is beyond them is refused before it takes memory")
         ->type_name("NAME=NUMBER,...")
         ->default_str(Host::PictureLimits().text());
     addRenderCommand(app, context);

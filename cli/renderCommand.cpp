@@ -63,7 +63,8 @@ void addRenderCommand(CLI::App& app, CommandContext& context) {
                      "How much memory frames of a sequence may take, for example 8GB (default: half of the machine's)")
         ->transform(sizeInBytes)
         ->type_name("SIZE");
-    command->add_flag("--json", options->json, "Tells of each frame, and of all else, as a line of JSON");
+    command->add_flag("--json", options->json,
+                      "Prints events instead of sentences: a line of JSON for each frame, each warning and the end");
     command->add_flag("--quiet", options->quiet, "No progress and no closing line");
     command
         ->add_option("--write-stages", options->stageFolder,

@@ -43,10 +43,13 @@ void DivideRange(int& lo, int& hi, int index, int count);
 bool ThreadingEnabled();
 void SetThreadingEnabled(bool enabled);
 
+/// How many threads the system gives beside those that run, up to `wanted`: they are started, and ended again.
+int startableThreads(int wanted);
+
 /// Makes sure that up to `wanted` threads can work at the same time, the caller's among them, and returns how many can:
 /// limits of processes or of memory may leave fewer, down to one. oneTBB, which ends the program where it can't have a
-/// thread, isn't asked for more than that from then on. `poolsBeside`: how many pools of as many threads other libraries
-/// will start, for which room is left.
+/// thread, isn't asked for more than that from then on. `poolsBeside`: how many pools of as many threads other
+/// libraries will start, for which room is left.
 int securedThreads(int wanted, int poolsBeside = 0);
 
 /// A pool over oneTBB of as many of these threads as can be had. `threads` of 0 takes the machine's.

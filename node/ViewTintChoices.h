@@ -51,8 +51,8 @@ std::string missingInputMessage(const std::string& inputName, const std::string&
 std::string missingUpstreamMessage(const std::string& inputName, const std::string& what, const std::string& node);
 std::string missingChannelMessage(const std::string& name);
 
-/// Broken pixels of a render's pictures, by their names; `corrected` is that of the view to correct. Pictures without any
-/// are left out; empty where all are.
+/// Broken pixels of a render's pictures, by their names; `corrected` is that of the view to correct. Pictures without
+/// any are left out; empty where all are.
 std::string brokenPixelsMessage(const std::vector<std::pair<std::string, std::size_t>>& counts,
                                 const std::string& corrected);
 

@@ -1,6 +1,7 @@
 // Colour arithmetic that several kernels share: each formula stands once.
 #pragma once
 
+#include "Common/kernels/largestValue.h"
 #include "compute/kernel/kernel.h"
 
 namespace Vellum::Kernels {
@@ -21,10 +22,10 @@ VT_FN Triple<V> multiplyMatrix(const float (&m)[9], V x, V y, V z) {
             ((x * m[6]) + (y * m[7])) + (z * m[8])};
 }
 
-/// Whether a value can take part in sums of squares: neither NaN nor infinite nor beyond the brightest light there is.
+/// Whether a value can take part in sums of squares: neither NaN nor infinite nor beyond largestValue.
 template <class V>
 VT_FN auto isValue(V value) {
-    return abs(value) <= V(1e12f);
+    return abs(value) <= V(largestValue);
 }
 
 /// The lightness curve of CIE 1976 Lab: the cube root, and its tangent below knee^3. NaN and infinity stay themselves,

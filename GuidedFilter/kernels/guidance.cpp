@@ -129,7 +129,7 @@ struct nearestScatterKernel : WholePixel<In<"A">, Out<"O", Pattern::random>> {
 #define VT_RATIO(X, K) VT_RATIO_OF(X, K, 1) VT_RATIO_OF(X, K, 2) VT_RATIO_OF(X, K, 3) VT_RATIO_OF(X, K, 4)
 #define VT_COMBINE_OF(X, K, a, G) \
     X(K, a##f_##G##f_1f_1f) X(K, a##f_##G##f_1f_2f) X(K, a##f_##G##f_1f_3f) X(K, a##f_##G##f_1f_4f)
-#define VT_COMBINE(X, K)          \
+#define VT_COMBINE(X, K)      \
     VT_COMBINE_OF(X, K, 1, 3) \
     VT_COMBINE_OF(X, K, 1, 4) VT_COMBINE_OF(X, K, 3, 3) VT_COMBINE_OF(X, K, 3, 4)
 #define VT_ONE(X, K) X(K, 1f)

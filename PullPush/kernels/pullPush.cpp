@@ -260,8 +260,7 @@ struct pushPictureKernel : Push<GivenWeight, In<"picture">, In<"weights">, Out<"
 };
 
 #define VT_LEVELS(X, K) X(K, 1f_1f_1f_1f) X(K, 2f_1f_2f_1f) X(K, 3f_1f_3f_1f) X(K, 4f_1f_4f_1f)
-#define VT_LEVEL_AND_PICTURE(X, K) \
-    X(K, 1f_1f_1f_1f_1f) X(K, 2f_1f_2f_1f_2f) X(K, 3f_1f_3f_1f_3f) X(K, 4f_1f_4f_1f_4f)
+#define VT_LEVEL_AND_PICTURE(X, K) X(K, 1f_1f_1f_1f_1f) X(K, 2f_1f_2f_1f_2f) X(K, 3f_1f_3f_1f_3f) X(K, 4f_1f_4f_1f_4f)
 #define PULL_PUSH(K)                \
     K(pullKernel, VT_LEVELS)        \
     K(pullPictureKernel, VT_LEVELS) \

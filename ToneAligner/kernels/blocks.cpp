@@ -253,10 +253,8 @@ struct pickCloserKernel : WholePixel<In<"A">, In<"B">, In<"R">, Out<"O">> {
 #define VT_DEVIATION(X, K) X(K, 3f_3f_1f_3f)
 #define VT_TRANSFER(X, K) X(K, 3f_3f_3f_3f_3f_3f)
 #define VT_APPLY_GRIDS(X, K) X(K, 3f_3f_3f_3f) X(K, 4f_3f_3f_3f) X(K, 3f_3f_3f_4f) X(K, 4f_3f_3f_4f)
-#define VT_MIX_OF(X, K, a, b) \
-    X(K, a##_##b##_3f_3f) X(K, a##_##b##_4f_3f) X(K, a##_##b##_3f_4f) X(K, a##_##b##_4f_4f)
-#define VT_PICK(X, K) \
-    VT_MIX_OF(X, K, 3f, 3f) VT_MIX_OF(X, K, 3f, 4f) VT_MIX_OF(X, K, 4f, 3f) VT_MIX_OF(X, K, 4f, 4f)
+#define VT_MIX_OF(X, K, a, b) X(K, a##_##b##_3f_3f) X(K, a##_##b##_4f_3f) X(K, a##_##b##_3f_4f) X(K, a##_##b##_4f_4f)
+#define VT_PICK(X, K) VT_MIX_OF(X, K, 3f, 3f) VT_MIX_OF(X, K, 3f, 4f) VT_MIX_OF(X, K, 4f, 3f) VT_MIX_OF(X, K, 4f, 4f)
 #define BLOCKS(K)                             \
     K(blockCountKernel, VT_COUNT)             \
     K(blockCountWrapKernel, VT_COUNT)         \

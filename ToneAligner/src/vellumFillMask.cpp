@@ -5,7 +5,6 @@
 #include "Common/Common.h"
 #include "ToneAligner/ToneAligner.h"
 #include "compute/RunKernel.h"
-#include "vellumGlobalMatch.h"
 
 namespace Vellum::Kernels {
 extern const Family occlusions;

@@ -6,9 +6,6 @@
 
 namespace Vellum::Tone {
 
-/// How far a pixel may be from selected, and how far occluded, and still count.
-inline constexpr float countedTolerance = 0.0001f;
-
 /// Mean and variance of each Lab component over the pixels that count; 0 where none does.
 struct LabStatistics {
     std::array<float, 3> mean{};

@@ -36,7 +36,6 @@ void distribute(std::vector<Image>& images, DeviceBase& device) {
         image = image.distributeTo(device);
 }
 
-/// What the exception that is being handled says.
 Image viewOrEmpty(const Image& image, const Box& box) {
     const bool fits = !image.empty() && Vellum::Image::fitsInto(box, image.box());
     return fits ? image.subView(box) : Image();

@@ -108,24 +108,6 @@ int affordable(int wanted) {
     return static_cast<int>(std::min<std::size_t>(static_cast<std::size_t>(wanted), free / 4 / stackBytes()));
 }
 
-/// How many threads the system gives, up to `wanted`: they are started, and ended again.
-int startable(int wanted) {
-    std::mutex started;
-    std::vector<pthread_t> threads;
-    threads.reserve(static_cast<std::size_t>(std::max(wanted, 0)));
-    std::unique_lock waiting(started);  // all at the same time
-    const auto body = [](void* mutex) -> void* {
-        const std::lock_guard wait(*static_cast<std::mutex*>(mutex));
-        return nullptr;
-    };
-    for (pthread_t thread; std::ssize(threads) < wanted && pthread_create(&thread, nullptr, body, &started) == 0;)
-        threads.push_back(thread);
-    waiting.unlock();
-    for (const pthread_t thread : threads)
-        pthread_join(thread, nullptr);
-    return static_cast<int>(threads.size());
-}
-
 /// oneTBB starts its threads when they are first needed. This needs them now, before memory is taken for pictures.
 [[maybe_unused]] void startWorkers(int threads) {
     constexpr std::chrono::milliseconds longest{100};
@@ -148,6 +130,23 @@ int startable(int wanted) {
 
 }  // namespace
 
+int startableThreads(int wanted) {
+    std::mutex started;
+    std::vector<pthread_t> threads;
+    threads.reserve(static_cast<std::size_t>(std::max(wanted, 0)));
+    std::unique_lock waiting(started);  // all at the same time
+    const auto body = [](void* mutex) -> void* {
+        const std::lock_guard wait(*static_cast<std::mutex*>(mutex));
+        return nullptr;
+    };
+    for (pthread_t thread; std::ssize(threads) < wanted && pthread_create(&thread, nullptr, body, &started) == 0;)
+        threads.push_back(thread);
+    waiting.unlock();
+    for (const pthread_t thread : threads)
+        pthread_join(thread, nullptr);
+    return static_cast<int>(threads.size());
+}
+
 int securedThreads(int wanted, int poolsBeside) {
     static std::mutex mutex;
     static int secured = 1;
@@ -161,7 +160,7 @@ int securedThreads(int wanted, int poolsBeside) {
     const auto allowed = tbb::global_control::active_value(tbb::global_control::max_allowed_parallelism);
     if (static_cast<std::size_t>(wanted) > allowed) return wanted;  // no more than these are ever started
     const auto needed = [&](int threads) { return threads - secured + poolsBeside * threads + others; };
-    const int had = startable(affordable(needed(wanted)));
+    const int had = startableThreads(affordable(needed(wanted)));
     int threads = wanted;
     while (threads > secured && needed(threads) > had)
         --threads;

@@ -63,26 +63,12 @@ std::vector<std::string> shotWords(const Submission& submission, const std::vect
     return words;
 }
 
-bool isControl(char c) {
-    const auto code = static_cast<unsigned char>(c);
-    return code < 0x20 || code == 0x7F;
-}
-
-/// With `\x0a` in place of a line's end, and so on.
-std::string withoutControls(const std::string& text) {
-    std::string shown;
-    for (const char c : text)
-        shown += isControl(c) ? fmt::format("\\x{:02x}", static_cast<unsigned char>(c)) : std::string(1, c);
-    return shown;
-}
-
 }  // namespace
 
 std::string shellWord(const std::string& word) {
-    if (const auto control = std::ranges::find_if(word, isControl); control != word.end())
+    if (std::ranges::any_of(word, [](unsigned char c) { return std::iscntrl(c); }))
         throw std::invalid_argument(
-            fmt::format("'{}' has a control character, {}, which no job's script can hold; choose another name.",
-                        withoutControls(word), withoutControls(std::string(1, *control))));
+            fmt::format("'{}' has a control character, which no job's script can hold; choose another name.", word));
     const bool plain = !word.empty() && std::ranges::all_of(word, [](unsigned char c) {
         return std::isalnum(c) || std::string_view("-_=+./,:@%").find(static_cast<char>(c)) != std::string_view::npos;
     });

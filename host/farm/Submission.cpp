@@ -11,11 +11,12 @@
 #include <cerrno>
 #include <cstddef>
 #include <fstream>
-#include <memory>
 #include <span>
 #include <stdexcept>
 #include <system_error>
 
+#include "base/Failure.h"
+#include "base/Text.h"
 #include "host/farm/FarmError.h"
 #include "host/farm/JobScript.h"
 #include "host/farm/SubmissionText.h"
@@ -27,50 +28,46 @@ namespace fs = std::filesystem;
 
 namespace {
 
+using Cobalt::Base::systemText;
+
 constexpr const char* fileName = "submission.json";
+
 /// The program and its folder out of a record are run as jobs of whoever submits them: it has to be his own.
 void requireTrusted(const fs::path& path, const struct ::stat& status, Submission::Use use) {
     if ((status.st_mode & (S_IWGRP | S_IWOTH)) != 0)
         throw FarmError(fmt::format(
-            "'{}' could have been changed by others, who may write to it, and it tells what jobs run. If you trust it: "
-            "chmod go-w {}",
+            "'{}' says what the jobs run, and others may write to it. If you trust what it holds: chmod go-w {}",
             path.string(), shellWord(path.string())));
     if (use == Submission::Use::submit && status.st_uid != ::geteuid() && status.st_uid != 0)
         throw FarmError(fmt::format(
-            "'{}' belongs to another user ({}), who alone can submit this again; give the frames another name.",
+            "'{}' belongs to another user ({}), and only they can submit this again; give the frames another name.",
             path.string(), status.st_uid));
-}
-
-std::string reason() {
-    return std::generic_category().message(errno);
 }
 
 void requireTrustedFolder(const fs::path& folder, Submission::Use use) {
     struct ::stat status {};
     if (::stat(folder.c_str(), &status) != 0)
-        throw FarmError(fmt::format("Cannot look at the folder '{}' ({}).", folder.string(), reason()));
+        throw FarmError(fmt::format("Cannot look at the folder '{}' ({}).", folder.string(), systemText(errno)));
     requireTrusted(folder, status, use);
 }
 
 /// A file's text, from a file that is no link, no device and no larger than a submission.
 std::string readTrusted(const fs::path& path, Submission::Use use) {
     requireTrustedFolder(path.parent_path(), use);
-    const int descriptor = ::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
-    const std::unique_ptr<const int, void (*)(const int*)> closing(&descriptor, [](const int* file) {
-        if (*file >= 0) ::close(*file);
-    });
+    const Descriptor file(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     struct ::stat status {};
-    if (descriptor < 0 || ::fstat(descriptor, &status) != 0)
-        throw FarmError(fmt::format("Cannot read '{}' ({}).", path.string(), reason()));
+    if (!file || ::fstat(file.value(), &status) != 0)
+        throw FarmError(fmt::format("Cannot read '{}' ({}).", path.string(), systemText(errno)));
     if (!S_ISREG(status.st_mode)) throw FarmError(fmt::format("'{}' is no file.", path.string()));
     requireTrusted(path, status, use);
     std::string text;
     std::array<char, 65536> buffer;
-    for (ssize_t count; text.size() <= longestSubmission && (count = ::read(descriptor, buffer.data(), buffer.size()));)
+    for (ssize_t count;
+         text.size() <= longestSubmission && (count = ::read(file.value(), buffer.data(), buffer.size()));)
         if (count > 0)
             text.append(buffer.data(), static_cast<std::size_t>(count));
         else if (errno != EINTR)
-            throw FarmError(fmt::format("Cannot read '{}' ({}).", path.string(), reason()));
+            throw FarmError(fmt::format("Cannot read '{}' ({}).", path.string(), systemText(errno)));
     return text;
 }
 
@@ -117,12 +114,9 @@ Submission Submission::load(const FramePattern& output, Use use) {
                             path.string(), submission.output));
         return submission;
     } catch (const std::invalid_argument& error) {
-        std::string what = error.what();
-        if (what.ends_with('.')) what.pop_back();
         throw FarmError(
-            fmt::format("Cannot use '{}': {}. Remove it and submit the shot again; frames that are fine are "
-                        "kept.",
-                        path.string(), what));
+            fmt::format("Cannot use '{}': {}. Remove it and submit the shot again; frames that are fine are kept.",
+                        path.string(), Cobalt::Base::withoutFullStop(error.what())));
     }
 }
 
@@ -152,16 +146,9 @@ Submission::Lock::Lock(const FramePattern& output) {
     const fs::path folder = farmFolderOf(output);
     makeFolder(folder);
     requireTrustedFolder(folder, Use::submit);
-    descriptor_ = ::open((folder / ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0644);
-    if (descriptor_ < 0 || ::flock(descriptor_, LOCK_EX) != 0) {
-        const std::string why = reason();
-        if (descriptor_ >= 0) ::close(descriptor_);
-        throw FarmError(fmt::format("The folder '{}' can't be locked ({}).", folder.string(), why));
-    }
-}
-
-Submission::Lock::~Lock() {
-    ::close(descriptor_);
+    file_ = Descriptor(::open((folder / ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0644));
+    if (!file_ || ::flock(file_.value(), LOCK_EX) != 0)
+        throw FarmError(fmt::format("The folder '{}' can't be locked ({}).", folder.string(), systemText(errno)));
 }
 
 std::vector<std::string> chunksOf(const std::vector<int>& frames, int size) {

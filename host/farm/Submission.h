@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "host/files/Descriptor.h"
 #include "host/graph/RenderRecord.h"
 #include "host/sequence/FramePattern.h"
 
@@ -48,12 +49,9 @@ struct Submission {
     class Lock {
     public:
         explicit Lock(const FramePattern& output);
-        ~Lock();
-        Lock(const Lock&) = delete;
-        Lock& operator=(const Lock&) = delete;
 
     private:
-        int descriptor_;
+        Descriptor file_;
     };
 };
 

@@ -83,9 +83,9 @@ std::vector<std::string> textsIn(const ptree& tree, const char* name) {
     return texts;
 }
 
-std::string wholePathIn(const ptree& tree, const char* name) {
+std::string absolutePathIn(const ptree& tree, const char* name) {
     std::string path = textIn(tree, name);
-    if (!path.starts_with('/')) refuse(fmt::format("its '{}' is no whole path", name));
+    if (!path.starts_with('/')) refuse(fmt::format("its '{}' is no absolute path", name));
     return path;
 }
 
@@ -130,9 +130,9 @@ Submission submissionFromText(const std::string& text) try {
     if (textIn(tree, "format") != std::to_string(formatVersion)) refuse("it is of another version of this program");
     Submission submission;
     submission.record = {textIn(tree, "version"), textIn(tree, "controls"), textIn(tree, "options")};
-    submission.program = wholePathIn(tree, "program");
-    submission.folder = wholePathIn(tree, "folder");
-    submission.output = wholePathIn(tree, "output");
+    submission.program = absolutePathIn(tree, "program");
+    submission.folder = absolutePathIn(tree, "folder");
+    submission.output = absolutePathIn(tree, "output");
     if (!FramePattern::parse(submission.output)) refuse("its 'output' has no place for the frame number");
     submission.words = textsIn(tree, "render");
     if (submission.words.empty()) refuse("its 'render' names no pictures");

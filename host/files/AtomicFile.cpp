@@ -19,6 +19,7 @@
 #include <system_error>
 
 #include "base/Failure.h"
+#include "base/Text.h"
 #include "host/files/Descriptor.h"
 #include "host/files/MultiViewFile.h"
 
@@ -28,9 +29,10 @@ namespace fs = std::filesystem;
 
 namespace {
 
+using Status = struct ::stat;
+
 bool isStillNamed(const char* path, int descriptor) {
-    struct stat opened {
-    }, named{};
+    Status opened{}, named{};
     return ::fstat(descriptor, &opened) == 0 && ::lstat(path, &named) == 0 && opened.st_dev == named.st_dev &&
            opened.st_ino == named.st_ino;
 }
@@ -90,10 +92,7 @@ const std::string& runningKernel() {
 std::string shortened(const std::string& name) {
     constexpr std::size_t most = 200;
     if (name.size() <= most) return name;
-    std::size_t end = most - 17;
-    while (end > 0 && (static_cast<unsigned char>(name[end]) & 0xc0) == 0x80)  // within a character of UTF-8
-        --end;
-    return fmt::format("{}~{:016x}", name.substr(0, end), std::hash<std::string>()(name));
+    return fmt::format("{}~{:016x}", Cobalt::Base::beginningOf(name, most - 17), std::hash<std::string>()(name));
 }
 
 /// The number is 0 unless a target is written several times at once.
@@ -113,8 +112,7 @@ bool isFresh(const fs::path& path, int descriptor) {
     const Descriptor now(::open(probe.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC | O_NOFOLLOW, 0600));
     if (now.value() < 0) return true;
     ::unlink(probe.c_str());
-    struct stat present {
-    }, written{};
+    Status present{}, written{};
     return ::fstat(now.value(), &present) != 0 || ::fstat(descriptor, &written) != 0 ||
            present.st_mtime - written.st_mtime < hour;
 }
@@ -125,7 +123,7 @@ bool removeIfAbandoned(const fs::path& path) {
     // Some network disks lock only what is open for writing.
     const Descriptor file(::open(path.c_str(), O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     if (file.value() < 0) return errno == ENOENT;
-    struct stat status {};
+    Status status{};
     if (::fstat(file.value(), &status) != 0 || !S_ISREG(status.st_mode)) return false;
     if (::flock(file.value(), LOCK_EX | LOCK_NB) != 0) return false;  // in use, or on a disk without locks
     if (!isStillNamed(path.c_str(), file.value())) return true;
@@ -202,7 +200,7 @@ bool AtomicFile::tryCreate(unsigned mode) {
 }
 
 void AtomicFile::create() {
-    struct stat replaced {};
+    Status replaced{};
     const bool replaces = ::stat(target_.c_str(), &replaced) == 0;
     const unsigned mode = replaces ? (replaced.st_mode & 0777) | 0600 : 0666;
     unsigned number = 0;
@@ -221,8 +219,7 @@ AtomicFile::~AtomicFile() {
 
 /// Of the file that is replaced.
 void AtomicFile::takeOverPermissions() const {
-    struct stat old {
-    }, made{};
+    Status old{}, made{};
     if (::stat(target_.c_str(), &old) != 0 || ::fstat(file_.value(), &made) != 0) return;
     mode_t mode = old.st_mode & 07777;
     if (::fchown(file_.value(), old.st_uid, old.st_gid) != 0) {

@@ -244,14 +244,11 @@ private:
         checkWindow(header.display, "display window");
         checkWindow(header.data, "data window");
         if (header.channels == 0) fail("no channels");
-        constexpr double alwaysAllowed = 64 << 20;
         const double pixels = static_cast<double>(header.data->width() * header.data->height());
-        const double bytes = pixels * header.bytesOfPixel;
-        if (bytes > alwaysAllowed && bytes / largestRatioOf(header.compression) > static_cast<double>(file_.size()))
-            fail("impossible size");
+        limits_.requirePlausible(path_, pixels * header.bytesOfPixel, largestRatioOf(header.compression), file_.size());
         if (!header.tiles) return;
         if (header.tiles->width == 0 || header.tiles->height == 0) fail("tiles without pixels");
-        limits_.requireSize(path_, "size of tiles", header.tiles->width, header.tiles->height);
+        limits_.requireSize(path_, "tile", header.tiles->width, header.tiles->height);
     }
 
     /// How many entries the part's table has, or nothing where this system doesn't read such parts.

@@ -17,6 +17,7 @@
 #include <utility>
 #include <vector>
 
+#include "base/Failure.h"
 #include "host/files/MultiViewFile.h"
 #include "host/files/SealedFile.h"
 
@@ -26,16 +27,14 @@ namespace fs = std::filesystem;
 
 namespace {
 
+using Cobalt::Base::systemText;
+
 static_assert(sizeof(Seal) == ImageCacheDirectory::sealBytes);
 
 constexpr std::string_view resultSuffix = ".vlm";
 constexpr std::string_view unfinishedSuffix = ".part";
 /// Whoever has made a file holds its lock well before that. Younger ones may be about to be locked.
 constexpr std::time_t secondsToLock = 3600;
-
-std::string errorText(int error) {
-    return std::generic_category().message(error);
-}
 
 std::string nameOf(const Fresco::Image::Hash& key) {
     return fmt::format("{:016x}{}", key.value(), resultSuffix);
@@ -55,7 +54,7 @@ struct Folder {
     explicit Folder(const fs::path& path) : descriptor(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
         struct stat status {};
         if (!descriptor || ::fstat(descriptor.value(), &status) != 0)
-            problem = errorText(errno);
+            problem = systemText(errno);
         else if (status.st_uid != ::geteuid())
             problem = "it belongs to another user, who could put false results there; name a folder of your own";
         else if ((status.st_mode & (S_IWGRP | S_IWOTH)) != 0)
@@ -147,7 +146,7 @@ public:
         if (error_ == 0 && ::renameat(folder_.value(), temporary_.c_str(), folder_.value(), name_.c_str()) != 0)
             error_ = errno;
         if (error_ != 0)
-            cache_.tell(errorText(error_));
+            cache_.tell(systemText(error_));
         else
             pending_ = false;
         return error_ == 0;
@@ -182,12 +181,12 @@ ImageCacheDirectory::ImageCacheDirectory(fs::path directory, std::uint64_t budge
     const fs::path bare = whole.has_filename() ? whole : whole.parent_path();  // without a slash behind it
     if (bare.has_parent_path()) fs::create_directories(bare.parent_path(), failed);
     if (failed) throw cannot("make", directory_, failed.message());
-    if (::mkdir(bare.c_str(), S_IRWXU) != 0 && errno != EEXIST) throw cannot("make", directory_, errorText(errno));
+    if (::mkdir(bare.c_str(), S_IRWXU) != 0 && errno != EEXIST) throw cannot("make", directory_, systemText(errno));
     const Folder folder(directory_);
     if (!folder.descriptor) throw cannot("make", directory_, folder.problem);
     if (!folder.problem.empty()) throw cannot("use", directory_, folder.problem);
     if (::faccessat(folder.descriptor.value(), ".", W_OK | X_OK, AT_EACCESS) != 0)
-        throw cannot("use", directory_, errorText(errno));
+        throw cannot("use", directory_, systemText(errno));
     used_ = sumOf(entriesOf(folder.descriptor));
     former_ = setMainCache(this);
 }
@@ -235,7 +234,7 @@ bool ImageCacheDirectory::has_file(const Hash& key) const {
 std::unique_ptr<Fresco::Image::Image_Cache::NewFile> ImageCacheDirectory::add_file(const Hash& key, std::size_t bytes) {
     const std::uint64_t wanted = bytes + sealBytes;
     if (wanted > budget_) {
-        tell(fmt::format("--cache-size is less than one result of {} bytes takes", wanted));
+        tell(fmt::format("--cache-size is smaller than one result, which takes {} bytes", wanted));
         return nullptr;
     }
     Folder folder(directory_);
@@ -250,7 +249,7 @@ std::unique_ptr<Fresco::Image::Image_Cache::NewFile> ImageCacheDirectory::add_fi
     }
     auto file = std::make_unique<SealedNewFile>(*this, std::move(folder.descriptor), key);
     if (file->error() == 0) return file;
-    tell(errorText(file->error()));
+    tell(systemText(file->error()));
     return nullptr;
 }
 

@@ -214,9 +214,7 @@ void writeAllParts(ExrStream& stream, const std::vector<Imf::Header>& headers,
 
 }  // namespace
 
-void setFileThreads(int count) try {
-    Imf::setGlobalThreadCount(count);
-} catch (const std::exception&) {
+void setFileThreads(int count) try { Imf::setGlobalThreadCount(count); } catch (const std::exception&) {
     Imf::setGlobalThreadCount(0);  // the system gives no more: whoever reads decodes
 }
 

@@ -7,14 +7,12 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdlib>
-#include <mutex>
 #include <new>
 #include <string>
-#include <system_error>
 #include <thread>
-#include <vector>
 
 #include "base/Failure.h"
+#include "compute/Threader.h"
 #include "host/files/AtomicFile.h"
 #include "host/files/ExrScan.h"
 #include "host/files/InputFile.h"
@@ -41,19 +39,11 @@ void* loadLibrary() {
 /// Libraries beneath the one for pictures start threads while they are loaded, and hang or end the program where they
 /// can't. Throws FileError there.
 void requireThreads() {
-    unsigned needed = 8;
-    if (!std::getenv("OPENIMAGEIO_THREADS")) needed += std::thread::hardware_concurrency();
-    std::mutex all;
-    std::vector<std::jthread> started;
-    started.reserve(needed);
-    const std::lock_guard atOnce(all);
-    try {
-        while (started.size() < needed)
-            started.emplace_back([&all] { const std::lock_guard wait(all); });
-    } catch (const std::system_error&) {
+    int needed = 8;
+    if (!std::getenv("OPENIMAGEIO_THREADS")) needed += static_cast<int>(std::thread::hardware_concurrency());
+    if (Vellum::Parallel::startableThreads(needed) < needed)
         throw FileError(fmt::format("Pictures other than multi-view OpenEXR need {} threads, and {}.", needed,
                                     Cobalt::Base::systemText(EAGAIN)));
-    }
 }
 
 const PictureCodec& codec() {
@@ -76,8 +66,6 @@ const PictureCodec& codec() {
 
 /// Looks at what a decoder would take memory for before it does.
 void requireReasonable(const fs::path& path) {
-    std::error_code failed;
-    if (!fs::exists(path, failed) || fs::is_directory(path, failed)) return;  // the decoder says so
     InputFile file(path);
     if (file.size() >= exrMagicBytes && Imf::isOpenExrFile(file)) scanExr(file, path);
 }

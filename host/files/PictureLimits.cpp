@@ -35,7 +35,7 @@ void PictureLimits::parse(const std::string& text) {
         }
         if (!taken)
             throw std::invalid_argument(
-                fmt::format("'{}' sets no limit; write for example side=131072,channels=4000. The limits are now: {}",
+                fmt::format("'{}' sets no limit; write for example side=131072,channels=4000. The defaults are: {}",
                             assignment, PictureLimits().text()));
     }
 }

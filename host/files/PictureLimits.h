@@ -46,7 +46,7 @@ struct PictureLimits {
         for (const auto& [name, value, unit] : all)
             if (value == limit)
                 throw FileError(
-                    fmt::format("Cannot read '{}': {}, more than the limit of {} {}; where that is right, allow it "
+                    fmt::format("Cannot read '{}': {}, more than the limit of {} {}; if the file is right, allow it "
                                 "with --limits {}={}.",
                                 path.string(), what, this->*limit, unit, name, found));
     }
@@ -60,6 +60,17 @@ struct PictureLimits {
         std::uint64_t area = 0;
         if (__builtin_mul_overflow(wide, high, &area)) area = UINT64_MAX;
         require<&PictureLimits::pixels>(path, area, fmt::format("its {} is {} x {} pixels", window, width, height));
+    }
+
+    /// Throws FileError where so many bytes of pixels can't come from a file of this size, which packs them
+    /// `ratio`-fold at most. Small pictures are taken anyway.
+    static void requirePlausible(const std::filesystem::path& path, double pixelBytes, double ratio,
+                                 std::uint64_t fileBytes) {
+        constexpr double alwaysTaken = 64 << 20;
+        if (pixelBytes > alwaysTaken && pixelBytes / ratio > static_cast<double>(fileBytes))
+            throw FileError(
+                fmt::format("Cannot read '{}': it is truncated or damaged (impossible size); write or copy it again.",
+                            path.string()));
     }
 };
 

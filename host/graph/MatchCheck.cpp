@@ -8,7 +8,8 @@
 #include <list>
 #include <vector>
 
-#include "compute/Image.h"
+#include "Common/Common.h"
+#include "ToneAligner/ToneAligner.h"
 #include "host/graph/OperatorNode.h"
 #include "node/ViewTintPlugin.h"
 
@@ -22,11 +23,9 @@ using Fresco::Image::ChannelSet;
 using Fresco::Image::ImagePlane;
 using Fresco::Image::Iop;
 
+using Vellum::Common::largestValue;
+
 constexpr double leastShare = 0.01;
-/// How far the node lets an occlusion be from 0 and a mask from 1 in the pixels that it measures.
-constexpr float tolerance = 0.0001f;
-/// Numbers beyond this are no measurements: hidden in an occlusion, not selected in a mask.
-constexpr float largestValue = 1e12f;
 /// So few rows at a time that a usual picture has shown its one per cent after one or two turns.
 constexpr int rowsAtATime = 16;
 /// The splits of the node's input: the base context, both views, and then the neighbouring frames.
@@ -46,22 +45,16 @@ private:
 };
 
 struct Counts {
-    std::int64_t visible = 0, hidden = 0, outside = 0;
+    std::int64_t pixels = 0, visible = 0, hidden = 0, outside = 0;
 };
 
 /// The artist's mask.
 class Selection {
 public:
-    explicit Selection(const Vellum::Image::Image& mask) : mask_(mask) {
-        const Box& box = mask.box();
-        for (int y = box.y0; y < box.y1; ++y)
-            for (int x = box.x0; x < box.x1; ++x)
-                pixels_ += selects(x, y) ? 1 : 0;
-    }
+    explicit Selection(const Vellum::Image::Image& mask) : mask_(mask) {}
     bool selects(int x, int y) const { return at(x, y) > 0 && at(x, y) <= largestValue; }
     /// Only such pixels are measured.
-    bool selectsFully(int x, int y) const { return selects(x, y) && 1 - at(x, y) <= tolerance; }
-    std::int64_t pixels() const { return pixels_; }
+    bool selectsFully(int x, int y) const { return selects(x, y) && 1 - at(x, y) <= Vellum::Tone::countedTolerance; }
 
 private:
     float at(int x, int y) const {
@@ -70,7 +63,6 @@ private:
     }
 
     Vellum::Image::Image mask_;
-    std::int64_t pixels_ = 0;
 };
 
 /// What the node reads to see which pixels have a match.
@@ -111,9 +103,11 @@ public:
                 });
                 const bool inside = isInside(x, y, vectors.at(x, y, 0), vectors.at(x, y, 1), other_->info().box);
                 const auto kind = hidden ? &Counts::hidden : inside ? &Counts::visible : &Counts::outside;
+                ++whole.pixels;
                 ++(whole.*kind);
-                if (mask && mask->selects(x, y) && (kind != &Counts::visible || mask->selectsFully(x, y)))
-                    ++(selected.*kind);
+                if (!mask || !mask->selects(x, y)) continue;
+                ++selected.pixels;
+                if (kind != &Counts::visible || mask->selectsFully(x, y)) ++(selected.*kind);
             }
     }
 
@@ -124,7 +118,9 @@ private:
     static bool contains(const Box& box, int x, int y) {
         return x >= box.x0 && x < box.x1 && y >= box.y0 && y < box.y1;
     }
-    static bool isHidden(float occlusion) { return !(occlusion <= tolerance && occlusion >= -largestValue); }
+    static bool isHidden(float occlusion) {
+        return !(occlusion <= Vellum::Tone::countedTolerance && occlusion >= -largestValue);
+    }
     /// False for vectors that are no numbers.
     static bool isInside(int x, int y, float dx, float dy, const Box& box) {
         const float u = static_cast<float>(x) + dx + 0.5f, v = static_cast<float>(y) + dy + 0.5f;
@@ -145,11 +141,10 @@ std::string SharedPicture::complaint(const std::string& view, const std::string&
     const std::string share = masked ? fmt::format("nothing that the mask fully selects in the view '{}'", view)
                                      : fmt::format("only {:.2f}% of the view '{}'", 100 * visible, view);
     return fmt::format(
-        "{} can be seen in both views, too little to match their colours, so it stays as it is: '{}' hides {:.1f}%, "
-        "the disparity leads out of the other view from {:.1f}%. Check {}that '{}' holds 1 where a pixel is hidden and "
-        "0 elsewhere, that the disparity is in pixels, and that these are two views of one scene.",
-        share, occlusion, 100 * hidden, 100 * outside, masked ? "that the mask reaches 1 in the right place, " : "",
-        occlusion);
+        "the frame keeps its own colours: {} is visible in both views, too little to match ('{}' hides {:.1f}%, the "
+        "disparity points outside the other view in {:.1f}%). Check {}that the occlusion is 1 only where a pixel is "
+        "hidden, that the disparity is in pixels, and that both views show one scene.",
+        share, occlusion, 100 * hidden, 100 * outside, masked ? "that the mask reaches 1 in the right place, " : "");
 }
 
 std::optional<SharedPicture> tooLittleShared(const OperatorNode& node) {
@@ -161,21 +156,20 @@ std::optional<SharedPicture> tooLittleShared(const OperatorNode& node) {
     std::optional<Selection> mask;
     if (const auto selected = op->selection(box)) mask.emplace(*selected);
     if (!node.errors().empty()) return std::nullopt;
-    const std::int64_t pixels = box.pixels(), selectedPixels = mask ? mask->pixels() : 0;
-    const auto wholeIsEnough = [&](const Counts& counts) {
-        return static_cast<double>(counts.visible) >= leastShare * static_cast<double>(pixels);
-    };
-    // Masks are often small or soft: a few pixels measure well enough, none at all would turn out black.
-    const auto selectionIsEnough = [&](const Counts& counts) { return counts.visible > 0 || selectedPixels == 0; };
     Counts whole, selected;
+    const auto wholeIsEnough = [&] {
+        return static_cast<double>(whole.visible) >= leastShare * static_cast<double>(box.pixels());
+    };
     for (int y = box.y0; y < box.y1; y += rowsAtATime) {
         inputs.count({box.x0, y, box.x1, std::min(y + rowsAtATime, box.y1)}, mask ? &*mask : nullptr, whole, selected);
-        if (wholeIsEnough(whole) && selectionIsEnough(selected)) return std::nullopt;
+        // Masks are often small or soft: a few pixels measure well enough, none at all would turn out black.
+        if (wholeIsEnough() && (!mask || selected.visible > 0)) return std::nullopt;
     }
-    const bool masked = wholeIsEnough(whole);
+    const bool masked = wholeIsEnough();
     const Counts& counts = masked ? selected : whole;
+    if (counts.pixels == 0) return std::nullopt;  // the mask selects nothing
     const auto share = [&](std::int64_t count) {
-        return static_cast<double>(count) / static_cast<double>(masked ? selectedPixels : pixels);
+        return static_cast<double>(count) / static_cast<double>(counts.pixels);
     };
     return SharedPicture{share(counts.visible), share(counts.hidden), share(counts.outside), masked};
 }

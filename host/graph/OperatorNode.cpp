@@ -128,11 +128,9 @@ Fresco::Image::Knob* OperatorNode::knob(std::string_view name) const {
 
 /// The key of a result is made of everything that its pixels come from, and of nothing else:
 ///  - the build of the program, and the device that computes: the GPU's name, or the CPU's instruction set. A render
-///  that
-///    had to leave the GPU for the CPU is kept as the GPU's;
+///    that had to leave the GPU for the CPU is kept as the GPU's;
 ///  - the operator's class and the values of all its controls, the numbers of the chosen views among them; the frame
-///  and
-///    the view; what the operator adds of its own (the stereo pair, the number of views);
+///    and the view; what the operator adds of its own (the stereo pair, the number of views);
 ///  - each input, neighbouring frames and the mask included, by its class and what it adds: FileReadOp the identity of
 ///    the files that were read (path, device, inode, size, time, decoding: host/files/FileIdentity.h), those of all
 ///    views, the view's name, the file that disparity was taken from or the estimator's name, and the channel of each

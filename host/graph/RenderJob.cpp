@@ -12,12 +12,14 @@
 
 #include "base/Exception.h"
 #include "base/Failure.h"
+#include "base/Text.h"
 #include "compute/StageStatistics.h"
 #include "host/files/AtomicFile.h"
 #include "host/graph/MatchCheck.h"
 #include "host/graph/ProjectViews.h"
 #include "host/graph/ReaderOps.h"
 #include "host/graph/SettingError.h"
+#include "node/ViewTintChoices.h"
 
 namespace ViewTint::Host {
 
@@ -177,12 +179,10 @@ private:
         try {
             return job_.frames_.frame(frame);
         } catch (const FileError& error) {
-            std::string reason = error.what();
-            if (reason.ends_with('.')) reason.pop_back();
             throw FileError(
                 fmt::format("frame {} is needed, because the occlusion of frame {} is stabilised with its neighbours': "
                             "{}; --stabiliseOcclusions off does without it.",
-                            frame, frame_, reason));
+                            frame, frame_, Cobalt::Base::withoutFullStop(error.what())));
         }
     }
 
@@ -231,7 +231,7 @@ private:
     [[noreturn]] void fail(int view) const {
         const std::vector<std::string> errors = node_.errors();
         if (!errors.empty()) {
-            const bool ofMask = maskReader_ && errors.front().starts_with("Channel selected as Mask is missing.");
+            const bool ofMask = maskReader_ && errors.front() == Cobalt::Research::missingChannelMessage("Mask");
             throw RenderError(errors.front() + (ofMask ? " " + maskReader_->channelsText() : ""));
         }
         throw RenderError(fmt::format("'{}': {} delivered no pixels for the view '{}'.", picture_->path().string(),

@@ -10,6 +10,8 @@
 #include <opencv2/imgproc.hpp>
 #include <stdexcept>
 
+#include "Common/Common.h"
+
 namespace ViewTint::Host {
 
 namespace {
@@ -54,7 +56,9 @@ cv::Mat structureOf(const RgbPicture& picture) {
             for (std::size_t c = 0; c < 3; ++c) {
                 const float value = picture.planes[c][i];
                 // Codes rather than light: dark parts count as much as bright ones.
-                sum += weights[c] * std::sqrt(std::abs(value) <= 1e12f ? std::clamp(value, 0.0f, 1e4f) : 0.0f);
+                sum +=
+                    weights[c] *
+                    std::sqrt(std::abs(value) <= Vellum::Common::largestValue ? std::clamp(value, 0.0f, 1e4f) : 0.0f);
             }
             light.at<float>(y, x) = sum;
         }

@@ -30,24 +30,13 @@ std::string firstLine(const std::string& text) {
 
 PictureLimits limits;
 
-/// A damaged header may promise any size.
-void requirePlausible(const fs::path& path, const OIIO::ImageInput& input) {
-    const std::string_view format = input.format_name();
-    // DEFLATE packs 1032-fold; JPEG takes a bit at least for each 64 values. Other formats may tell long runs in few
-    // bits.
-    const std::uint64_t largestRatio = format == "png" || format == "jpeg" ? 2000 : 50000;
-    constexpr std::uint64_t alwaysAllowed = std::uint64_t{64} << 20;
-    std::error_code ignored;
-    const auto bytes = static_cast<std::uint64_t>(input.spec().image_bytes(/*native=*/true));
-    if (bytes > alwaysAllowed && bytes / largestRatio > fs::file_size(path, ignored))
-        throw cannotRead(path, "it is truncated or damaged (impossible size); write or copy it again");
+/// How much smaller a picture can get at most. DEFLATE packs 1032-fold; JPEG takes a bit at least for each 64 values;
+/// other formats may tell long runs in few bits.
+double largestRatioOf(std::string_view format) {
+    return format == "png" || format == "jpeg" ? 2000 : 50000;
 }
 
 std::unique_ptr<OIIO::ImageInput> openPicture(const fs::path& path) {
-    std::error_code ignored;
-    const fs::file_status status = fs::status(path, ignored);
-    if (!fs::exists(status)) throw cannotRead(path, "there is no such file; check its name and folder");
-    if (fs::is_directory(status)) throw cannotRead(path, "it is a folder; give the name of a picture");
     OIIO::ImageSpec config;
     config.attribute("oiio:UnassociatedAlpha", 1);  // multiplied here, after the colours are linear
     auto input = OIIO::ImageInput::open(path.string(), &config);
@@ -63,7 +52,9 @@ std::unique_ptr<OIIO::ImageInput> openPicture(const fs::path& path) {
     limits.requireSize(path, "display window", spec.full_width, spec.full_height);
     const auto channels = static_cast<std::uint64_t>(spec.nchannels);
     limits.require<&PictureLimits::channels>(path, channels, fmt::format("it has {} channels a view", channels));
-    requirePlausible(path, *input);
+    std::error_code ignored;
+    PictureLimits::requirePlausible(path, static_cast<double>(spec.image_bytes(/*native=*/true)),
+                                    largestRatioOf(input->format_name()), fs::file_size(path, ignored));
     return input;
 }
 

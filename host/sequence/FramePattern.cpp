@@ -10,6 +10,8 @@
 #include <system_error>
 #include <unordered_set>
 
+#include "base/Text.h"
+
 namespace ViewTint::Host {
 
 namespace fs = std::filesystem;
@@ -24,11 +26,7 @@ constexpr std::size_t mostFrames = 1'000'000;
 /// In quotes, and cut off where it is too long to be read.
 std::string inQuotes(std::string_view text) {
     constexpr std::size_t readable = 120;
-    if (text.size() <= readable) return fmt::format("'{}'", text);
-    std::size_t end = readable;
-    while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80)  // within a character of UTF-8
-        --end;
-    return fmt::format("'{}...'", text.substr(0, end));
+    return fmt::format("'{}{}'", Cobalt::Base::beginningOf(text, readable), text.size() > readable ? "..." : "");
 }
 
 /// Where the number stands in a name, and how many digits it has at least.
@@ -67,7 +65,7 @@ std::optional<int> takeNumber(std::string_view& text) {
     if (failure == std::errc::invalid_argument) return std::nullopt;
     if (failure != std::errc() || std::abs(std::int64_t{number}) > largestFrame)
         throw std::invalid_argument(
-            fmt::format("{}: numbers of frames go from -{} to {}.", inQuotes(text), largestFrame, largestFrame));
+            fmt::format("{}: frame numbers go from -{} to {}.", inQuotes(text), largestFrame, largestFrame));
     text.remove_prefix(static_cast<std::size_t>(end - text.data()));
     return number;
 }
@@ -99,8 +97,8 @@ struct FrameRun {
 
 std::optional<FramePattern> FramePattern::parse(const std::string& text) {
     if (text.size() > longestName)
-        throw std::invalid_argument(
-            fmt::format("{}: the name has {} characters; {} are possible.", inQuotes(text), text.size(), longestName));
+        throw std::invalid_argument(fmt::format("{}: the name has {} characters; at most {} are possible.",
+                                                inQuotes(text), text.size(), longestName));
     const fs::path path = text;
     const std::string name = path.filename().string();
     const auto place = placeIn(name);
@@ -108,7 +106,7 @@ std::optional<FramePattern> FramePattern::parse(const std::string& text) {
         std::error_code ignored;
         if (placeIn(path.parent_path().string()) && !fs::exists(path.parent_path(), ignored))
             throw std::invalid_argument(
-                fmt::format("{}: there is no such folder. The frame number belongs into the file's name; write for "
+                fmt::format("{}: there is no such folder. The frame number belongs in the file's name; write for "
                             "example folder/shot.####.exr.",
                             inQuotes(text)));
         return std::nullopt;

@@ -5,6 +5,7 @@
 #include "Common/Common.h"
 #include "PictureBuilder/PictureBuilder.h"
 #include "ToneAligner/ToneAligner.h"
+#include "base/Text.h"
 #include "compute/BufferManagement/BufferManager.h"
 #include "compute/HostDevice.h"
 #include "compute/StageStatistics.h"
@@ -29,15 +30,12 @@ Vellum::Image::Image onTheCpu(const Vellum::Image::Image& image) {
 }
 
 std::string sentenceOn(const Fallback& fallback) {
-    std::string reason = fallback.reason;
-    while (!reason.empty() && reason.back() == '.')
-        reason.pop_back();
+    std::string reason = Cobalt::Base::withoutFullStop(fallback.reason);
     if (!reason.empty()) reason = " (" + reason + ")";
     if (fallback.cause == Fallback::Cause::allocation)
-        return fallback.otherDevice
-                   ? "There is not enough memory on the GPU" + reason + "; the CPU goes on with the frame."
-                   : "Memory ran short" + reason + "; the step is tried once more.";
-    return fallback.otherDevice ? "The match failed on the GPU" + reason + "; the CPU does it."
+        return fallback.otherDevice ? "There is not enough memory on the GPU" + reason + "; the CPU finishes the frame."
+                                    : "Memory ran short" + reason + "; the step is tried once more.";
+    return fallback.otherDevice ? "The match failed on the GPU" + reason + "; it is done again on the CPU."
                                 : "The match failed" + reason + "; it is tried once more.";
 }
 

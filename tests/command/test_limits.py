@@ -72,7 +72,7 @@ HOSTILE = {
     "data": (exr(data=box(0, 0, WIDE - 1, 3)), "data window is 1048576 pixels wide", "side"),
     "height": (exr(data=box(0, 0, 3, (1 << 30) - 1), compression=9), "data window is 1073741824 pixels high", "side"),
     "area": (exr(data=box(0, 0, 65535, 65535)), "data window is 65536 x 65536 pixels", "pixels"),
-    "tile": (exr(extra=tiles(1 << 31, 1 << 31), version=0x202), "size of tiles is 2147483648 pixels wide", "side"),
+    "tile": (exr(extra=tiles(1 << 31, 1 << 31), version=0x202), "tile is 2147483648 pixels wide", "side"),
     "channels": (exr(names=[f"{i:06}" for i in range(100_000)]), "100000 channels a view", "channels"),
     "views": (exr(extra=attribute("multiView", "stringvector", texts(*map(str, range(65))))), "65 views", "views"),
     "attributes": (exr(extra=b"".join(attribute(f"a{i}", "int", bytes(4)) for i in range(70_000))),

@@ -51,11 +51,11 @@ def test_a_still_may_lie_in_a_folder_with_any_name(pair):
     ("shot.%99999999999d.exr", "'%99999999999d', has more than 12 digits; write for example shot.####.exr"),
     ("shot.%999999999d.exr", "'%999999999d', has more than 12 digits"),
     ("shot.%13d.exr", "'%13d', has more than 12 digits"),
-    ("shot." + "#" * 60_000 + ".exr", "60009 characters; 4095 are possible"),
-    ("shot.%" + "1" * 60_000 + "d.exr", "60011 characters; 4095 are possible"),
+    ("shot." + "#" * 60_000 + ".exr", "60009 characters; at most 4095 are possible"),
+    ("shot.%" + "1" * 60_000 + "d.exr", "60011 characters; at most 4095 are possible"),
     ("shot." + "#" * 3000 + ".exr", "has more than 12 digits"),
     ("a@2.####.exr", "'a@2.####.exr' has several places for the frame number, '@' and '####'; it needs one"),
-    ("shot.####/a.exr", "The frame number belongs into the file's name; write for example folder/shot.####.exr"),
+    ("shot.####/a.exr", "The frame number belongs in the file's name; write for example folder/shot.####.exr"),
 ])
 @pytest.mark.parametrize("place", ["FILE", "--output", "--mask", "--disparity"])
 def test_names_that_can_not_be_are_refused(pair, name, told, place):
@@ -75,8 +75,8 @@ def test_names_that_can_not_be_are_refused(pair, name, told, place):
     ("1-2x0", "'1-2x0' is no range"),
     ("1-2x-1", "'1-2x-1' is no range"),
     ("1,,2", "'' is no range"),
-    ("1" * 60_000, "numbers of frames go from -999999999 to 999999999"),
-    ("-2147483648", "numbers of frames go from"),
+    ("1" * 60_000, "frame numbers go from -999999999 to 999999999"),
+    ("-2147483648", "frame numbers go from"),
     ("0-999999999", "more than 1000000 frames"),
     ("1-999999," * 10_000 + "1", "more than 1000000 frames"),
 ])
