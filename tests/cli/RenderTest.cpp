@@ -1,6 +1,4 @@
 #include <cmath>
-#include <cstring>
-#include <functional>
 #include <random>
 
 #include "CommandTest.h"
@@ -268,19 +266,6 @@ TEST_F(Render, MasksOfOtherSizesAreZeroOutside) {
         }
 }
 
-TEST_F(Render, ChannelsOfOtherNamesAreReadAndCorrected) {
-    std::vector<NewView> views = pair();
-    for (NewView& view : views) {
-        for (NewView::Plane& plane : view.planes)
-            if (std::count(colours.begin(), colours.end(), plane.channel) != 0) plane.channel.insert(0, "beauty.");
-        drop(view, "mask_occlusion.alpha");
-    }
-    write("in.exr", views);
-    const Words beauty = {"--channel", "red=beauty.R", "--channel", "G=beauty.G", "--channel", "blue=beauty.B"};
-    ASSERT_EQ(render(beauty).exitCode, 0);
-    EXPECT_EQ(changed(), (Words{"beauty.R", "beauty.G", "beauty.B"}));
-}
-
 TEST_F(Render, AnInterruptionLeavesNothing) {
     write("in.exr", pair());
     const Words words = {"render", "in.exr", "-o", "out.exr", "--matchingMode", "Basic"};
@@ -363,7 +348,6 @@ TEST_F(Render, WrongCallsSayWhatWouldDoAndLeaveNothing) {
     };
     const Case cases[] = {
         {{"--blocksize", "5"}, "There is no control 'blocksize'; the nearest are blockSize, maxBlockSize, "},
-        {{"--blokSize=5"}, "There is no control 'blokSize'; the nearest are blockSize, maxBlockSize, "},
         {{"--blockSize", "500"}, "500 is out of range for the control blockSize: it goes from 2 to 100."},
         {{"--noiseLevel", "2"}, "2 is out of range for the control noiseLevel: it goes from 0 to 1."},
         {{"--maskWith", "9"}, "'9' is no value for the control maskWith: choose \"None\" (0), \"Source Alpha\" (1), "},

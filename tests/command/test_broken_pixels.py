@@ -168,7 +168,8 @@ def test_one_sentence_counts_the_pixels_of_each_picture(tmp_path):
         _, said = render(tmp_path, channels, mode)
         assert said.endswith(
             "'pair.exr': 3 pixels of the view 'left', 1 of the view 'right' and 2 of mask_occlusion.alpha are not "
-            "numbers or beyond 1e12; they take no part in the match, and those of the view 'left' keep their own values.\n")
+            "numbers or beyond 1e12; they take no part in the match, and those of the view 'left' keep their own "
+            "values.\n")
     _, said = render(tmp_path, stereo_pair(), "Basic")
     assert "1e12" not in said
 

@@ -97,15 +97,6 @@ TEST_F(DamagedFileTest, anyDamagedBytesEitherReadOrAreRefused) {
     EXPECT_GT(refused, 0);
 }
 
-TEST_F(DamagedFileTest, whatIsNoPictureIsNamed) {
-    const std::string name = "'" + file("in.exr").string() + "'";
-    EXPECT_EQ(openError(), "Cannot read " + name + ": there is no such file; check its name and folder.");
-    writeBytes(file("in.exr"), "\x89PNG\r\n and so on");
-    EXPECT_EQ(openError(), "Cannot read " + name +
-                               ": it is not an OpenEXR picture; separate pictures can be packed into one first.");
-    EXPECT_NE(fileErrorOf([this] { MultiViewFile::open(folder_); }).find("it is a folder"), std::string::npos);
-}
-
 TEST_F(DamagedFileTest, anUnfinishedFileIsRefused) {
     {
         Imf::Header header(8, 64);
