@@ -15,7 +15,7 @@ FRAMES = (1, 2, 3)
 STILL = ("render", "pair.exr", "-o", "out.exr")
 SEQUENCE = ("render", "in.####.exr", "-o", "out.####.exr")
 PACK = ("pack", "-o", "out.exr", "--left", "pair.exr", "--right")
-OTHER_USER = 54321
+OTHER_USER = 100_000 + os.getpid()  # one without any other processes, those of another run of these tests included
 
 
 def limited(kind, value, user=None):
