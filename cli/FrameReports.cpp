@@ -23,7 +23,8 @@ void putEvent(const char* event, Members members) {
     put(stdout, Json::object(members).line() + "\n");
 }
 
-Json milliseconds(double seconds) {
+/// To milliseconds.
+Json roundedSeconds(double seconds) {
     return Json::number(std::round(seconds * 1e3) / 1e3);
 }
 
@@ -93,7 +94,7 @@ void FrameReports::tell(const Host::FrameResult& result) {
         Members members{{"frame", frames_.empty() ? Json::null() : Json::integer(result.frame)},
                         {"status", Json::text(result.word())},
                         {"file", Json::text(result.file.string())},
-                        {"seconds", milliseconds(result.seconds)}};
+                        {"seconds", roundedSeconds(result.seconds)}};
         if (failed) members.emplace_back("message", Json::text(result.message));
         putEvent("frame", std::move(members));
     } else if (failed) {
@@ -120,7 +121,7 @@ void FrameReports::tellSummary(double seconds) {
                              {"skipped", counted(count(Status::skipped))},
                              {"failed", counted(count(Status::failed))},
                              {"left", counted(all - ended)},
-                             {"seconds", milliseconds(seconds)}});
+                             {"seconds", roundedSeconds(seconds)}});
     } else if (quiet_) {
         return;
     } else if (!frames_.empty()) {

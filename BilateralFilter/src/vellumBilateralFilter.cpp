@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <optional>
 #include <span>
-#include <utility>
 #include <vector>
 
 #include "Common/Common.h"
@@ -212,7 +211,8 @@ void BilateralFilter::apply(const Image& values, const Image& guide, const Image
             const int rows =
                 rowsAtOnce(distance.image(), covered.image(), block, farthest + static_cast<float>(radiusBoost_));
             for (int y = block.y0; y < block.y1; y += rows) {
-                report((done + static_cast<double>(block.width()) * (y - block.y0)) / static_cast<double>(filled.box().pixels()));
+                report((done + static_cast<double>(block.width()) * (y - block.y0)) /
+                       static_cast<double>(filled.box().pixels()));
                 byLists->run(intersect({block.x0, y, block.x1, y + rows}, block));
             }
         }

@@ -44,7 +44,7 @@ BrokenPixels ToneAligner::Views::leaveOutBrokenPixels(BufferManager& manager, in
     cleanMask(manager, edges, 1);
     broken.source = Common::countBroken(source.image());
     if (broken.source != 0) {
-        cameAs.emplace(manager, source.image());
+        asItCame.emplace(manager, source.image());
         mendPicture(manager, source, mask, 0, kernelFlags);
     }
     broken.rebuilt = Common::countBroken(rebuilt.image());

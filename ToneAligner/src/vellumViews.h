@@ -23,14 +23,14 @@ struct ToneAligner::Views {
     /// broken occlusion hides.
     BrokenPixels leaveOutBrokenPixels(BufferManager& manager, int kernelFlags);
     /// The view to correct as it came.
-    const Image& own() const { return cameAs ? cameAs->image() : source.image(); }
+    const Image& own() const { return asItCame ? asItCame->image() : source.image(); }
 
     Managed source;
     Managed rebuilt;
     Managed mask;
     Managed occlusion;
     Managed edges;
-    std::optional<Managed> cameAs;  ///< the view to correct where it has broken pixels
+    std::optional<Managed> asItCame;  ///< the view to correct where it has broken pixels
 };
 
 }  // namespace Vellum::Tone

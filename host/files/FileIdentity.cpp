@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include <system_error>
+#include <tuple>
 
 #include "host/files/MultiViewFile.h"
 

@@ -73,6 +73,11 @@ bool jpegIsWhole(const fs::path& path) {
     return lastScan != std::string::npos && bytes.find("\xff\xd9", lastScan) != std::string::npos;
 }
 
+/// The PNG decoder doesn't look for the last chunk, which holds nothing.
+bool pngIsWhole(const fs::path& path) {
+    return bytesOf(path).rfind("IEND\xae\x42\x60\x82") != std::string::npos;
+}
+
 /// The DPX decoder leaves what is missing black. The header tells the file's size at byte 16, all ones if unknown.
 bool dpxIsWhole(const fs::path& path) {
     const std::string header = bytesOf(path, 20);
@@ -89,6 +94,7 @@ bool dpxIsWhole(const fs::path& path) {
 /// Looks for the truncations that a decoder passes over in silence.
 bool isWhole(const fs::path& path, std::string_view format) {
     if (format == "jpeg") return jpegIsWhole(path);
+    if (format == "png") return pngIsWhole(path);
     if (format == "dpx") return dpxIsWhole(path);
     return true;
 }

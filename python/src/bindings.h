@@ -4,7 +4,6 @@
 #include <string>
 #include <type_traits>
 #include <utility>
-#include <vector>
 
 #include <nanobind/nanobind.h>
 

@@ -1,7 +1,7 @@
 """The image operations of ViewTint on NumPy arrays.
 
-An `Image` is a raster of float32 on a box of the plane: x to the right, y upward, boxes half-open, row 0 of an array the
-lowest. Operations have their C++ names and return new images; `run` starts any kernel of `kernels()`.
+An `Image` is a raster of float32 on a box of the plane: x to the right, y upward, boxes half-open, row 0 of an array
+the lowest. Operations have their C++ names and return new images; `run` starts any kernel of `kernels()`.
 """
 
 from viewtint import _viewtint

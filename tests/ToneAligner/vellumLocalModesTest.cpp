@@ -1,10 +1,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <bit>
 #include <cmath>
 #include <functional>
-#include <limits>
 #include <map>
 #include <string>
 #include <vector>
@@ -197,24 +195,6 @@ TEST_P(LocalModes, theMaskOfTheRefillGoesToAlphaWhenAsked) {
     match.settings.fillOcclusions = false;
     const Pixels none = match.run();
     EXPECT_EQ(none.at(33, 40, 3), 0) << "nothing is refilled";
-}
-
-TEST_P(LocalModes, brokenPixelsStayInTheirPlaces) {
-    const Pixels clean = local().run();
-    const float values[] = {std::numeric_limits<float>::quiet_NaN(), std::numeric_limits<float>::infinity(), -1e30f};
-    for (const bool inSource : {true, false})
-        for (const float value : values) {
-            Local match = local();
-            (inSource ? match.source : match.rebuilt).at(10, 20, 1) = value;
-            const Pixels result = match.run();
-            result.forEach([&](int x, int y, int c) {
-                if (inSource && x == 10 && y == 20)
-                    EXPECT_EQ(std::bit_cast<int>(result.at(x, y, c)), std::bit_cast<int>(match.source.at(x, y, c)));
-                else
-                    ASSERT_TRUE(std::isfinite(result.at(x, y, c))) << x << ' ' << y << ' ' << value;
-            });
-            EXPECT_LT(std::abs(result.at(70, 40, 0) - clean.at(70, 40, 0)), 0.02f);
-        }
 }
 
 TEST_P(LocalModes, showItsStages) {

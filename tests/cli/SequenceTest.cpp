@@ -146,29 +146,6 @@ TEST_F(Sequence, OfPhotographsComesNearerToTheTruthInEveryFrame) {
     }
 }
 
-TEST_F(Sequence, FarmsAreToldInLinesOfJson) {
-    fs::resize_file(file(name("shot", 1004)), 500);
-    const Outcome outcome = render({"--json", "--stabiliseOcclusions", "off", "--frames", "1002-1005,1030"});
-    EXPECT_EQ(outcome.exitCode, 1);
-    const auto lines = events(outcome);
-    ASSERT_EQ(lines.size(), 6u);
-    std::map<int, std::string> states;
-    for (std::size_t i = 0; i < 5; ++i) {
-        EXPECT_EQ(lines[i].get<std::string>("event"), "frame");
-        states[lines[i].get<int>("frame")] = lines[i].get<std::string>("status");
-        EXPECT_EQ(lines[i].count("message") == 1, lines[i].get<std::string>("status") == "failed");
-    }
-    EXPECT_EQ(states,
-              (std::map<int, std::string>{
-                  {1002, "written"}, {1003, "written"}, {1004, "failed"}, {1005, "written"}, {1030, "failed"}}));
-    EXPECT_EQ(lines[5].get<std::string>("event"), "summary");
-    EXPECT_EQ(lines[5].get<int>("written"), 3);
-    EXPECT_EQ(lines[5].get<int>("failed"), 2);
-    const Outcome plain = render({"--stabiliseOcclusions", "off", "--frames", "1004"});
-    EXPECT_NE(plain.errors.find("viewtint: frame 1004: "), std::string::npos);
-    EXPECT_NE(plain.errors.find("shot.1004.exr"), std::string::npos);
-}
-
 TEST_F(Sequence, EachViewMayHaveAFileOfItsOwn) {
     for (int frame = firstFrame; frame < firstFrame + 3; ++frame)
         for (const char* side : {"left", "right"}) {
@@ -258,8 +235,6 @@ TEST_F(Sequence, WrongCallsSayWhatWouldDo) {
         {{"render", "shot.####.exr", "-o", "out.exr"}, "'out.exr' has no place for the frame number"},
         {{"render", "shot.####.exr", "-o", "shot.####.exr"}, "it is the picture that is read"},
         {{"render", "none.####.exr", "-o", "out.####.exr"}, "There are no files 'none.####.exr'"},
-        {{"render", "shot.####.exr", "-o", "out.####.exr", "--frames", "x"}, "'x' is no range of frames"},
-        {{"render", "shot.##.##.exr", "-o", "out.####.exr"}, "several places for the frame number"},
         {{"render", "shot.####.exr", "-o", "out.####.exr", "--write-stages", "st"},
          "--write-stages is for one picture"},
         {{"render", name("shot", 1001), "-o", "out.exr", "--frames", "1-2"}, "--frames is for sequences"},

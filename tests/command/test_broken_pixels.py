@@ -37,7 +37,8 @@ def differences(a, b, reach):
 
 @MODES
 @pytest.mark.parametrize("value", VALUES, ids=str)
-@pytest.mark.parametrize("extra", [(), ("--previewCorrection", "on"), ("--occlusionCorrection", "None")], ids=str)
+@pytest.mark.parametrize("extra", [(), ("--previewCorrection", "on"), ("--samples", "1"),
+                                   ("--occlusionCorrection", "None")], ids=str)
 def test_a_broken_pixel_of_the_corrected_view_comes_back_as_it_was(tmp_path, mode, value, extra):
     channels = stereo_pair()
     clean, _ = render(tmp_path, channels, mode, *extra)
@@ -45,7 +46,7 @@ def test_a_broken_pixel_of_the_corrected_view_comes_back_as_it_was(tmp_path, mod
     channels["A"][Y, X] = value
     picture, said = render(tmp_path, channels, mode, *extra)
     np.testing.assert_array_equal(bits(picture[Y, X]), bits(colours(channels)[Y, X]))
-    assert "'pair.exr': 1 pixel of the view 'left' is not a number or beyond 1e12; it takes no part in the match and keeps " in said
+    assert "1 pixel of the view 'left' is not a number or beyond 1e12; it takes no part in the match and keeps " in said
     assert differences(picture, clean, 0).max() < 0.04
     assert differences(picture, clean, 0).mean() < 1e-3
 
@@ -69,7 +70,7 @@ def test_a_broken_pixel_of_the_other_view_does_not_spread(tmp_path, mode, value)
     clean, _ = render(tmp_path, channels, mode)
     channels["right.G"][Y, X] = value
     picture, said = render(tmp_path, channels, mode)
-    assert "'pair.exr': 1 pixel of the view 'right' is not a number or beyond 1e12; it takes no part in the match." in said
+    assert "'pair.exr': 1 pixel of the view 'right' is not a number or beyond 1e12; it takes no part" in said
     assert differences(picture, clean, -1).max() < 0.04
     assert differences(picture, clean, 12).max() < 0.02
 
@@ -149,7 +150,7 @@ def test_neighbouring_frames_hide_with_what_is_broken(tmp_path, mode):
             channels = stereo_pair()
             channels["mask_occlusion.alpha"][Y, X] = value if frame == 1 else 0
             write_exr(tmp_path / f"in.{frame}.exr", channels)
-        done = viewtint("render", "in.@.exr", "-o", "out.@.exr", "--matchingMode", mode, "--frames", "2", folder=tmp_path)
+        done = viewtint("render", "in.@.exr", "-o", "out.@.exr", "--matchingMode", mode, "--frames", 2, folder=tmp_path)
         assert done.returncode == 0, done.stderr
         picture = colours(read_exr(tmp_path / "out.2.exr"))
         expected = picture if value == 1 else expected
@@ -165,9 +166,10 @@ def test_one_sentence_counts_the_pixels_of_each_picture(tmp_path):
     channels["mask_occlusion.alpha"][Y, 7:9] = np.nan
     for mode in "Basic", "Local Matching":
         _, said = render(tmp_path, channels, mode)
-        assert said.splitlines()[-1].endswith(
-            "'pair.exr': 3 pixels of the view 'left', 1 of the view 'right' and 2 of mask_occlusion.alpha are not numbers "
-            "or beyond 1e12; they take no part in the match, and those of the view 'left' keep their own values.")
+        assert said.endswith(
+            "'pair.exr': 3 pixels of the view 'left', 1 of the view 'right' and 2 of mask_occlusion.alpha are not "
+            "numbers or beyond 1e12; they take no part in the match, and those of the view 'left' keep their own "
+            "values.\n")
     _, said = render(tmp_path, stereo_pair(), "Basic")
     assert "1e12" not in said
 

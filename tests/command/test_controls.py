@@ -11,7 +11,8 @@ from pictures import read_exr, viewtint
     ("featherSize", "51", "51"), ("featherSize", "-0", "0"), ("correctionLimit", "4", "4"),
     ("featherSize", "-0.5", None), ("correctionLimit", "-1e-9", None), ("featherSize", "nan", None),
     ("correctionLimit", "inf", None), ("featherSize", "1e39", None), ("blockSize", "101", None),
-    ("adjustEdges", "-20", "-20"), ("adjustEdges", "-21", None),
+    ("adjustEdges", "-20", "-20"), ("adjustEdges", "-21", None), ("blockSize", "1", None),
+    ("noiseLevel", "1x", None), ("noiseLevel", " 1", None), ("matchingMode", "-1", None), ("leftView", "3", None),
 ])
 def test_a_value_is_refused_by_name_or_recorded(pair, control, value, recorded):
     done = viewtint("render", "pair.exr", "-o", "out.exr", f"--{control}={value}", folder=pair)

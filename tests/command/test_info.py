@@ -33,6 +33,8 @@ BOTH = ("left", "right")
     ([("left", name) for name in VECTORS], ([DISPARITY], [], [])),
     ([(view, name) for view in BOTH for name in VECTORS[:3]], ([disparity(*VECTORS[:3])], [], [])),
     ([("right", "G")], (["red, green and blue of view 'right' (channel G)"], [], [])),
+    ([("left", "G")], (["red, green and blue (channel G)"], [], [])),
+    ([("right", name) for name in VECTORS], ([], [], [])),
 ])
 def test_info_says_what_a_render_then_does(tmp_path, absent, left):
     write_exr(tmp_path / "some.exr", without(*absent))

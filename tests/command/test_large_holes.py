@@ -5,7 +5,6 @@ import subprocess
 import time
 
 import numpy as np
-import pytest
 from pictures import COMMAND, in_file, stereo_pair, viewtint, write_exr
 
 
@@ -30,10 +29,6 @@ def test_a_fill_that_takes_long_can_be_interrupted(tmp_path):
     assert [file.name for file in tmp_path.iterdir()] == ["a.exr"]
 
 
-@pytest.mark.parametrize("hidden", [
-    pytest.param(lambda y, x: (x % 199 + y % 197) > 0, id="all but single pixels"),
-    pytest.param(lambda y, x: x >= 0, id="all of it"),
-])
-def test_much_that_is_hidden_does_not_take_minutes(tmp_path, hidden):
-    write_hidden(tmp_path / "a.exr", 800, 600, hidden)
+def test_much_that_is_hidden_does_not_take_minutes(tmp_path):
+    write_hidden(tmp_path / "a.exr", 800, 600, lambda y, x: x % 199 + y % 197 > 0)
     assert viewtint("render", "a.exr", "-o", "b.exr", folder=tmp_path, timeout=20).returncode == 0

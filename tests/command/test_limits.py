@@ -36,10 +36,12 @@ SMALL = box(0, 0, 3, 3)
 def exr(data=SMALL, display=SMALL, names=("B", "G", "R"), sampling=1, extra=b"", compression=0, version=2,
         tail=bytes(64)) -> bytes:
     """A file of one part: its header, then `tail` in place of pixels."""
-    header = (attribute("channels", "chlist", channels(names, sampling)) + attribute("compression", "compression", bytes([compression]))
-              + attribute("dataWindow", "box2i", data) + attribute("displayWindow", "box2i", display)
-              + attribute("lineOrder", "lineOrder", b"\0") + attribute("pixelAspectRatio", "float", struct.pack("<f", 1))
-              + attribute("screenWindowCenter", "v2f", bytes(8)) + attribute("screenWindowWidth", "float", bytes(4)) + extra)
+    attributes = [("channels", "chlist", channels(names, sampling)), ("dataWindow", "box2i", data),
+                  ("displayWindow", "box2i", display), ("lineOrder", "lineOrder", b"\0"),
+                  ("compression", "compression", bytes([compression])),
+                  ("pixelAspectRatio", "float", struct.pack("<f", 1)), ("screenWindowCenter", "v2f", bytes(8)),
+                  ("screenWindowWidth", "float", bytes(4))]
+    header = b"".join(attribute(*one) for one in attributes) + extra
     return struct.pack("<II", 20000630, version) + header + b"\0" + tail
 
 
@@ -78,16 +80,17 @@ HOSTILE = {
     "attributes": (exr(extra=b"".join(attribute(f"a{i}", "int", bytes(4)) for i in range(70_000))),
                    "its attributes take", "attributes"),
     "long attribute": (exr(extra=attribute("a", "string", bytes(65 * MIB))), "its attributes take", "attributes"),
-    "attribute beyond the end": (exr(extra=attribute("a", "string", b"", 2_000_000_000)), "leads out of the file", None),
+    "attribute beyond the end": (exr(extra=attribute("a", "string", b"", 2 * 10**9)), "leads out of the file", None),
     "negative length": (exr(extra=attribute("a", "string", b"", -5)), "leads out of the file", None),
     "false length": (exr(extra=attribute("a", "m44f", bytes(8))), "length that its type can't have", None),
-    "list too long": (exr(extra=attribute("multiView", "stringvector", texts("left"), 5)), "leads out of its list", None),
+    "list too long": (exr(extra=attribute("multiView", "stringvector", texts("left"), 5)), "out of its list", None),
     "no tiles": (exr(extra=tiles(0, 0), version=0x202), "tiles without pixels", None),
-    "tiles beyond the end": (exr(data=box(0, 0, 30000, 30000), extra=tiles(1, 1), version=0x202), "truncated or damaged", None),
+    "tiles beyond the end": (exr(data=box(0, 0, 30000, 30000), extra=tiles(1, 1), version=0x202),
+                             "truncated or damaged", None),
     "levels": (exr(extra=tiles(2, 2, 1), version=0x202), "several resolution levels", None),
     "no window": (exr(data=box(5, 5, 4, 4)), "no data window", None),
     "far away": (exr(data=box((1 << 30), 0, (1 << 30) + 3, 3)), "its data window lies at", None),
-    "size without pixels": (exr(data=box(0, 0, 16383, 65535), compression=9, tail=bytes(2048)), "impossible size", None),
+    "size without pixels": (exr(data=box(0, 0, 16383, 65535), compression=9, tail=bytes(2048)), "impossible", None),
     "chunk beyond the end": (exr(tail=struct.pack("<4Q", *[1 << 40] * 4) + bytes(64)), "leads out of the file", None),
     "deep": (exr(extra=attribute("type", "string", b"deepscanline"), version=0x802), "deep pixels", None),
     "subsampled": (exr(sampling=2), "subsampled channel 'B'", None),
@@ -106,8 +109,8 @@ def test_an_openexr_file_that_promises_too_much_is_refused(tmp_path, content, wo
     assert not (tmp_path / "out.exr").exists()
 
 
-@pytest.mark.parametrize("width, height, words", [(70_000, 4, "--limits side=70000"), (40_000, 40_000, "--limits pixels="),
-                                                  (16_000, 16_000, "impossible size")])
+@pytest.mark.parametrize("width, height, words", [
+    (70_000, 4, "--limits side=70000"), (40_000, 40_000, "--limits pixels="), (16_000, 16_000, "impossible size")])
 def test_so_is_another_picture(tmp_path, width, height, words):
     (tmp_path / "bad.png").write_bytes(png(width, height))
     errors, code, memory = measured("render", "bad.png", "bad.png", "-o", "out.exr", folder=tmp_path)

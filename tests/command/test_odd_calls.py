@@ -19,6 +19,7 @@ LONG = "a" * 300 + ".exr"
        f"'{value.split(',')[0]}' is no number")
       for words in (["--disparity-scale"], ["--cast-view", "left", "--cast-gain"]) for value in
       (["nan", "inf", "1e999"] if len(words) == 1 else ["nan,1,1", "inf,1,1"])),
+    (["render", "pair.exr", "-o", "out.exr", "--cache-size", "5GB"], 2, "--cache-size requires --cache"),
     (["render", "pair.exr", LONG, "-o", "out.exr"], 2, f"RIGHT: there is no file '{LONG}'"),
     (["parallax", "pair.exr", "loop.exr", "-o", "out.exr"], 2, "RIGHT: there is no file 'loop.exr'"),
     (["render", "pair.exr", "-o", "out.exr", "--disparity", LONG], 2, f"--disparity: there is no file '{LONG}'"),

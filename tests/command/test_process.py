@@ -15,7 +15,7 @@ FRAMES = (1, 2, 3)
 STILL = ("render", "pair.exr", "-o", "out.exr")
 SEQUENCE = ("render", "in.####.exr", "-o", "out.####.exr")
 PACK = ("pack", "-o", "out.exr", "--left", "pair.exr", "--right")
-OTHER_USER = 54321
+OTHER_USER = 100_000 + os.getpid()  # one without any other processes, those of another run of these tests included
 
 
 def limited(kind, value, user=None):
@@ -105,14 +105,20 @@ def test_libraries_that_need_threads_are_kept_from_them(shot, expected, words, p
         path.unlink()
 
 
+@pytest.mark.parametrize("share", [0, 0.01, 0.5, 1])
 @pytest.mark.parametrize("words", [STILL, SEQUENCE, ("parallax", "pair.exr", "-o", "out.exr"),
                                    ("compare", "pair.exr", "pair.exr", "--sheet", "out.png")], ids=" ".join)
-def test_a_file_beyond_the_limit_is_an_error_of_writing(shot, expected, words):
-    before = sorted(os.listdir(shot[0]))
-    done = viewtint(*words, folder=shot[0], preexec_fn=limited(resource.RLIMIT_FSIZE, 2000))
+def test_a_file_beyond_the_limit_is_an_error_of_writing(shot, expected, words, share):
+    assert viewtint(*words, folder=shot[0]).returncode == 0
+    made = sorted(shot[0].glob("out*"))
+    limit = int(share * (made[0].stat().st_size - 1))
+    for path in made:
+        path.write_bytes(b"old")
+    done = viewtint(*words, folder=shot[0], preexec_fn=limited(resource.RLIMIT_FSIZE, limit))
     assert done.returncode == 1
     assert "ulimit -f" in done.stderr or "make room" in done.stderr
-    assert sorted(os.listdir(shot[0])) == before
+    assert made[0].read_bytes() == b"old" and sorted(shot[0].glob("out*")) == made
+    (shot[0] / "out.png").unlink(missing_ok=True)
 
 
 def test_too_many_open_files_are_told(pair):

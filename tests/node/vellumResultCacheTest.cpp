@@ -97,29 +97,6 @@ TEST_F(Results, MissingOnesAreRenderedAndOnlyTheyAreStored) {
     EXPECT_GE(fs::last_write_time(firstFile()), kept);
 }
 
-TEST_F(Results, DamagedOnesAreRenderedAnew) {
-    const ImageCacheDirectory cache(folder, 1 << 20);
-    renderAgain();
-    const fs::path file = firstFile();
-    const std::string whole = [&] {
-        std::ifstream stream(file, std::ios::binary);
-        return std::string(std::istreambuf_iterator<char>(stream), {});
-    }();
-    EXPECT_EQ(whole.substr(0, 4), "!VLM");
-    EXPECT_EQ(whole[4], 1);
-    std::string version = whole, magic = whole;
-    version[4] = 2;
-    magic[0] = '?';
-    for (const std::string& damaged :
-         {version, magic, whole.substr(0, 50), whole + "x", std::string(), whole.substr(0, 5)}) {
-        std::ofstream(file, std::ios::binary) << damaged;
-        EXPECT_EQ(renderAgain(), 8);
-        expectRendered();
-        EXPECT_EQ(renderAgain(), 0) << "mended";
-        EXPECT_EQ(files(), 4u);
-    }
-}
-
 TEST_F(Results, WithoutAnArtistTheDiskIsLeftAlone) {
     EXPECT_FALSE(IsGUIActive());
     EXPECT_EQ(renderAgain(), 8);

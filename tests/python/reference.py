@@ -73,7 +73,7 @@ def smooth(n):
 
 
 def wrapped(kernel, shape):
-    """The kernel's centre at (0, 0), what is left of it and below at the far ends; later cells overwrite earlier ones."""
+    """The kernel's centre at (0, 0), what is left of it and below at the far ends; later cells overwrite others."""
     padded = np.zeros(shape)
     for v, row in enumerate(kernel):
         for u, cell in enumerate(row):

@@ -24,9 +24,8 @@ def picture(height, width, channels, seed):
     random = np.random.default_rng(seed)
     y, x = np.mgrid[0:height, 0:width]
     shape = 0.3 + 0.4 * (x + 0.5 * y > width / 2) + 0.1 * np.sin(x / 9)
-    return (shape[..., None] * random.uniform(0.5, 1, channels) + 0.03 * random.random((height, width, channels))).astype(
-        np.float32
-    )
+    colours = shape[..., None] * random.uniform(0.5, 1, channels)
+    return (colours + 0.03 * random.random((height, width, channels))).astype(np.float32)
 
 
 @pytest.mark.parametrize("radius", [1, 3, 11, 16, 40])

@@ -78,7 +78,7 @@ def test_masks_select(scene):
     np.testing.assert_allclose(inverted, result, atol=1e-6)
 
 
-def test_broken_pixels_are_warned_of(scene, tmp_path):
+def test_broken_pixels_are_warned_of(scene):
     left, right, disparity, occlusion = (values.copy() for values in scene)
     clean = viewtint.Node().render(*map(viewtint.Image, scene)).array
     left[20, 40, 0] = np.nan
@@ -89,17 +89,6 @@ def test_broken_pixels_are_warned_of(scene, tmp_path):
     np.testing.assert_array_equal(picture[20, 40], left[20, 40])
     picture[20, 40] = clean[20, 40]
     assert np.abs(picture - clean).max() < 0.05
-
-    OpenEXR = pytest.importorskip("OpenEXR")
-    names = {f"{eye}{c}": view[::-1, :, i].copy() for eye, view in (("", left), ("right.", right)) for i, c in enumerate("RGBA")}
-    for i, layer in enumerate(("disparityL", "disparityR")):
-        for j, axis in enumerate("xy"):
-            names[f"{layer}.{axis}"] = disparity[::-1, :, 2 * i + j].copy()
-    with OpenEXR.File({"type": OpenEXR.scanlineimage, "multiView": ["left", "right"]}, names) as file:
-        file.write(str(tmp_path / "in.exr"))
-    with pytest.warns(UserWarning, match="in.exr': 1 pixel of the view 'left' is not a number") as told:
-        viewtint.render_file(tmp_path / "in.exr", tmp_path / "out.exr", matchingMode="Basic")
-    assert told[0].filename == __file__
 
 
 @pytest.mark.parametrize("matchWhat, view", [(0, "left"), (1, "right")])
@@ -122,9 +111,9 @@ def test_files_without_matches_are_warned_of(tmp_path):
     channels["mask_occlusion.alpha"][:] = 1
     write_exr(tmp_path / "in.1.exr", channels)
     for name, results in ("%d", ["unmatched"]), ("1", []):
-        with pytest.warns(viewtint.PictureWarning, match="in.1.exr"):
+        with pytest.warns(viewtint.PictureWarning, match="in.1.exr") as told:
             done = viewtint.render_file(tmp_path / f"in.{name}.exr", tmp_path / f"out.{name}.exr")
-        assert [frame["status"] for frame in done] == results
+        assert [frame["status"] for frame in done] == results and told[0].filename == __file__
 
 
 def test_threads_may_render_and_look_at_controls(scene):
@@ -185,7 +174,7 @@ def test_files(tmp_path):
     with pytest.raises(ValueError, match="no file 'none.exr' with disparity"):
         viewtint.render_file(CONES, tmp_path / "two.exr", disparity="none.exr")
     results = viewtint.render_file(tmp_path / "shot.####.exr", tmp_path / "out.####.exr", matchingMode="Basic")
-    assert [(result["frame"], result["status"]) for result in results] == [(1, "written"), (2, "written"), (3, "written")]
+    assert [(result["frame"], result["status"]) for result in results] == [(frame, "written") for frame in (1, 2, 3)]
     assert (tmp_path / "one.exr").stat().st_size > 100000
     again = viewtint.render_file(
         tmp_path / "shot.####.exr", tmp_path / "out.####.exr", frames="2-4", skip_existing=True, matchingMode="Basic"

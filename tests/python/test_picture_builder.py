@@ -77,7 +77,7 @@ def test_a_panorama_has_no_seam_at_its_ends():
 
 @pytest.mark.parametrize("width", [1, 3, 7, 41, 49, 107, 1920])
 def test_whole_turns_of_a_panorama_end_where_they_should(width):
-    """From the left in column 0 .. width - 1, from the right in 1 .. width, of which the last reads column width - 1."""
+    """From the left in column 0 .. width - 1, from the right in 1 .. width, the last of which reads width - 1."""
     values = np.arange(width, dtype=np.float32)[None, :, None] * np.ones((1, 1, 4), np.float32)
     columns = np.concatenate([-np.arange(1, 60) * width, np.arange(1, 60) * width, np.arange(-300, 300)])
     displacement = np.zeros((1, len(columns), 2), np.float32)

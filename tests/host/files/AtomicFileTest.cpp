@@ -1,12 +1,8 @@
 #include "host/files/AtomicFile.h"
 
-#include <sys/resource.h>
 #include <unistd.h>
 
-#include <csignal>
-
 #include "host/files/MultiViewFile.h"
-#include "host/files/Picture.h"
 #include "tests/host/files/RawExr.h"
 
 namespace ViewTint::Host::Testing {
@@ -16,25 +12,6 @@ namespace fs = std::filesystem;
 using Names = std::vector<std::string>;
 
 class AtomicFileTest : public FolderTest {};
-
-/// Lets no file grow beyond a size, as a full disk would, for the life of the object.
-class FileSizeLimit {
-public:
-    explicit FileSizeLimit(rlim_t bytes) {
-        oldHandler_ = std::signal(SIGXFSZ, SIG_IGN);
-        ::getrlimit(RLIMIT_FSIZE, &old_);
-        const rlimit limit{bytes, old_.rlim_max};
-        ::setrlimit(RLIMIT_FSIZE, &limit);
-    }
-    ~FileSizeLimit() {
-        ::setrlimit(RLIMIT_FSIZE, &old_);
-        std::signal(SIGXFSZ, oldHandler_);
-    }
-
-private:
-    rlimit old_{};
-    void (*oldHandler_)(int) = SIG_DFL;
-};
 
 TEST_F(AtomicFileTest, theTargetChangesOnlyWithTheCommit) {
     writeBytes(file("target"), "old");
@@ -50,15 +27,6 @@ TEST_F(AtomicFileTest, theTargetChangesOnlyWithTheCommit) {
     finished.commit();
     EXPECT_EQ(bytesOfFile(file("target")), "new");
     EXPECT_EQ(filesThere(), Names{"target"});
-}
-
-TEST_F(AtomicFileTest, anExceptionLeavesNothing) {
-    try {
-        const AtomicFile file(this->file("target"));
-        throw 1;
-    } catch (int) {
-    }
-    EXPECT_EQ(filesThere(), Names{});
 }
 
 TEST_F(AtomicFileTest, interruptionRemovesAllUnfinishedFiles) {
@@ -103,30 +71,6 @@ TEST_F(AtomicFileTest, protectedFoldersAndFilesAreNamed) {
     fs::permissions(folder_, fs::perms::owner_read | fs::perms::owner_exec);
     EXPECT_NE(fileErrorOf([&] { checkWritable(file("new")); }).find("takes no new file"), std::string::npos);
     fs::permissions(folder_, fs::perms::owner_all);
-}
-
-TEST_F(AtomicFileTest, aFullDiskLeavesTheOldFileAndNothingElse) {
-    const RawPart part = randomPart(Imf::Header(64, 64), {{"R", Imf::FLOAT}}, 1);
-    writeRaw(file("in.exr"), {part});
-    auto picture = MultiViewFile::open(file("in.exr"));
-    const std::vector<NewView> views = {{"left", {{"R", std::vector<float>(64 * 64, 0.5f)}}}};
-    const std::vector<std::uint8_t> pixels(256 * 256 * 3, 200);
-    for (const bool replaced : {false, true}) {
-        if (replaced) picture.replace("main", "R", {0, 0, 64, 64}, views[0].planes[0].pixels.data(), 64);
-        picture.save(file("whole.exr"));
-        const auto size = fs::file_size(file("whole.exr"));
-        for (rlim_t limit = 0; limit < size; limit += size / 20) {
-            writeBytes(file("out.exr"), "old");
-            const FileSizeLimit full(limit);
-            EXPECT_THROW(picture.save(file("out.exr")), FileError) << limit << " of " << size;
-            EXPECT_EQ(bytesOfFile(file("out.exr")), "old");
-            EXPECT_EQ(filesThere(), (Names{"in.exr", "out.exr", "whole.exr"}));
-        }
-    }
-    const FileSizeLimit full(100);
-    EXPECT_THROW(writeMultiView(file("new.exr"), 64, 64, views, PixelStorage::single), FileError);
-    EXPECT_THROW(writeRgb8(file("new.png"), 256, 256, pixels), FileError);
-    EXPECT_EQ(filesThere(), (Names{"in.exr", "out.exr", "whole.exr"}));
 }
 
 }  // namespace

@@ -1,10 +1,7 @@
-#include <ImfDeepFrameBuffer.h>
-#include <ImfDeepScanLineOutputFile.h>
 #include <ImfFrameBuffer.h>
 #include <ImfOutputFile.h>
 #include <ImfPartType.h>
 #include <ImfStandardAttributes.h>
-#include <ImfTiledOutputFile.h>
 
 #include <algorithm>
 #include <random>
@@ -98,40 +95,6 @@ TEST_F(DamagedFileTest, anyDamagedBytesEitherReadOrAreRefused) {
         }
     }
     EXPECT_GT(refused, 0);
-}
-
-TEST_F(DamagedFileTest, whatIsNoPictureIsNamed) {
-    const std::string name = "'" + file("in.exr").string() + "'";
-    EXPECT_EQ(openError(), "Cannot read " + name + ": there is no such file; check its name and folder.");
-    writeBytes(file("in.exr"), "\x89PNG\r\n and so on");
-    EXPECT_EQ(openError(), "Cannot read " + name +
-                               ": it is not an OpenEXR picture; separate pictures can be packed into one first.");
-    EXPECT_NE(fileErrorOf([this] { MultiViewFile::open(folder_); }).find("it is a folder"), std::string::npos);
-}
-
-TEST_F(DamagedFileTest, structuresThatCannotBeKeptAreRefused) {
-    {
-        Imf::Header header(8, 8);
-        header.channels().insert("R", Imf::Channel(Imf::HALF));
-        header.channels().insert("BY", Imf::Channel(Imf::HALF, 2, 2));
-        Imf::OutputFile(file("in.exr").c_str(), header);
-    }
-    EXPECT_NE(openError().find("it has the subsampled channel 'BY'"), std::string::npos);
-    {
-        Imf::Header header(8, 8);
-        header.channels().insert("R", Imf::Channel(Imf::HALF));
-        header.setTileDescription(Imf::TileDescription(4, 4, Imf::MIPMAP_LEVELS));
-        Imf::TiledOutputFile(file("in.exr").c_str(), header);
-    }
-    EXPECT_NE(openError().find("it has several resolution levels"), std::string::npos);
-    {
-        Imf::Header header(8, 8);
-        header.channels().insert("R", Imf::Channel(Imf::HALF));
-        header.setType(Imf::DEEPSCANLINE);
-        header.compression() = Imf::ZIPS_COMPRESSION;
-        Imf::DeepScanLineOutputFile(file("in.exr").c_str(), header);
-    }
-    EXPECT_NE(openError().find("it has deep pixels"), std::string::npos);
 }
 
 TEST_F(DamagedFileTest, anUnfinishedFileIsRefused) {

@@ -44,24 +44,6 @@ TEST(ControlValuesTest, understandsEachKindOfControl) {
     EXPECT_EQ(valueOf("corrected", "1"), 1);
 }
 
-TEST(ControlValuesTest, refusesWhatIsNoValue) {
-    EXPECT_EQ(errorOf("count", "2.5"), "'2.5' is no value for the control count: it needs a whole number.");
-    EXPECT_EQ(errorOf("clamp", "maybe"), "'maybe' is no value for the control clamp: it is switched on or off.");
-    EXPECT_EQ(errorOf("mode", "2"), "'2' is no value for the control mode: choose \"Plain\" (0), \"Fancy Mode\" (1).");
-    EXPECT_EQ(errorOf("mode", "-1"), errorOf("mode", "2").replace(1, 1, "-1"));
-    for (const char* text : {"", "nan", "inf", "1e60", "1x", " 1"}) {
-        EXPECT_NE(errorOf("gain", text).find("it needs a number"), std::string::npos) << text;
-    }
-    EXPECT_NE(settingErrorOf([] { valueOf("corrected", "3"); }).find("the views are left, right"), std::string::npos);
-    EXPECT_NE(settingErrorOf([] { valueOf("corrected", "centre"); }).find("the views are"), std::string::npos);
-}
-
-TEST(ControlValuesTest, namesTheRange) {
-    EXPECT_EQ(errorOf("count", "11"), "11 is out of range for the control count: it goes from 1 to 10.");
-    EXPECT_EQ(errorOf("count", "0"), "0 is out of range for the control count: it goes from 1 to 10.");
-    EXPECT_EQ(errorOf("gain", "-2"), "-2 is out of range for the control gain: it goes from 0 to 1 and above.");
-}
-
 TEST(ControlValuesTest, namesTheNearestControls) {
     const auto nearest = [](const std::string& name) {
         return settingErrorOf([&] { ControlValues(viewTintClass).set(name, "1"); });

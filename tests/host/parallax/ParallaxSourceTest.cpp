@@ -92,16 +92,6 @@ TEST_F(ParallaxSourceTest, picturesWithoutDisparityGetTheNodesOwn) {
                  FileError);
 }
 
-TEST_F(ParallaxSourceTest, disparityOfOneViewIsTheFilesOwn) {
-    std::vector<NewView> views;
-    for (const std::string name : {"left", "right"})
-        views.push_back({name, {{"R", texture(0)}, {"G", texture(0)}, {"B", texture(0)}}});
-    views[0].planes.push_back({"disparityR.x", std::vector<float>(width * height, -3.0f)});
-    writeMultiView(file("in.exr"), width, height, views, PixelStorage::single);
-    EXPECT_EQ(value(*taken({}), "left", "disparityR.x"), -3);
-    EXPECT_EQ(estimates, 0);
-}
-
 TEST_F(ParallaxSourceTest, estimatesAreKeptInTheCache) {
     const auto former = Fresco::Image::Image_Cache::mainCache();
     ImageCacheDirectory cache(file("cache"), std::size_t{1} << 30);

@@ -240,13 +240,4 @@ TEST_F(SequenceRenderTest, anInterruptionKeepsWhatIsRenderedAndLeavesNothingElse
         EXPECT_NO_THROW(MultiViewFile::open(output.path(frame)));
 }
 
-TEST_F(SequenceRenderTest, callsThatCannotBeRight) {
-    EXPECT_THROW(run({.frames = all, .memory = plenty}), FileError) << "no files";
-    writeFrames({1});
-    output = input;
-    EXPECT_THROW(run({.frames = {1}, .memory = plenty}), FileError);
-    output = pattern("none/out.#.exr");
-    EXPECT_THROW(run({.frames = {1}, .memory = plenty}), FileError);
-}
-
 }  // namespace ViewTint::Host::Testing
