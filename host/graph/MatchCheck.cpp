@@ -44,7 +44,7 @@ private:
 };
 
 struct Counts {
-    std::int64_t pixels = 0, visible = 0, hidden = 0, outside = 0;
+    std::int64_t pixels = 0, visible = 0, hidden = 0, hiddenByNeighbours = 0, outside = 0;
 };
 
 /// The artist's mask.
@@ -97,11 +97,14 @@ public:
         const Rows vectors(*view_, rows, vectors_);
         for (int y = rows.y0; y < rows.y1; ++y)
             for (int x = rows.x0; x < rows.x1; ++x) {
-                const bool hidden = std::ranges::any_of(occlusions, [&](const Rows& frame) {
+                const auto hides = [&](const Rows& frame) {
                     return contains(frame.box(), x, y) && isHidden(frame.at(x, y, 0));
-                });
+                };
+                const bool hidden = std::ranges::any_of(occlusions, hides);
                 const bool inside = isInside(x, y, vectors.at(x, y, 0), vectors.at(x, y, 1), other_->info().box);
-                const auto kind = hidden ? &Counts::hidden : inside ? &Counts::visible : &Counts::outside;
+                const auto kind = hidden   ? (hides(occlusions.front()) ? &Counts::hidden : &Counts::hiddenByNeighbours)
+                                  : inside ? &Counts::visible
+                                           : &Counts::outside;
                 ++whole.pixels;
                 ++(whole.*kind);
                 if (!mask || !mask->selects(x, y)) continue;
@@ -139,11 +142,17 @@ private:
 std::string SharedPicture::complaint(const std::string& view, const std::string& occlusion) const {
     const std::string share = masked ? fmt::format("nothing that the mask fully selects in the view '{}'", view)
                                      : fmt::format("only {:.2f}% of the view '{}'", 100 * visible, view);
+    const std::string neighbours =
+        hiddenByNeighbours > 0
+            ? fmt::format(", its neighbours in time hide {:.1f}% more (--stabiliseOcclusions off does without them)",
+                          100 * hiddenByNeighbours)
+            : "";
     return fmt::format(
-        "the frame keeps its own colours: {} is visible in both views, too little to match ('{}' hides {:.1f}%, the "
+        "the frame keeps its own colours: {} is visible in both views, too little to match ('{}' hides {:.1f}%{}, the "
         "disparity points outside the other view in {:.1f}%). Check {}that the occlusion is 1 only where a pixel is "
         "hidden, that the disparity is in pixels, and that both views show one scene.",
-        share, occlusion, 100 * hidden, 100 * outside, masked ? "that the mask reaches 1 in the right place, " : "");
+        share, occlusion, 100 * hidden, neighbours, 100 * outside,
+        masked ? "that the mask reaches 1 in the right place, " : "");
 }
 
 std::optional<SharedPicture> tooLittleShared(const OperatorNode& node) {
@@ -170,7 +179,8 @@ std::optional<SharedPicture> tooLittleShared(const OperatorNode& node) {
     const auto share = [&](std::int64_t count) {
         return static_cast<double>(count) / static_cast<double>(counts.pixels);
     };
-    return SharedPicture{share(counts.visible), share(counts.hidden), share(counts.outside), masked};
+    return SharedPicture{share(counts.visible), share(counts.hidden), share(counts.hiddenByNeighbours),
+                         share(counts.outside), masked};
 }
 
 }  // namespace ViewTint::Host

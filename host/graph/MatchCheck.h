@@ -9,10 +9,11 @@ class OperatorNode;
 
 /// How much of the view to correct is visible in both views.
 struct SharedPicture {
-    double visible = 1;   ///< where the mask is 1; these three are shares of the pixels
-    double hidden = 0;    ///< occluded in this frame or in one of those that its occlusion is stabilised with
-    double outside = 0;   ///< matched outside the other view, or nowhere
-    bool masked = false;  ///< of what the artist's mask selects, and not of the whole view
+    double visible = 1;             ///< where the mask is 1; these four are shares of the pixels
+    double hidden = 0;              ///< occluded in this frame
+    double hiddenByNeighbours = 0;  ///< occluded only in frames that its occlusion is stabilised with
+    double outside = 0;             ///< matched outside the other view, or nowhere
+    bool masked = false;            ///< of what the artist's mask selects, and not of the whole view
 
     /// What to say of a view that is left as it is. `occlusion` is the file's name for that channel.
     std::string complaint(const std::string& view, const std::string& occlusion) const;
